@@ -1,0 +1,427 @@
+#include "AppServerClient.h"
+
+#include "engine/ChildEnvironment.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QProcess>
+#include <QStringDecoder>
+
+#include <cmath>
+
+namespace nimbrel {
+
+namespace {
+
+const QStringList launchArguments{QStringLiteral("app-server"), QStringLiteral("-c"),
+                                  QStringLiteral("features.default_mode_request_user_input=true")};
+
+constexpr double secondsBeforeKillingARetiredChild = 5.0;
+
+QString clientVersion()
+{
+    const QString version = QCoreApplication::applicationVersion();
+    return version.isEmpty() ? QStringLiteral("0.1.0") : version;
+}
+
+// The text of an error reply: its message where that is text, else the whole value as text.
+QString errorText(const JSONValue& error)
+{
+    if (const auto members = error.objectValue(); members && !members->empty())
+        if (const JSONValue* message = error.find("message"); message && message->isString())
+            return *message->stringValue();
+    return error.textForm();
+}
+
+} // namespace
+
+AppServerClient::AppServerClient(Scheduler& scheduler, QObject* parent)
+    : QObject(parent), m_scheduler(scheduler), m_io(new QObject)
+{
+    m_ioThread.setObjectName(QStringLiteral("com.halvenworks.sarvane.appserver"));
+    m_io->moveToThread(&m_ioThread);
+    m_ioThread.start();
+}
+
+AppServerClient::~AppServerClient()
+{
+    // Released: nothing more reaches the owner, and the child goes with the client.
+    QMetaObject::invokeMethod(
+        m_io,
+        [this] {
+            ++m_lifecycleGeneration;
+            if (m_scheduledRecovery)
+                m_scheduledRecovery->cancel();
+            for (auto& [id, entry] : m_pending)
+                entry.timeout->cancel();
+            m_pending.clear();
+            if (m_process) {
+                QObject::disconnect(m_process, nullptr, m_io, nullptr);
+                delete m_process;
+                m_process = nullptr;
+            }
+            // Retired children still shutting down are killed with their parent object.
+            for (QObject* child : m_io->children())
+                delete child;
+        },
+        Qt::BlockingQueuedConnection);
+    m_ioThread.quit();
+    m_ioThread.wait();
+    delete m_io;
+}
+
+// ---- the four operations
+
+void AppServerClient::start(const std::optional<QString>& executable)
+{
+    onIoQueue([this, executable] {
+        m_desiredExecutable = executable;
+        m_recoveryAttempts = 0;
+        if (m_scheduledRecovery) {
+            m_scheduledRecovery->cancel();
+            m_scheduledRecovery.reset();
+        }
+        launch(executable);
+    });
+}
+
+void AppServerClient::request(const QString& method, const JSONValue& params, RequestCompletion completion)
+{
+    onIoQueue([this, method, params, completion = std::move(completion)]() mutable {
+        if (!m_ready) {
+            onMainQueue([completion = std::move(completion)] { completion(AppServerError::notReady()); });
+            return;
+        }
+        sendRequest(method, params, onMainThread(std::move(completion)));
+    });
+}
+
+void AppServerClient::respond(const JSONValue& id, const JSONValue& result, WriteCompletion completion)
+{
+    onIoQueue([this, id, result, completion = std::move(completion)]() mutable {
+        std::optional<AppServerError> outcome;
+        if (!m_ready)
+            outcome = AppServerError::notReady();
+        else
+            outcome = writeLine(JSONValue::object({{"id", id}, {"result", result}}));
+        if (completion)
+            onMainQueue([completion = std::move(completion), outcome] { completion(outcome); });
+    });
+}
+
+void AppServerClient::respondError(const JSONValue& id, const QString& message)
+{
+    onIoQueue([this, id, message] {
+        writeLine(JSONValue::object(
+            {{"id", id}, {"error", JSONValue::object({{"code", -32601}, {"message", message}})}}));
+    });
+}
+
+// ---- launching and stopping
+
+void AppServerClient::launch(const std::optional<QString>& executable)
+{
+    stopProcess();
+    if (!executable) {
+        emitStatus(AppServerError::codexNotFound().text(), false);
+        return;
+    }
+    auto* child = new QProcess(m_io);
+    child->setProgram(*executable);
+    child->setArguments(launchArguments);
+    child->setProcessEnvironment(childEnvironment(*executable));
+    child->setWorkingDirectory(QDir::homePath());
+    connect(child, &QProcess::readyReadStandardOutput, m_io, [this, child] { readOutput(child); });
+    connect(child, &QProcess::readyReadStandardError, m_io, [this, child] { readError(child); });
+
+    const qint64 generation = ++m_lifecycleGeneration;
+    const QString path = *executable;
+    connect(child, &QProcess::finished, m_io, [this, generation, child, path](int exitCode, QProcess::ExitStatus) {
+        handleTermination(generation, child, path, exitCode);
+    });
+    // A failed write surfaces here, after QProcess has flushed its buffer to a pipe with no reader.
+    connect(child, &QProcess::errorOccurred, m_io, [this, child](QProcess::ProcessError error) {
+        if (error == QProcess::WriteError)
+            log(QStringLiteral("Write failed: ") + child->errorString());
+    });
+
+    child->start(QIODevice::ReadWrite);
+    if (!child->waitForStarted(-1)) {
+        const QString reason = child->errorString();
+        QObject::disconnect(child, nullptr, m_io, nullptr);
+        child->deleteLater();
+        scheduleRecovery(path, reason);
+        return;
+    }
+    m_process = child;
+    emitStatus(QStringLiteral("Starting Codex app-server…"), false);
+    sendInitialize(child, path, generation);
+}
+
+void AppServerClient::stopProcess()
+{
+    ++m_lifecycleGeneration;
+    m_ready = false;
+    if (m_process) {
+        QObject::disconnect(m_process, nullptr, m_io, nullptr);
+        retire(m_process);
+        m_process = nullptr;
+    }
+    m_outputBuffer.clear();
+    failPending(AppServerError::notReady());
+}
+
+// Lets an old child end on its own terms: asked to stop, killed if it will not, then deleted.
+void AppServerClient::retire(QProcess* child)
+{
+    if (child->state() == QProcess::NotRunning) {
+        child->deleteLater();
+        return;
+    }
+    connect(child, &QProcess::finished, child, &QObject::deleteLater);
+    child->terminate();
+    m_scheduler.schedule(child, secondsBeforeKillingARetiredChild, [child] { child->kill(); });
+}
+
+void AppServerClient::sendInitialize(QProcess* child, const QString& executable, qint64 generation)
+{
+    const JSONValue params = JSONValue::object({
+        {"clientInfo", JSONValue::object({{"name", "sar_vane_bridge"},
+                                          {"title", "Nimbrel Bridge"},
+                                          {"version", clientVersion()}})},
+        {"capabilities", JSONValue::object({{"experimentalApi", true}})},
+    });
+    sendRequest(QStringLiteral("initialize"), params,
+                [this, child, executable, generation](const RequestResult& result) {
+                    if (m_lifecycleGeneration != generation || m_process != child)
+                        return;
+                    if (!result.ok()) {
+                        scheduleRecovery(executable,
+                                         QStringLiteral("Initialization failed: ") + result.error().text());
+                        return;
+                    }
+                    writeLine(JSONValue::object(
+                        {{"method", "initialized"}, {"params", JSONValue::object({})}}));
+                    m_ready = true;
+                    m_recoveryAttempts = 0;
+                    emitStatus(QStringLiteral("Codex app-server ready"), true);
+                });
+}
+
+// ---- requests and writing
+
+void AppServerClient::sendRequest(const QString& method, const JSONValue& params, IoCompletion completion)
+{
+    const qint64 id = m_nextID++;
+    TaskHandle timeout = m_scheduler.schedule(m_io, requestTimeoutSeconds, [this, id, method] {
+        const auto entry = m_pending.find(id);
+        if (entry == m_pending.end())
+            return;
+        IoCompletion completion = std::move(entry->second.completion);
+        m_pending.erase(entry);
+        completion(AppServerError::requestTimedOut(method));
+    });
+    m_pending.emplace(id, PendingRequest{std::move(completion), std::move(timeout)});
+    writeLine(JSONValue::object({{"id", static_cast<double>(id)}, {"method", method}, {"params", params}}));
+}
+
+AppServerClient::IoCompletion AppServerClient::onMainThread(RequestCompletion completion)
+{
+    return [this, completion = std::move(completion)](const RequestResult& result) {
+        onMainQueue([completion, result] { completion(result); });
+    };
+}
+
+std::optional<AppServerError> AppServerClient::writeLine(const JSONValue& message)
+{
+    if (!m_process)
+        return AppServerError::notReady();
+    std::string line;
+    if (!message.encodeTo(line)) {
+        const QString reason = message.encode().error().message;
+        log(QStringLiteral("Write failed: ") + reason);
+        return AppServerError::server(reason);
+    }
+    line.push_back('\n');
+    const qint64 written = m_process->write(line.data(), static_cast<qint64>(line.size()));
+    if (written != static_cast<qint64>(line.size())) {
+        const QString reason = m_process->errorString();
+        log(QStringLiteral("Write failed: ") + reason);
+        return AppServerError::server(reason);
+    }
+    return std::nullopt;
+}
+
+// ---- reading
+
+void AppServerClient::readOutput(QProcess* child)
+{
+    const QByteArray bytes = child->readAllStandardOutput();
+    if (bytes.isEmpty())
+        return;
+    for (const std::string& line : m_outputBuffer.append(std::string_view(bytes.constData(), bytes.size()))) {
+        auto decoded = JSONValue::decode(line);
+        if (!decoded.ok()) {
+            log(QStringLiteral("Could not decode a Codex response (%1 bytes): %2")
+                    .arg(line.size())
+                    .arg(decoded.error().message));
+            continue;
+        }
+        handleLine(decoded.value());
+    }
+}
+
+void AppServerClient::readError(QProcess* child)
+{
+    const QByteArray bytes = child->readAllStandardError();
+    if (bytes.isEmpty())
+        return;
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    const QString text = decoder(bytes);
+    if (decoder.hasError())
+        return;
+    log(text.trimmed());
+}
+
+void AppServerClient::handleLine(const JSONValue& message)
+{
+    const auto members = message.objectValue();
+    if (!members || members->empty())
+        return;
+    const JSONValue* method = message.find("method");
+    if (method && method->isString()) {
+        const QString name = *method->stringValue();
+        const JSONValue* given = message.find("params");
+        const JSONValue params = given ? *given : JSONValue::object({});
+        if (const JSONValue* id = message.find("id")) {
+            onMainQueue([this, id = *id, name, params] {
+                if (onServerRequest)
+                    onServerRequest(id, name, params);
+            });
+        } else {
+            onMainQueue([this, name, params] {
+                if (onNotification)
+                    onNotification(name, params);
+            });
+        }
+        return;
+    }
+    if (const JSONValue* id = message.find("id"); id && id->isNumber())
+        handleReply(message, *id);
+}
+
+void AppServerClient::handleReply(const JSONValue& message, const JSONValue& id)
+{
+    const double number = *id.numberValue();
+    // Ids beyond the 64-bit range match nothing that was sent.
+    if (!std::isfinite(number) || std::fabs(number) >= 9223372036854775808.0)
+        return;
+    const auto entry = m_pending.find(static_cast<qint64>(number));
+    if (entry == m_pending.end())
+        return;
+    PendingRequest pending = std::move(entry->second);
+    m_pending.erase(entry);
+    pending.timeout->cancel();
+    if (const JSONValue* error = message.find("error"))
+        pending.completion(AppServerError::server(errorText(*error)));
+    else if (const JSONValue* result = message.find("result"))
+        pending.completion(*result);
+    else
+        pending.completion(AppServerError::invalidResponse());
+}
+
+// ---- the end of a child and recovery
+
+void AppServerClient::handleTermination(qint64 generation, QProcess* child, const QString& executable, int exitCode)
+{
+    if (m_lifecycleGeneration != generation || m_process != child)
+        return;
+    m_ready = false;
+    QObject::disconnect(child, nullptr, m_io, nullptr);
+    child->deleteLater();
+    m_process = nullptr;
+    m_outputBuffer.clear();
+    const AppServerError error = AppServerError::terminated(exitCode);
+    failPending(error);
+    scheduleRecovery(executable, error.text());
+}
+
+void AppServerClient::failPending(const AppServerError& error)
+{
+    std::map<qint64, PendingRequest> failed;
+    failed.swap(m_pending);
+    for (auto& [id, entry] : failed) {
+        entry.timeout->cancel();
+        entry.completion(error);
+    }
+}
+
+void AppServerClient::scheduleRecovery(const QString& executable, const QString& reason)
+{
+    if (m_desiredExecutable != executable || m_recoveryAttempts >= maximumRecoveryAttempts) {
+        emitStatus(reason, false);
+        return;
+    }
+    const int attempt = ++m_recoveryAttempts;
+    const qint64 generation = m_lifecycleGeneration;
+    emitStatus(QStringLiteral("Codex connection interrupted; reconnecting automatically…"), false);
+    log(QStringLiteral("%1 Retry %2 of %3.").arg(reason).arg(attempt).arg(maximumRecoveryAttempts));
+    if (m_scheduledRecovery)
+        m_scheduledRecovery->cancel();
+    m_scheduledRecovery = m_scheduler.schedule(m_io, attempt * recoveryDelaySeconds, [this, generation, executable] {
+        if (m_lifecycleGeneration != generation || m_desiredExecutable != executable)
+            return;
+        m_scheduledRecovery.reset();
+        launch(executable);
+    });
+}
+
+void AppServerClient::emitStatus(const QString& message, bool ready)
+{
+    onMainQueue([this, message, ready] {
+        if (onStatus)
+            onStatus(message, ready);
+    });
+}
+
+void AppServerClient::log(const QString& line)
+{
+    onMainQueue([this, line] {
+        if (onLog)
+            onLog(line);
+    });
+}
+
+// ---- queues
+
+void AppServerClient::onIoQueue(std::function<void()> work)
+{
+    QMetaObject::invokeMethod(m_io, std::move(work), Qt::QueuedConnection);
+}
+
+// Deliveries to the owner's thread keep the I/O queue's order. A burst of them travels as one
+// event: the first item of an empty outbox posts the drain, later ones ride along with it.
+void AppServerClient::onMainQueue(std::function<void()> work)
+{
+    bool first;
+    {
+        std::lock_guard lock(m_outboxMutex);
+        first = m_outbox.empty();
+        m_outbox.push_back(std::move(work));
+    }
+    if (first)
+        QMetaObject::invokeMethod(this, &AppServerClient::drainMainQueue, Qt::QueuedConnection);
+}
+
+void AppServerClient::drainMainQueue()
+{
+    std::vector<std::function<void()>> batch;
+    {
+        std::lock_guard lock(m_outboxMutex);
+        batch.swap(m_outbox);
+    }
+    for (auto& work : batch)
+        work();
+}
+
+} // namespace nimbrel

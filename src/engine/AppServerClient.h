@@ -1,0 +1,99 @@
+#pragma once
+
+#include "engine/AppServerError.h"
+#include "engine/AppServerLineBuffer.h"
+#include "peer/JSONValue.h"
+#include "platform/Scheduler.h"
+
+#include <QObject>
+#include <QThread>
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+class QProcess;
+
+namespace nimbrel {
+
+// Owns the one `codex app-server` child: launches it, performs the initialise exchange, sends
+// requests with a 30-second limit, delivers notifications and server requests, writes answers,
+// and relaunches a failed child at most twice. All state lives on a worker thread (the I/O
+// queue); every callback and completion runs on the thread that created the client, in the order
+// the I/O queue produced them.
+class AppServerClient : public QObject {
+    Q_OBJECT
+public:
+    using RequestResult = Result<JSONValue, AppServerError>;
+    using RequestCompletion = std::function<void(const RequestResult&)>;
+    using WriteCompletion = std::function<void(const std::optional<AppServerError>&)>;
+
+    static constexpr int maximumRecoveryAttempts = 2;
+    static constexpr double requestTimeoutSeconds = 30.0;
+    static constexpr double recoveryDelaySeconds = 0.5;
+
+    explicit AppServerClient(Scheduler& scheduler, QObject* parent = nullptr);
+    ~AppServerClient() override;
+
+    // Assigned once, before start. Absent callbacks drop their events.
+    std::function<void(const QString& method, const JSONValue& params)> onNotification;
+    std::function<void(const JSONValue& id, const QString& method, const JSONValue& params)> onServerRequest;
+    std::function<void(const QString& message, bool ready)> onStatus;
+    std::function<void(const QString& line)> onLog;
+
+    // The one way in: first start, restart and recheck. No executable means Codex was not found.
+    void start(const std::optional<QString>& executable);
+    void request(const QString& method, const JSONValue& params, RequestCompletion completion);
+    void respond(const JSONValue& id, const JSONValue& result, WriteCompletion completion = {});
+    void respondError(const JSONValue& id, const QString& message);
+
+private:
+    using IoCompletion = std::function<void(const RequestResult&)>;
+    struct PendingRequest {
+        IoCompletion completion;
+        TaskHandle timeout;
+    };
+
+    // I/O queue only.
+    void launch(const std::optional<QString>& executable);
+    void stopProcess();
+    void retire(QProcess* child);
+    void sendInitialize(QProcess* child, const QString& executable, qint64 generation);
+    void sendRequest(const QString& method, const JSONValue& params, IoCompletion completion);
+    std::optional<AppServerError> writeLine(const JSONValue& message);
+    void readOutput(QProcess* child);
+    void readError(QProcess* child);
+    void handleLine(const JSONValue& message);
+    void handleReply(const JSONValue& message, const JSONValue& id);
+    void handleTermination(qint64 generation, QProcess* child, const QString& executable, int exitCode);
+    void failPending(const AppServerError& error);
+    void scheduleRecovery(const QString& executable, const QString& reason);
+    void emitStatus(const QString& message, bool ready);
+    void log(const QString& line);
+    IoCompletion onMainThread(RequestCompletion completion);
+
+    void onIoQueue(std::function<void()> work);
+    void onMainQueue(std::function<void()> work);
+    void drainMainQueue();
+
+    Scheduler& m_scheduler;
+    QThread m_ioThread;
+    QObject* m_io; // context object living on the I/O thread
+
+    QProcess* m_process = nullptr;
+    AppServerLineBuffer m_outputBuffer;
+    qint64 m_nextID = 1;
+    bool m_ready = false;
+    qint64 m_lifecycleGeneration = 0;
+    std::optional<QString> m_desiredExecutable;
+    int m_recoveryAttempts = 0;
+    TaskHandle m_scheduledRecovery;
+    std::map<qint64, PendingRequest> m_pending;
+
+    std::mutex m_outboxMutex;
+    std::vector<std::function<void()>> m_outbox;
+};
+
+} // namespace nimbrel

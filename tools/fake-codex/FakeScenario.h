@@ -1,0 +1,34 @@
+#pragma once
+
+#include "peer/JSONValue.h"
+
+#include <map>
+#include <string>
+
+// What the fake engine does, read from the JSON file named by FAKE_CODEX_SCENARIO.
+//
+//   { "version": {"output": "codex-cli 1.0.0\n", "exitCode": 0, "hangSeconds": 0},
+//     "launches": [ <engine>, <engine>, ... ]     the nth launch plays the nth (the last repeats)
+//     ...or the keys of <engine> at the top level, played on every launch }
+//
+//   <engine>: { "onStart": [action...],
+//               "methods": {"name": handler or [handler...] (one per call, the last repeats)},
+//               "defaultHandler": handler,              for unlisted methods; {"result": {}}
+//               "notifications": {"name": [action...]},
+//               "responses": [action...],               on each answer to a server request
+//               "onEof": [action...] }                  default: exit 0
+//
+//   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
+//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...] }
+//   action:  {"send": X} {"raw": "text"} {"stderr": "text"} {"exit": code} {"sleepMs": n}
+//            {"closeStdin": true} {"flood": {"count": n, "message": X}}
+struct FakeScenario {
+    nimbrel::JSONValue version;
+    nimbrel::JSONValue engine;
+
+    static FakeScenario load(const char* path, int launch);
+    // The handler for the nth call (counting from 0) of method.
+    nimbrel::JSONValue handlerFor(const std::string& method, int call) const;
+    nimbrel::JSONValue actions(const char* key) const;
+    nimbrel::JSONValue notificationActions(const std::string& method) const;
+};

@@ -1,0 +1,192 @@
+// fake-codex: speaks the engine's side of `codex app-server` as a scenario file tells it.
+// FAKE_CODEX_SCENARIO names the scenario (see FakeScenario.h); FAKE_CODEX_RECORD names a file
+// that receives one JSON line per launch and per message read, for tests to assert on.
+#include "FakeScenario.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+using nimbrel::JSONValue;
+
+namespace {
+
+const char* recordPath = nullptr;
+int launchNumber = 1;
+
+void record(const JSONValue& entry)
+{
+    if (!recordPath)
+        return;
+    std::ofstream out(recordPath, std::ios::app | std::ios::binary);
+    out << *entry.encode() << '\n';
+}
+
+int nextLaunchNumber()
+{
+    if (!recordPath)
+        return 1;
+    const std::string counterPath = std::string(recordPath) + ".launches";
+    int count = 0;
+    std::ifstream(counterPath) >> count;
+    std::ofstream(counterPath, std::ios::trunc) << count + 1;
+    return count + 1;
+}
+
+void writeRaw(std::string_view bytes, FILE* stream = stdout)
+{
+    std::fwrite(bytes.data(), 1, bytes.size(), stream);
+    std::fflush(stream);
+}
+
+void send(const JSONValue& message) { writeRaw(*message.encode() + "\n"); }
+
+void sleepMilliseconds(double milliseconds)
+{
+    std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(milliseconds));
+}
+
+void perform(const JSONValue& actions)
+{
+    const auto list = actions.arrayValue();
+    if (!list)
+        return;
+    for (const JSONValue& action : *list) {
+        if (const JSONValue* message = action.find("send"))
+            send(*message);
+        if (const JSONValue* raw = action.find("raw"))
+            writeRaw(raw->stringView().value_or(""));
+        if (const JSONValue* text = action.find("stderr"))
+            writeRaw(text->stringView().value_or(""), stderr);
+        if (const JSONValue* delay = action.find("sleepMs"))
+            sleepMilliseconds(delay->numberValue().value_or(0));
+        if (action.find("closeStdin"))
+            ::close(STDIN_FILENO);
+        if (const JSONValue* flood = action.find("flood")) {
+            const std::string line = *(*flood)["message"]->encode() + "\n";
+            const auto count = static_cast<long>((*flood)["count"]->numberValue().value_or(0));
+            std::string block;
+            for (long i = 0; i < count; ++i) {
+                block += line;
+                if (block.size() > (1 << 20)) {
+                    std::fwrite(block.data(), 1, block.size(), stdout);
+                    block.clear();
+                }
+            }
+            writeRaw(block);
+        }
+        if (const JSONValue* code = action.find("exit")) {
+            std::fflush(stdout);
+            std::fflush(stderr);
+            std::_Exit(static_cast<int>(code->numberValue().value_or(0)));
+        }
+    }
+}
+
+void answer(const FakeScenario& scenario, const JSONValue& id, const std::string& method,
+            const JSONValue& params, int call)
+{
+    const JSONValue handler = scenario.handlerFor(method, call);
+    if (const JSONValue* before = handler.find("before"))
+        perform(*before);
+    if (const JSONValue* delay = handler.find("delayMs"))
+        sleepMilliseconds(delay->numberValue().value_or(0));
+    if (const JSONValue* raw = handler.find("raw")) {
+        writeRaw(raw->stringView().value_or(""));
+    } else if (const JSONValue* reply = handler.find("reply")) {
+        // A whole reply, shaped by the scenario; the request's id unless it gives its own.
+        std::vector<std::pair<std::string, JSONValue>> members;
+        if (!reply->contains("id"))
+            members.emplace_back("id", id);
+        for (const auto& member : reply->members())
+            members.emplace_back(std::string(member.name()), member.value);
+        send(JSONValue::object(std::move(members)));
+    }
+    else if (handler.find("echoParams"))
+        send(JSONValue::object({{"id", id}, {"result", params}}));
+    else if (const JSONValue* error = handler.find("error"))
+        send(JSONValue::object({{"id", id}, {"error", *error}}));
+    else if (const JSONValue* result = handler.find("result"))
+        send(JSONValue::object({{"id", id}, {"result", *result}}));
+    if (const JSONValue* after = handler.find("after"))
+        perform(*after);
+}
+
+int printVersion(const FakeScenario& scenario)
+{
+    const JSONValue& version = scenario.version;
+    if (const JSONValue* hang = version.find("hangSeconds"))
+        sleepMilliseconds(hang->numberValue().value_or(0) * 1000);
+    if (const JSONValue* hex = version.find("outputHex")) {
+        const std::string digits(hex->stringView().value_or(""));
+        std::string bytes;
+        for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+            bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+        writeRaw(bytes);
+    } else {
+        const JSONValue* output = version.find("output");
+        writeRaw(output ? output->stringView().value_or("") : "codex-cli 0.0.0-fake\n");
+    }
+    const JSONValue* code = version.find("exitCode");
+    return code ? static_cast<int>(code->numberValue().value_or(0)) : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    recordPath = std::getenv("FAKE_CODEX_RECORD");
+    const char* scenarioPath = std::getenv("FAKE_CODEX_SCENARIO");
+    if (argc >= 2 && std::strcmp(argv[1], "--version") == 0)
+        return printVersion(FakeScenario::load(scenarioPath, 1));
+    if (argc < 2 || std::strcmp(argv[1], "app-server") != 0) {
+        std::fprintf(stderr, "usage: fake-codex app-server [-c key=value] | --version\n");
+        return 64;
+    }
+
+    launchNumber = nextLaunchNumber();
+    const FakeScenario scenario = FakeScenario::load(scenarioPath, launchNumber);
+    std::vector<JSONValue> arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.emplace_back(argv[i]);
+    record(JSONValue::object({{"launch", launchNumber}, {"event", "start"}, {"args", JSONValue::array(arguments)}}));
+    perform(scenario.actions("onStart"));
+
+    std::map<std::string, int> calls;
+    std::string line;
+    while (std::getline(std::cin, line)) {
+        auto decoded = JSONValue::decode(line);
+        if (!decoded.ok()) {
+            record(JSONValue::object({{"launch", launchNumber}, {"undecodable", line}}));
+            continue;
+        }
+        const JSONValue& message = decoded.value();
+        record(JSONValue::object({{"launch", launchNumber}, {"received", message}}));
+        const JSONValue* method = message.find("method");
+        const JSONValue* id = message.find("id");
+        const JSONValue* given = message.find("params");
+        const JSONValue params = given ? *given : JSONValue::object({});
+        if (method && method->isString()) {
+            const std::string name(*method->stringView());
+            if (id)
+                answer(scenario, *id, name, params, calls[name]++);
+            else
+                perform(scenario.notificationActions(name));
+        } else if (id) {
+            perform(scenario.actions("responses"));
+        }
+    }
+    record(JSONValue::object({{"launch", launchNumber}, {"event", "eof"}}));
+    const JSONValue onEof = scenario.actions("onEof");
+    perform(onEof);
+    return 0;
+}
