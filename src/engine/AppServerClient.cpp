@@ -55,14 +55,14 @@ AppServerClient::~AppServerClient()
             for (auto& [id, entry] : m_pending)
                 entry.timeout->cancel();
             m_pending.clear();
-            if (m_process) {
-                QObject::disconnect(m_process, nullptr, m_io, nullptr);
-                delete m_process;
-                m_process = nullptr;
-            }
-            // Retired children still shutting down are killed with their parent object.
-            for (QObject* child : m_io->children())
+            m_process = nullptr;
+            // The current child and retired ones still shutting down end with the client.
+            for (QProcess* child : m_io->findChildren<QProcess*>()) {
+                QObject::disconnect(child, nullptr, nullptr, nullptr);
+                child->kill();
+                child->waitForFinished(1000);
                 delete child;
+            }
         },
         Qt::BlockingQueuedConnection);
     m_ioThread.quit();

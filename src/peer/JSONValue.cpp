@@ -362,18 +362,25 @@ private:
             while (m_end - m_cursor >= 8) {
                 std::uint64_t word;
                 std::memcpy(&word, m_cursor, 8);
-                if (wordNeedsAttention(word, false))
+                if (wordNeedsAttention(word, true))
                     break;
-                ascii = ascii && !(word & highBits);
                 m_cursor += 8;
             }
             if (m_cursor >= m_end)
                 return fail("Unterminated string");
             const auto c = static_cast<unsigned char>(*m_cursor);
+            if (c >= 0x80) {
+                // Validated here, as it is met, so no second pass over the text is needed.
+                const std::size_t length = utf8SequenceLength(reinterpret_cast<const unsigned char*>(m_cursor),
+                                                              reinterpret_cast<const unsigned char*>(m_end));
+                if (length == 0)
+                    return fail("Invalid UTF-8 in string");
+                ascii = false;
+                m_cursor += length;
+                continue;
+            }
             if (c == '"') {
                 std::string_view bytes(runStart, static_cast<std::size_t>(m_cursor - runStart));
-                if (!ascii && !validateRun(runStart, m_cursor))
-                    return false;
                 if (escaped) {
                     m_scratch.append(bytes);
                     bytes = m_scratch;
@@ -383,8 +390,6 @@ private:
                 return true;
             }
             if (c == '\\') {
-                if (!ascii && !validateRun(runStart, m_cursor))
-                    return false;
                 m_scratch.append(runStart, m_cursor);
                 escaped = true;
                 if (!parseEscape(ascii))
@@ -394,27 +399,8 @@ private:
             }
             if (c < 0x20)
                 return fail("Control character in string");
-            if (c >= 0x80)
-                ascii = false;
             ++m_cursor;
         }
-    }
-
-    bool validateRun(const char* from, const char* to)
-    {
-        auto* p = reinterpret_cast<const unsigned char*>(from);
-        auto* end = reinterpret_cast<const unsigned char*>(to);
-        while (p < end) {
-            if (*p < 0x80) {
-                ++p;
-                continue;
-            }
-            const std::size_t length = utf8SequenceLength(p, end);
-            if (length == 0)
-                return failAt("Invalid UTF-8 in string", reinterpret_cast<const char*>(p));
-            p += length;
-        }
-        return true;
     }
 
     bool readHex4(std::uint32_t& out)
@@ -794,9 +780,35 @@ std::string formatJSONNumber(double value)
 
 namespace {
 
+// How each byte below 0x20, '"' and '\\' is written; other bytes stand as they are.
+struct EscapeTable {
+    char text[128][6];
+    unsigned char length[128];
+    constexpr EscapeTable() : text{}, length{}
+    {
+        const char* hex = "0123456789abcdef";
+        for (int c = 0; c < 0x20; ++c) {
+            text[c][0] = '\\';
+            text[c][1] = 'u';
+            text[c][2] = '0';
+            text[c][3] = '0';
+            text[c][4] = hex[c >> 4];
+            text[c][5] = hex[c & 0xF];
+            length[c] = 6;
+        }
+        const char shortForms[][2] = {{'\n', 'n'}, {'\r', 'r'}, {'\t', 't'}, {'\b', 'b'}, {'\f', 'f'}, {'"', '"'}, {'\\', '\\'}};
+        for (const auto& form : shortForms) {
+            const auto c = static_cast<unsigned char>(form[0]);
+            text[c][0] = '\\';
+            text[c][1] = form[1];
+            length[c] = 2;
+        }
+    }
+};
+constexpr EscapeTable escapes;
+
 void appendEscapedString(std::string& out, std::string_view text)
 {
-    static const char* const hex = "0123456789abcdef";
     out.push_back('"');
     const char* p = text.data();
     const char* end = p + text.size();
@@ -812,31 +824,15 @@ void appendEscapedString(std::string& out, std::string_view text)
         if (p >= end)
             break;
         const auto c = static_cast<unsigned char>(*p);
-        const char* escape = nullptr;
-        switch (c) {
-        case '"': escape = "\\\""; break;
-        case '\\': escape = "\\\\"; break;
-        case '\n': escape = "\\n"; break;
-        case '\r': escape = "\\r"; break;
-        case '\t': escape = "\\t"; break;
-        case '\b': escape = "\\b"; break;
-        case '\f': escape = "\\f"; break;
-        default: break;
-        }
-        if (!escape && c >= 0x20) {
+        if (c >= 0x80 || escapes.length[c] == 0) {
             ++p;
             continue;
         }
-        out.append(runStart, p);
-        if (escape) {
-            out.append(escape);
-        } else {
-            const char unicode[6] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
-            out.append(unicode, 6);
-        }
+        out.append(runStart, static_cast<std::size_t>(p - runStart));
+        out.append(escapes.text[c], escapes.length[c]);
         runStart = ++p;
     }
-    out.append(runStart, end);
+    out.append(runStart, static_cast<std::size_t>(end - runStart));
     out.push_back('"');
 }
 
@@ -885,11 +881,40 @@ bool appendValue(std::string& out, const JSONValue& value)
     return false;
 }
 
+// Bytes the compact form will take, not counting escapes: one cheap walk over the nodes lets the
+// writer reserve its buffer once instead of regrowing (and refaulting) it many times.
+std::size_t estimatedSize(const JSONValue& value)
+{
+    switch (value.kind()) {
+    case JSONValue::Kind::Null:
+    case JSONValue::Kind::Bool: return 5;
+    case JSONValue::Kind::Number: return 12;
+    case JSONValue::Kind::String: return value.stringView()->size() + 2;
+    case JSONValue::Kind::Array: {
+        std::size_t size = 2;
+        for (const JSONValue& item : value.items())
+            size += estimatedSize(item) + 1;
+        return size;
+    }
+    case JSONValue::Kind::Object: {
+        std::size_t size = 2;
+        for (const JSONMember& member : value.members())
+            size += member.name().size() + 4 + estimatedSize(member.value);
+        return size;
+    }
+    }
+    return 0;
+}
+
 } // namespace
 
 bool JSONValue::encodeTo(std::string& out) const
 {
     const std::size_t before = out.size();
+    if (m_kind == Kind::Array || m_kind == Kind::Object) {
+        const std::size_t estimate = estimatedSize(*this);
+        out.reserve(before + estimate + estimate / 16);
+    }
     if (appendValue(out, *this))
         return true;
     out.resize(before);

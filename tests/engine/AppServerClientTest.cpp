@@ -208,7 +208,7 @@ TEST_F(AppServerClientTest, StandardErrorReachesTheLogTrimmed)
     engine.setScenario(JSONValue::object({{"onStart", actions({
         JSONValue::object({{"stderr", "  warming up\n\n"}}),
         JSONValue::object({{"sleepMs", 50}}),
-        JSONValue::object({{"stderr", "\xFF\xFE not text\n"}}),
+        JSONValue::object({{"stderrHex", "fffe206e6f742074657874"}}), // "\xFF\xFE not text"
     })}}));
     startAndWaitUntilReady();
     ASSERT_TRUE(waitFor([&] { return logged("warming up"); }));

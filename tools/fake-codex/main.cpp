@@ -47,6 +47,15 @@ void writeRaw(std::string_view bytes, FILE* stream = stdout)
     std::fflush(stream);
 }
 
+std::string bytesFromHex(const JSONValue& hex)
+{
+    const std::string digits(hex.stringView().value_or(""));
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+        bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
 void send(const JSONValue& message) { writeRaw(*message.encode() + "\n"); }
 
 void sleepMilliseconds(double milliseconds)
@@ -66,6 +75,8 @@ void perform(const JSONValue& actions)
             writeRaw(raw->stringView().value_or(""));
         if (const JSONValue* text = action.find("stderr"))
             writeRaw(text->stringView().value_or(""), stderr);
+        if (const JSONValue* hex = action.find("stderrHex"))
+            writeRaw(bytesFromHex(*hex), stderr);
         if (const JSONValue* delay = action.find("sleepMs"))
             sleepMilliseconds(delay->numberValue().value_or(0));
         if (action.find("closeStdin"))
@@ -126,11 +137,7 @@ int printVersion(const FakeScenario& scenario)
     if (const JSONValue* hang = version.find("hangSeconds"))
         sleepMilliseconds(hang->numberValue().value_or(0) * 1000);
     if (const JSONValue* hex = version.find("outputHex")) {
-        const std::string digits(hex->stringView().value_or(""));
-        std::string bytes;
-        for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-            bytes.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-        writeRaw(bytes);
+        writeRaw(bytesFromHex(*hex));
     } else {
         const JSONValue* output = version.find("output");
         writeRaw(output ? output->stringView().value_or("") : "codex-cli 0.0.0-fake\n");

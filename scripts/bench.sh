@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Builds an optimised tree and prints every benchmark's figures.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DNIMBREL_TESTS=OFF -DNIMBREL_BENCH=ON >/dev/null
+cmake --build build/bench
+for benchmark in build/bench/bench/*_bench; do
+  echo "== $(basename "$benchmark")"
+  "$benchmark" "$@"
+done
