@@ -1,8 +1,8 @@
-#include "engine/AppServerClient.h"
+#include "bridge/BridgeController.h"
 #include "platform/Scheduler.h"
+#include "platform/UserDefaults.h"
 
 #include <QCoreApplication>
-#include <QStandardPaths>
 
 #include <csignal>
 #include <cstdio>
@@ -15,11 +15,14 @@ int main(int argc, char** argv)
     QCoreApplication::setApplicationVersion(QStringLiteral(NIMBREL_VERSION));
 
     nimbrel::SystemScheduler scheduler;
-    nimbrel::AppServerClient client(scheduler);
+    nimbrel::SettingsUserDefaults defaults;
+    nimbrel::BridgeController controller(scheduler, defaults);
+
+    // Until there is a window, the log and the sign-in line go to standard error.
     auto print = [](const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(line)); };
-    client.onStatus = [&](const QString& message, bool) { print(message); };
-    client.onLog = print;
-    const QString codex = QStandardPaths::findExecutable(QStringLiteral("codex"));
-    client.start(codex.isEmpty() ? std::nullopt : std::optional<QString>(codex));
+    QObject::connect(&controller, &nimbrel::BridgeController::logAppended, print);
+    QObject::connect(&controller, &nimbrel::BridgeController::codexAccountStatusChanged,
+                     [&] { print(controller.codexAccountStatus()); });
+    controller.startOnce();
     return app.exec();
 }

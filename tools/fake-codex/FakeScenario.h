@@ -5,7 +5,8 @@
 #include <map>
 #include <string>
 
-// What the fake engine does, read from the JSON file named by FAKE_CODEX_SCENARIO.
+// What the fake engine does, read from fake-codex-scenario.json beside the executable (as invoked)
+// where there is one, else from the JSON file named by FAKE_CODEX_SCENARIO.
 //
 //   { "version": {"output": "codex-cli 1.0.0\n" | "outputHex": "ff", "exitCode": 0, "hangSeconds": 0},
 //     "launches": [ <engine>, <engine>, ... ]     the nth launch plays the nth (the last repeats)

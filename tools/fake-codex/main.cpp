@@ -152,7 +152,10 @@ int main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
     recordPath = std::getenv("FAKE_CODEX_RECORD");
-    const char* scenarioPath = std::getenv("FAKE_CODEX_SCENARIO");
+    // A scenario file beside the executable wins, so that copies in two folders can differ.
+    std::string besideMe = argv[0];
+    besideMe = besideMe.substr(0, besideMe.rfind('/') + 1) + "fake-codex-scenario.json";
+    const char* scenarioPath = ::access(besideMe.c_str(), R_OK) == 0 ? besideMe.c_str() : std::getenv("FAKE_CODEX_SCENARIO");
     if (argc >= 2 && std::strcmp(argv[1], "--version") == 0)
         return printVersion(FakeScenario::load(scenarioPath, 1));
     if (argc < 2 || std::strcmp(argv[1], "app-server") != 0) {

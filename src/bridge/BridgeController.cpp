@@ -1,0 +1,165 @@
+#include "BridgeController.h"
+
+#include "platform/Property.h"
+
+#include <QFileInfo>
+#include <QPointer>
+
+namespace nimbrel {
+
+BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults, QObject* parent)
+    : QObject(parent), m_scheduler(scheduler), m_defaults(defaults), m_appServer(std::make_unique<AppServerClient>(scheduler))
+{
+    // The client delivers on this thread and dies with this object, so its callbacks may hold it.
+    m_appServer->onStatus = [this](const QString& message, bool ready) { handleEngineStatus(message, ready); };
+    m_appServer->onLog = [this](const QString& line) { appendLog(line); };
+    m_appServer->onNotification = [this](const QString& method, const JSONValue& params) {
+        handleNotification(method, params);
+    };
+    m_appServer->onServerRequest = [this](const JSONValue& id, const QString& method, const JSONValue& params) {
+        handleServerRequest(id, method, params);
+    };
+}
+
+BridgeController::~BridgeController() = default;
+
+void BridgeController::startOnce()
+{
+    if (m_started)
+        return;
+    m_started = true;
+    refreshCodexInstallation();
+    appendLog(QStringLiteral("Bridge started. Only paired devices can call the Codex allowlist."));
+}
+
+// ---- the log
+
+void BridgeController::appendLog(const QString& line)
+{
+    if (line.isEmpty())
+        return;
+    m_logs.prepend(line);
+    while (m_logs.size() > maximumLogLines)
+        m_logs.removeLast();
+    emit logAppended(line);
+    emit logsChanged();
+}
+
+// ---- finding and restarting Codex
+
+void BridgeController::refreshCodexInstallation()
+{
+    const std::optional<QString> stored = m_defaults.string(customCodexPathKey);
+    const std::optional<CodexInstallation> installation = discoverCodex(stored);
+    if (!installation) {
+        setCodexInstallSource(stored ? QStringLiteral("Custom path unavailable") : QStringLiteral("Not installed"));
+        setCodexExecutablePath(stored ? *stored : QStringLiteral("Not found"));
+        setCodexVersion(QStringLiteral("Unavailable"));
+        setCodexAccountStatus(QStringLiteral("Install Codex, then recheck"));
+        m_appServer->start(std::nullopt);
+        return;
+    }
+    setCodexInstallSource(codexSourceText(installation->source));
+    setCodexExecutablePath(installation->executablePath);
+    setCodexVersion(QStringLiteral("Checking…"));
+    setCodexAccountStatus(QStringLiteral("Checking sign-in…"));
+    const QString askedFor = installation->executablePath;
+    readCodexVersion(askedFor, m_scheduler, this, [this, askedFor](std::optional<QString> version) {
+        // A late answer for a replaced executable is dropped.
+        if (m_codexExecutablePath != askedFor)
+            return;
+        setCodexVersion(version ? *version : QStringLiteral("Could not run codex --version"));
+    });
+    m_appServer->start(installation->executablePath);
+}
+
+void BridgeController::useCustomExecutable(const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.isFile() || !info.isExecutable()) {
+        setAppServerStatus(QStringLiteral("The selected file is not executable."));
+        setAppServerReady(false);
+        return;
+    }
+    m_defaults.setValue(customCodexPathKey, path);
+    restartAfterChoice();
+}
+
+void BridgeController::clearCustomExecutable()
+{
+    m_defaults.remove(customCodexPathKey);
+    restartAfterChoice();
+}
+
+void BridgeController::restartCodex() { restartAfterChoice(); }
+
+void BridgeController::restartAfterChoice()
+{
+    refreshCodexInstallation();
+    appendLog(QStringLiteral("Restarting Codex app-server."));
+}
+
+// ---- engine status and events
+
+void BridgeController::handleEngineStatus(const QString& message, bool ready)
+{
+    if (!ready)
+        dropEngineBoundState();
+    setAppServerStatus(message);
+    setAppServerReady(ready);
+    appendLog(message);
+    broadcastEngineStatus();
+    if (ready)
+        checkAccount();
+    else if (message.contains(QStringLiteral("not found")))
+        setCodexAccountStatus(QStringLiteral("Install Codex, then recheck"));
+    else
+        setCodexAccountStatus(QStringLiteral("Unavailable until the engine is ready"));
+}
+
+// What hangs on the live engine goes with it; the engine's open requests are not answered.
+void BridgeController::dropEngineBoundState() { m_pendingServerRequests.clear(); }
+
+// Authorised peers hear of each engine status; with none connected there is no one to tell.
+void BridgeController::broadcastEngineStatus() {}
+
+void BridgeController::handleNotification(const QString&, const JSONValue&) {}
+
+void BridgeController::handleServerRequest(const JSONValue&, const QString&, const JSONValue&) {}
+
+void BridgeController::checkAccount()
+{
+    setCodexAccountStatus(QStringLiteral("Checking sign-in…"));
+    QPointer<BridgeController> self(this);
+    m_appServer->request(QStringLiteral("account/read"), JSONValue::object({{"refreshToken", false}}),
+                         [self](const AppServerClient::RequestResult& outcome) {
+                             if (self)
+                                 self->setCodexAccountStatus(accountStatusText(outcome));
+                         });
+}
+
+QString accountStatusText(const AppServerClient::RequestResult& outcome)
+{
+    if (!outcome.ok())
+        return QStringLiteral("Account check failed: ") + outcome.error().text();
+    const JSONValue* account = outcome.value().find("account");
+    if (!account || account->isNull())
+        return QStringLiteral("Sign-in required — run codex in Terminal");
+    const JSONValue* type = account->find("type");
+    const QString kind = type && type->isString() ? *type->stringValue() : QStringLiteral("authenticated");
+    const JSONValue* email = account->find("email");
+    if (email && email->isString() && !email->stringView()->empty())
+        return QStringLiteral("Signed in with %1: %2").arg(kind, *email->stringValue());
+    return QStringLiteral("Signed in with %1").arg(kind);
+}
+
+// ---- property setters
+
+void BridgeController::setAppServerStatus(const QString& value) { updateProperty(this, m_appServerStatus, value, &BridgeController::appServerStatusChanged); }
+void BridgeController::setAppServerReady(bool value) { updateProperty(this, m_appServerReady, value, &BridgeController::appServerReadyChanged); }
+void BridgeController::setCodexInstallSource(const QString& value) { updateProperty(this, m_codexInstallSource, value, &BridgeController::codexInstallSourceChanged); }
+void BridgeController::setCodexExecutablePath(const QString& value) { updateProperty(this, m_codexExecutablePath, value, &BridgeController::codexExecutablePathChanged); }
+void BridgeController::setCodexVersion(const QString& value) { updateProperty(this, m_codexVersion, value, &BridgeController::codexVersionChanged); }
+void BridgeController::setCodexAccountStatus(const QString& value) { updateProperty(this, m_codexAccountStatus, value, &BridgeController::codexAccountStatusChanged); }
+
+} // namespace nimbrel

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "engine/AppServerClient.h"
+#include "engine/CodexInstallation.h"
+#include "peer/JSONValue.h"
+#include "platform/Scheduler.h"
+#include "platform/UserDefaults.h"
+
+#include <QObject>
+#include <QStringList>
+
+#include <map>
+#include <memory>
+
+namespace nimbrel {
+
+// The one central object: supervises the engine, keeps the activity log and publishes the state
+// the views show. Everything here runs on the main thread.
+class BridgeController : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QString appServerStatus READ appServerStatus NOTIFY appServerStatusChanged)
+    Q_PROPERTY(bool appServerReady READ appServerReady NOTIFY appServerReadyChanged)
+    Q_PROPERTY(QString codexInstallSource READ codexInstallSource NOTIFY codexInstallSourceChanged)
+    Q_PROPERTY(QString codexExecutablePath READ codexExecutablePath NOTIFY codexExecutablePathChanged)
+    Q_PROPERTY(QString codexVersion READ codexVersion NOTIFY codexVersionChanged)
+    Q_PROPERTY(QString codexAccountStatus READ codexAccountStatus NOTIFY codexAccountStatusChanged)
+    Q_PROPERTY(QStringList authorizedPeerNames READ authorizedPeerNames NOTIFY authorizedPeerNamesChanged)
+    Q_PROPERTY(QStringList logs READ logs NOTIFY logsChanged)
+    Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
+
+public:
+    static constexpr int maximumLogLines = 100;
+    static inline const QString customCodexPathKey = QStringLiteral("SarvaneCustomCodexPath");
+
+    BridgeController(Scheduler& scheduler, UserDefaults& defaults, QObject* parent = nullptr);
+    ~BridgeController() override;
+
+    QString appServerStatus() const { return m_appServerStatus; }
+    bool appServerReady() const { return m_appServerReady; }
+    QString codexInstallSource() const { return m_codexInstallSource; }
+    QString codexExecutablePath() const { return m_codexExecutablePath; }
+    QString codexVersion() const { return m_codexVersion; }
+    QString codexAccountStatus() const { return m_codexAccountStatus; }
+    QStringList authorizedPeerNames() const { return m_authorizedPeerNames; }
+    QStringList logs() const { return m_logs; }
+    bool launchAtLogin() const { return m_launchAtLogin; }
+
+    AppServerClient& appServer() { return *m_appServer; }
+
+    Q_INVOKABLE void startOnce();
+    Q_INVOKABLE void useCustomExecutable(const QString& path);
+    Q_INVOKABLE void clearCustomExecutable();
+    Q_INVOKABLE void restartCodex();
+
+    void appendLog(const QString& line);
+
+signals:
+    void appServerStatusChanged();
+    void appServerReadyChanged();
+    void codexInstallSourceChanged();
+    void codexExecutablePathChanged();
+    void codexVersionChanged();
+    void codexAccountStatusChanged();
+    void authorizedPeerNamesChanged();
+    void logsChanged();
+    void launchAtLoginChanged();
+    // Each line as it enters the log.
+    void logAppended(const QString& line);
+
+private:
+    void refreshCodexInstallation();
+    void restartAfterChoice();
+    void handleEngineStatus(const QString& message, bool ready);
+    void handleNotification(const QString& method, const JSONValue& params);
+    void handleServerRequest(const JSONValue& id, const QString& method, const JSONValue& params);
+    void dropEngineBoundState();
+    void broadcastEngineStatus();
+    void checkAccount();
+
+    void setAppServerStatus(const QString& value);
+    void setAppServerReady(bool value);
+    void setCodexInstallSource(const QString& value);
+    void setCodexExecutablePath(const QString& value);
+    void setCodexVersion(const QString& value);
+    void setCodexAccountStatus(const QString& value);
+
+    Scheduler& m_scheduler;
+    UserDefaults& m_defaults;
+
+    QString m_appServerStatus = QStringLiteral("Starting…");
+    bool m_appServerReady = false;
+    QString m_codexInstallSource = QStringLiteral("Checking…");
+    QString m_codexExecutablePath = QStringLiteral("Not found");
+    QString m_codexVersion = QStringLiteral("Checking…");
+    QString m_codexAccountStatus = QStringLiteral("Waiting for Codex…");
+    QStringList m_authorizedPeerNames;
+    QStringList m_logs;
+    bool m_launchAtLogin = false;
+
+    std::unique_ptr<AppServerClient> m_appServer;
+    // Engine id of each open approval, by local id.
+    std::map<QString, JSONValue> m_pendingServerRequests;
+    bool m_started = false;
+};
+
+// The sign-in line for the outcome of `account/read`.
+QString accountStatusText(const AppServerClient::RequestResult& outcome);
+
+} // namespace nimbrel

@@ -1,0 +1,60 @@
+#include "support/EventLoop.h"
+#include "support/FakeEngine.h"
+#include "support/TemporaryHome.h"
+
+#include <QProcess>
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+// Runs the real program in a temporary home until its standard error holds every expected line.
+QString runUntil(const TemporaryHome& home, const QString& pathVariable, const QStringList& expected, bool* stillRunning)
+{
+    QProcess program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", home.path());
+    environment.insert("PATH", pathVariable);
+    environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
+    program.setProcessEnvironment(environment);
+    program.start(QStringLiteral(NIMBREL_BRIDGE_PATH), {});
+    QString output;
+    waitFor([&] {
+        program.waitForReadyRead(10);
+        output += QString::fromUtf8(program.readAllStandardError());
+        return std::all_of(expected.begin(), expected.end(), [&](const QString& line) { return output.contains(line); });
+    });
+    *stillRunning = program.state() == QProcess::Running;
+    program.terminate();
+    program.waitForFinished(5000);
+    return output;
+}
+
+} // namespace
+
+TEST(NimbrelBridgeProgram, RunsTheEngineFoundOnPath)
+{
+    TemporaryHome home;
+    FakeEngine engine(JSONValue::object({{"methods", JSONValue::object({{"account/read", JSONValue::object({{"result",
+        JSONValue::object({{"account", JSONValue::object({{"type", "chatgpt"}, {"email", "dev@example.com"}})}})}})}})}}));
+    home.makeLink("bin/codex", FakeEngine::executablePath());
+    bool running = false;
+    const QString output = runUntil(home, home.filePath("bin") + ":/usr/bin:/bin",
+                                    {"Codex app-server ready", "Signed in with chatgpt: dev@example.com"}, &running);
+    EXPECT_TRUE(output.contains("Codex app-server ready")) << output.toStdString();
+    EXPECT_TRUE(output.contains("Signed in with chatgpt: dev@example.com")) << output.toStdString();
+    EXPECT_TRUE(running);
+}
+
+TEST(NimbrelBridgeProgram, KeepsRunningWithoutCodex)
+{
+    TemporaryHome home;
+    bool running = false;
+    const QString notFound = "Codex CLI was not found. Install Codex or choose its executable in Settings.";
+    const QString output = runUntil(home, home.filePath("bin"), {notFound}, &running);
+    EXPECT_TRUE(output.contains(notFound)) << output.toStdString();
+    EXPECT_TRUE(running);
+}
