@@ -1,4 +1,5 @@
 #include "peer/JSONValue.h"
+#include "support/RandomJSON.h"
 
 #include <gtest/gtest.h>
 
@@ -146,59 +147,11 @@ TEST(JSONValue, RefusesEveryMalformedInputWithAShortText)
     EXPECT_EQ(JSONValue::decode(std::string(513, '[')).error().message, "Nesting deeper than 512 levels at byte 512");
 }
 
-namespace {
-
-JSONValue randomValue(std::mt19937_64& random, int depth)
-{
-    std::uniform_int_distribution<int> kind(0, depth > 6 ? 3 : 5);
-    switch (kind(random)) {
-    case 0: return JSONValue();
-    case 1: return JSONValue(random() % 2 == 0);
-    case 2: {
-        switch (random() % 4) {
-        case 0: return JSONValue(static_cast<double>(static_cast<std::int64_t>(random() % 2000001) - 1000000));
-        case 1: return JSONValue(std::ldexp(static_cast<double>(random() % 1000000), -static_cast<int>(random() % 60)));
-        case 2: {
-            std::uint64_t bits = random();
-            double value;
-            std::memcpy(&value, &bits, sizeof value);
-            return std::isfinite(value) ? JSONValue(value) : JSONValue(0.25);
-        }
-        default: return JSONValue(static_cast<double>(random()) * ((random() % 2) ? 1 : -1));
-        }
-    }
-    case 3: {
-        static const char* const pieces[] = {"a", "Z", " ", "\"", "\\", "\n", "\x01", "é", "😀", "e\xCC\x81", "\xE2\x80\xA8", "/"};
-        std::string text;
-        const auto length = random() % 12;
-        for (std::uint64_t i = 0; i < length; ++i)
-            text += pieces[random() % std::size(pieces)];
-        return JSONValue(text);
-    }
-    case 4: {
-        std::vector<JSONValue> items;
-        const auto length = random() % 6;
-        for (std::uint64_t i = 0; i < length; ++i)
-            items.push_back(randomValue(random, depth + 1));
-        return JSONValue::array(std::move(items));
-    }
-    default: {
-        std::vector<std::pair<std::string, JSONValue>> members;
-        const auto length = random() % 6;
-        for (std::uint64_t i = 0; i < length; ++i)
-            members.emplace_back("k" + std::to_string(random() % 8), randomValue(random, depth + 1));
-        return JSONValue::object(std::move(members));
-    }
-    }
-}
-
-} // namespace
-
 TEST(JSONValue, RandomDocumentsRoundTrip)
 {
-    std::mt19937_64 random(20261122);
+    nimbrel::test::RandomJSON random(20261122);
     for (int i = 0; i < 3000; ++i) {
-        const JSONValue original = randomValue(random, 0);
+        const JSONValue original = random.value();
         const std::string text = encoded(original);
         auto back = JSONValue::decode(text);
         ASSERT_TRUE(back.ok()) << text << ": " << qPrintable(back.error().message);

@@ -1,0 +1,62 @@
+#include "TextFormatting.h"
+
+#include <QLocale>
+#include <QTextBoundaryFinder>
+#include <QUuid>
+
+#include <cmath>
+
+namespace nimbrel {
+
+namespace {
+
+// Position just behind the first limit clusters, or -1 when the text has no more than limit.
+qsizetype cutPosition(const QString& text, int limit)
+{
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    int clusters = 0;
+    qsizetype position = 0;
+    while (position < text.size()) {
+        const qsizetype next = finder.toNextBoundary();
+        if (next < 0)
+            break;
+        if (clusters == limit)
+            return position;
+        ++clusters;
+        position = next;
+    }
+    return -1;
+}
+
+} // namespace
+
+int characterCount(const QString& text)
+{
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    int clusters = 0;
+    while (finder.toNextBoundary() > 0)
+        ++clusters;
+    return clusters;
+}
+
+QString truncatedToCharacters(const QString& text, int limit)
+{
+    if (text.size() <= limit)
+        return text; // fewer UTF-16 units than the limit means fewer clusters too
+    const qsizetype cut = cutPosition(text, limit);
+    if (cut < 0)
+        return text;
+    return text.left(cut) + QChar(0x2026);
+}
+
+QString formatLocaleNumber(double value)
+{
+    const QLocale locale;
+    if (std::isfinite(value) && std::trunc(value) == value && std::fabs(value) < 1e15)
+        return locale.toString(static_cast<qlonglong>(value));
+    return locale.toString(value, 'f', QLocale::FloatingPointShortest);
+}
+
+QString randomUUIDText() { return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(); }
+
+} // namespace nimbrel

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+#include <vector>
+
+namespace nimbrel {
+
+// One Codex session as listed.
+struct CodexThread {
+    QString id;
+    QString title;   // at most 160 characters plus "…"
+    QString preview; // at most 500 characters plus "…"
+    QString cwd;
+    QString source;
+    QString status;
+    double updatedAt = 0; // seconds since 1970
+    std::optional<QString> model;
+    std::optional<QString> reasoningEffort;
+
+    friend bool operator==(const CodexThread&, const CodexThread&) = default;
+};
+
+struct CodexReasoningEffortOption {
+    QString id;
+    QString description;
+    friend bool operator==(const CodexReasoningEffortOption&, const CodexReasoningEffortOption&) = default;
+};
+
+// One model of the catalogue.
+struct CodexModelOption {
+    QString id;
+    QString displayName;
+    QString description;
+    QString defaultReasoningEffort;
+    std::vector<CodexReasoningEffortOption> supportedReasoningEfforts;
+    bool isDefault = false;
+
+    friend bool operator==(const CodexModelOption&, const CodexModelOption&) = default;
+};
+
+// One approval the user is asked for.
+struct ApprovalPrompt {
+    QString id;
+    QString method;
+    QString title;
+    QString detail;
+    std::optional<QString> command;
+    std::optional<QString> cwd;
+
+    friend bool operator==(const ApprovalPrompt&, const ApprovalPrompt&) = default;
+};
+
+enum class TranscriptKind { User, Assistant, Command, FileChange, Reasoning, System };
+
+QString transcriptKindText(TranscriptKind kind);
+
+// One item of a transcript.
+struct TranscriptEntry {
+    QString id;
+    TranscriptKind kind = TranscriptKind::System;
+    QString title;
+    QString text;
+    std::optional<QString> status;
+    std::optional<QString> phase;
+    QStringList progressMessages;
+
+    // A step of the work rather than part of the conversation.
+    bool isActivity() const;
+    // Progress lines, then the text; empty parts dropped; joined with blank lines.
+    QString combinedText() const;
+
+    friend bool operator==(const TranscriptEntry&, const TranscriptEntry&) = default;
+};
+
+// One conversation entry alone, or a run of consecutive activity entries. Never empty.
+struct TranscriptBlock {
+    std::vector<TranscriptEntry> entries;
+    const QString& id() const { return entries.front().id; }
+    friend bool operator==(const TranscriptBlock&, const TranscriptBlock&) = default;
+};
+
+} // namespace nimbrel
