@@ -1,5 +1,6 @@
 #include "BridgeController.h"
 
+#include "platform/HostName.h"
 #include "platform/Property.h"
 
 #include <QFileInfo>
@@ -7,8 +8,12 @@
 
 namespace nimbrel {
 
-BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults, QObject* parent)
-    : QObject(parent), m_scheduler(scheduler), m_defaults(defaults), m_appServer(std::make_unique<AppServerClient>(scheduler))
+BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults, PeerLinkSettings linkSettings, QObject* parent)
+    : QObject(parent)
+    , m_scheduler(scheduler)
+    , m_defaults(defaults)
+    , m_link(std::make_unique<PeerLink>(PeerLinkMode::Host, hostDisplayName(), scheduler, nullptr, linkSettings))
+    , m_appServer(std::make_unique<AppServerClient>(scheduler))
 {
     // The client delivers on this thread and dies with this object, so its callbacks may hold it.
     m_appServer->onStatus = [this](const QString& message, bool ready) { handleEngineStatus(message, ready); };
@@ -28,6 +33,7 @@ void BridgeController::startOnce()
     if (m_started)
         return;
     m_started = true;
+    m_link->start();
     refreshCodexInstallation();
     appendLog(QStringLiteral("Bridge started. Only paired devices can call the Codex allowlist."));
 }

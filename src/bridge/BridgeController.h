@@ -3,6 +3,7 @@
 #include "engine/AppServerClient.h"
 #include "engine/CodexInstallation.h"
 #include "peer/JSONValue.h"
+#include "peer/PeerLink.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 
@@ -32,7 +33,8 @@ public:
     static constexpr int maximumLogLines = 100;
     static inline const QString customCodexPathKey = QStringLiteral("SarvaneCustomCodexPath");
 
-    BridgeController(Scheduler& scheduler, UserDefaults& defaults, QObject* parent = nullptr);
+    BridgeController(Scheduler& scheduler, UserDefaults& defaults,
+                     PeerLinkSettings linkSettings = PeerLinkSettings::fromEnvironment(), QObject* parent = nullptr);
     ~BridgeController() override;
 
     QString appServerStatus() const { return m_appServerStatus; }
@@ -46,6 +48,7 @@ public:
     bool launchAtLogin() const { return m_launchAtLogin; }
 
     AppServerClient& appServer() { return *m_appServer; }
+    PeerLink& link() { return *m_link; }
 
     Q_INVOKABLE void startOnce();
     Q_INVOKABLE void useCustomExecutable(const QString& path);
@@ -97,6 +100,7 @@ private:
     QStringList m_logs;
     bool m_launchAtLogin = false;
 
+    std::unique_ptr<PeerLink> m_link;
     std::unique_ptr<AppServerClient> m_appServer;
     // Engine id of each open approval, by local id.
     std::map<QString, JSONValue> m_pendingServerRequests;

@@ -39,6 +39,12 @@ int characterCount(const QString& text)
     return clusters;
 }
 
+QString firstCharacters(const QString& text, int limit)
+{
+    const qsizetype cut = text.size() <= limit ? -1 : cutPosition(text, limit);
+    return cut < 0 ? text : text.left(cut);
+}
+
 QString truncatedToCharacters(const QString& text, int limit)
 {
     if (text.size() <= limit)

@@ -7,6 +7,9 @@ namespace nimbrel {
 // User-perceived characters (grapheme clusters) in text.
 int characterCount(const QString& text);
 
+// The first limit user-perceived characters of text (all of it when it is shorter).
+QString firstCharacters(const QString& text, int limit);
+
 // text itself when it has at most limit user-perceived characters; otherwise its first limit
 // characters followed by "…". Clusters such as flags, emoji sequences and combining marks are never
 // split.

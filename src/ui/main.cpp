@@ -1,4 +1,5 @@
 #include "bridge/BridgeController.h"
+#include "peer/PeerLink.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 
@@ -23,6 +24,12 @@ int main(int argc, char** argv)
     QObject::connect(&controller, &nimbrel::BridgeController::logAppended, print);
     QObject::connect(&controller, &nimbrel::BridgeController::codexAccountStatusChanged,
                      [&] { print(controller.codexAccountStatus()); });
+    QObject::connect(&controller.link(), &nimbrel::PeerLink::listening,
+                     [&](const QString& url) { print(QStringLiteral("Listening on ") + url); });
+    QObject::connect(&controller.link(), &nimbrel::PeerLink::statusTextChanged, [&] {
+        if (controller.link().statusText().startsWith(QStringLiteral("Advertising failed")))
+            print(controller.link().statusText());
+    });
     controller.startOnce();
     return app.exec();
 }

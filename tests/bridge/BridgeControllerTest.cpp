@@ -31,7 +31,7 @@ protected:
 
     void makeController()
     {
-        controller = std::make_unique<BridgeController>(scheduler, defaults);
+        controller = std::make_unique<BridgeController>(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0});
         QObject::connect(controller.get(), &BridgeController::codexAccountStatusChanged,
                          [this] { accountTexts.push_back(controller->codexAccountStatus()); });
     }

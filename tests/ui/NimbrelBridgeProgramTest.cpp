@@ -19,6 +19,8 @@ QString runUntil(const TemporaryHome& home, const QString& pathVariable, const Q
     environment.insert("HOME", home.path());
     environment.insert("PATH", pathVariable);
     environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
+    environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
+    environment.insert("NIMBREL_LINK_PORT", "0");
     program.setProcessEnvironment(environment);
     program.start(QStringLiteral(NIMBREL_BRIDGE_PATH), {});
     QString output;
@@ -43,7 +45,8 @@ TEST(NimbrelBridgeProgram, RunsTheEngineFoundOnPath)
     home.makeLink("bin/codex", FakeEngine::executablePath());
     bool running = false;
     const QString output = runUntil(home, home.filePath("bin") + ":/usr/bin:/bin",
-                                    {"Codex app-server ready", "Signed in with chatgpt: dev@example.com"}, &running);
+                                    {"Codex app-server ready", "Signed in with chatgpt: dev@example.com", "Listening on wss://127.0.0.1:"}, &running);
+    EXPECT_TRUE(output.contains("Listening on wss://127.0.0.1:")) << output.toStdString();
     EXPECT_TRUE(output.contains("Codex app-server ready")) << output.toStdString();
     EXPECT_TRUE(output.contains("Signed in with chatgpt: dev@example.com")) << output.toStdString();
     EXPECT_TRUE(running);

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+typedef struct evp_pkey_st EVP_PKEY;
+
+namespace nimbrel {
+
+// A self-signed certificate over a P-256 key, in PEM, with the key beside it.
+struct LinkCertificate {
+    QByteArray certificatePem;
+    QByteArray privateKeyPem;
+};
+
+// Made for key, or for a fresh key of this run where key is null.
+std::optional<LinkCertificate> makeLinkCertificate(EVP_PKEY* key, const QString& commonName);
+
+} // namespace nimbrel

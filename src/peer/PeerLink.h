@@ -1,0 +1,125 @@
+#pragma once
+
+#include "platform/Scheduler.h"
+
+#include <QHostAddress>
+#include <QObject>
+#include <QSslCertificate>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+class QSslServer;
+class QSslSocket;
+class QWebSocket;
+class QWebSocketServer;
+typedef struct evp_pkey_st EVP_PKEY;
+
+namespace nimbrel {
+
+class ServiceDiscovery;
+
+enum class PeerLinkMode { Host, Client };
+
+// Where host mode listens: every interface on port 48215, unless NIMBREL_LINK_ADDRESS and
+// NIMBREL_LINK_PORT say otherwise (port 0 picks a free one).
+struct PeerLinkSettings {
+    QHostAddress address = QHostAddress::Any;
+    quint16 port = 48215;
+    static PeerLinkSettings fromEnvironment();
+};
+
+// The nearby transport: WebSocket over TLS 1.3, found through DNS-SD. One BridgeMessage is one
+// WebSocket message. Peers are known by the display name they give when they connect. It knows
+// nothing of pairing: a connection grants no rights. Everything it publishes and calls runs on
+// the thread that owns it.
+class PeerLink : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QStringList discoveredPeers READ discoveredPeers NOTIFY discoveredPeersChanged)
+    Q_PROPERTY(QStringList connectedPeers READ connectedPeers NOTIFY connectedPeersChanged)
+    Q_PROPERTY(QString statusText READ statusText NOTIFY statusTextChanged)
+
+public:
+    static constexpr int maximumConnections = 64;
+    static constexpr qint64 maximumMessageBytes = 16 * 1024 * 1024;
+    static constexpr int maximumNameCharacters = 63;
+    static constexpr double handshakeLimitSeconds = 10;
+    static constexpr double pingIntervalSeconds = 20;
+    static constexpr double silenceLimitSeconds = 60;
+    static inline const QString serviceType = QStringLiteral("_sarvane._tcp");
+    static inline const QString resourcePath = QStringLiteral("/sarvane");
+
+    // tlsKey: the device's signing key for the certificate, or null for a fresh key of this run.
+    PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& scheduler, EVP_PKEY* tlsKey = nullptr,
+             PeerLinkSettings settings = {}, QObject* parent = nullptr);
+    ~PeerLink() override;
+
+    // The display name, "-" and four characters of a UUID, cut to 63 user-perceived characters.
+    static QString localNameFor(const QString& displayName);
+
+    std::function<void(const QByteArray& data, const QString& peer)> onData;
+    std::function<void(const QString& peer)> onConnected;
+    std::function<void(const QString& peer)> onDisconnected;
+
+    // Host mode listens and advertises; client mode browses.
+    void start();
+    // One message to one connected peer; an error text where it cannot be handed over.
+    std::optional<QString> send(const QByteArray& data, const QString& peer);
+    // Client mode: connects to a host, known to this side as peerName (address:port if empty).
+    void connectTo(const QHostAddress& address, quint16 port, const QString& peerName = {});
+
+    PeerLinkMode mode() const { return m_mode; }
+    QString localName() const { return m_localName; }
+    QStringList discoveredPeers() const { return m_discoveredPeers; }
+    QStringList connectedPeers() const { return m_connectedPeers; }
+    QString statusText() const { return m_statusText; }
+    // Host mode, once listening.
+    quint16 listeningPort() const;
+    QSslCertificate certificate() const { return m_certificate; }
+    // Client mode: where a discovered host was found.
+    std::optional<std::pair<QHostAddress, quint16>> discoveredAddress(const QString& name) const;
+
+signals:
+    void discoveredPeersChanged();
+    void connectedPeersChanged();
+    void statusTextChanged();
+    void listening(const QString& url);
+
+private:
+    struct Connection;
+    class Server;
+
+    void listen();
+    void acceptHandshake(QSslSocket* socket);
+    void readUpgradeRequest(const std::shared_ptr<Connection>& connection);
+    void adoptWebSocket(QWebSocket* socket);
+    void watch(const std::shared_ptr<Connection>& connection);
+    void opened(const std::shared_ptr<Connection>& connection);
+    void closed(const std::shared_ptr<Connection>& connection);
+    void keepAlive();
+    std::shared_ptr<Connection> connectionFor(const QObject* socket) const;
+    void refreshConnectedPeers();
+    void setStatusText(const QString& text);
+    QString idleStatus() const;
+
+    PeerLinkMode m_mode;
+    QString m_localName;
+    Scheduler& m_scheduler;
+    PeerLinkSettings m_settings;
+    QSslCertificate m_certificate;
+    QByteArray m_privateKeyPem;
+    Server* m_server = nullptr;
+    QWebSocketServer* m_upgrader = nullptr;
+    ServiceDiscovery* m_discovery = nullptr;
+    std::vector<std::shared_ptr<Connection>> m_connections;
+    std::vector<std::pair<QString, std::pair<QHostAddress, quint16>>> m_found;
+    QStringList m_discoveredPeers;
+    QStringList m_connectedPeers;
+    QString m_statusText = QStringLiteral("Starting…");
+    TaskHandle m_keepAlive;
+};
+
+} // namespace nimbrel

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <QString>
+
+namespace nimbrel {
+
+// The name people know this computer by: its pretty host name where one is set, else its host
+// name, else "Mac".
+QString hostDisplayName();
+
+} // namespace nimbrel
