@@ -13,8 +13,16 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
     , m_scheduler(scheduler)
     , m_defaults(defaults)
     , m_link(std::make_unique<PeerLink>(PeerLinkMode::Host, hostDisplayName(), scheduler, nullptr, linkSettings))
+    , m_workspace(std::make_unique<CodexWorkspace>(defaults, scheduler, openTabsKey, threadRefreshIntervalSeconds,
+                                                   historyRequestTimeoutSeconds))
     , m_appServer(std::make_unique<AppServerClient>(scheduler))
 {
+    // The window's own requests go straight to the engine, with no allow-list.
+    QPointer<BridgeController> self(this);
+    m_workspace->requester = [self](const QString& method, const JSONValue& params, AppServerClient::RequestCompletion completion) {
+        if (self)
+            self->m_appServer->request(method, params, std::move(completion));
+    };
     // The client delivers on this thread and dies with this object, so its callbacks may hold it.
     m_appServer->onStatus = [this](const QString& message, bool ready) { handleEngineStatus(message, ready); };
     m_appServer->onLog = [this](const QString& line) { appendLog(line); };
@@ -113,6 +121,7 @@ void BridgeController::handleEngineStatus(const QString& message, bool ready)
         dropEngineBoundState();
     setAppServerStatus(message);
     setAppServerReady(ready);
+    m_workspace->setEngineReady(ready, message);
     appendLog(message);
     broadcastEngineStatus();
     if (ready)
@@ -129,7 +138,10 @@ void BridgeController::dropEngineBoundState() { m_pendingServerRequests.clear();
 // Authorised peers hear of each engine status; with none connected there is no one to tell.
 void BridgeController::broadcastEngineStatus() {}
 
-void BridgeController::handleNotification(const QString&, const JSONValue&) {}
+void BridgeController::handleNotification(const QString& method, const JSONValue& params)
+{
+    m_workspace->handleNotification(method, params);
+}
 
 void BridgeController::handleServerRequest(const JSONValue&, const QString&, const JSONValue&) {}
 

@@ -6,6 +6,7 @@
 #include "peer/PeerLink.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
+#include "workspace/CodexWorkspace.h"
 
 #include <QObject>
 #include <QStringList>
@@ -32,6 +33,9 @@ class BridgeController : public QObject {
 public:
     static constexpr int maximumLogLines = 100;
     static inline const QString customCodexPathKey = QStringLiteral("SarvaneCustomCodexPath");
+    static inline const QString openTabsKey = QStringLiteral("SarvaneBridgeOpenSessionTabs");
+    static constexpr double threadRefreshIntervalSeconds = 4;
+    static constexpr double historyRequestTimeoutSeconds = 20;
 
     BridgeController(Scheduler& scheduler, UserDefaults& defaults,
                      PeerLinkSettings linkSettings = PeerLinkSettings::fromEnvironment(), QObject* parent = nullptr);
@@ -49,6 +53,7 @@ public:
 
     AppServerClient& appServer() { return *m_appServer; }
     PeerLink& link() { return *m_link; }
+    CodexWorkspace& workspace() { return *m_workspace; }
 
     Q_INVOKABLE void startOnce();
     Q_INVOKABLE void useCustomExecutable(const QString& path);
@@ -101,6 +106,7 @@ private:
     bool m_launchAtLogin = false;
 
     std::unique_ptr<PeerLink> m_link;
+    std::unique_ptr<CodexWorkspace> m_workspace;
     std::unique_ptr<AppServerClient> m_appServer;
     // Engine id of each open approval, by local id.
     std::map<QString, JSONValue> m_pendingServerRequests;

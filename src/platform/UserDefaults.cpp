@@ -43,14 +43,13 @@ QVariant SettingsUserDefaults::value(const QString& key) const { return m_settin
 
 void SettingsUserDefaults::setValue(const QString& key, const QVariant& value)
 {
+    // QSettings writes its file back by itself once the event loop runs, and when it is destroyed.
     m_settings->setValue(key, value);
-    m_settings->sync();
 }
 
 void SettingsUserDefaults::remove(const QString& key)
 {
     m_settings->remove(key);
-    m_settings->sync();
 }
 
 } // namespace nimbrel

@@ -3,6 +3,7 @@
 #include <QSettings>
 #include <QString>
 #include <QVariant>
+#include <QVariantMap>
 
 #include <memory>
 #include <optional>
@@ -34,6 +35,18 @@ public:
 
 private:
     std::unique_ptr<QSettings> m_settings;
+};
+
+// User defaults that last as long as the object: for tools, benchmarks and runs that must leave
+// nothing behind.
+class MemoryUserDefaults final : public UserDefaults {
+public:
+    QVariant value(const QString& key) const override { return m_values.value(key); }
+    void setValue(const QString& key, const QVariant& value) override { m_values.insert(key, value); }
+    void remove(const QString& key) override { m_values.remove(key); }
+
+private:
+    QVariantMap m_values;
 };
 
 } // namespace nimbrel

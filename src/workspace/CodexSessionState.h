@@ -1,0 +1,37 @@
+#pragma once
+
+#include "usage/UsageRecords.h"
+#include "workspace/SessionRecords.h"
+#include "workspace/TurnControlState.h"
+#include "workspace/UserInputRecords.h"
+
+namespace nimbrel {
+
+// Everything the window keeps about one Codex session.
+struct CodexSessionState {
+    QString threadID;
+    QString draft;
+    std::vector<TranscriptEntry> transcript; // oldest first
+    std::optional<QString> model;
+    std::optional<QString> reasoningEffort;
+    bool isLoadingTranscript = false;
+    bool isLoadingEarlierTranscript = false;
+    bool canLoadEarlierTranscript = false;
+    std::optional<QString> transcriptLoadError;
+    bool hasLoadedTranscript = false;
+    std::optional<QString> activityText;
+    TurnControlState turnControl;
+    std::vector<UserInputPrompt> userInputPrompts;
+    std::optional<CodexSessionUsage> tokenUsage;
+
+    friend bool operator==(const CodexSessionState&, const CodexSessionState&) = default;
+};
+
+// Which engine method a session's history pages come from.
+enum class TranscriptPageSource { Items, Turns };
+
+enum class CodexWorkspaceError { TransportUnavailable, HistoryTimedOut };
+
+QString codexWorkspaceErrorText(CodexWorkspaceError error);
+
+} // namespace nimbrel

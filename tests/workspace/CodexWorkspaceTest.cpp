@@ -1,0 +1,303 @@
+#include "bridge/BridgeController.h"
+#include "support/EventLoop.h"
+#include "support/FakeEngine.h"
+#include "support/TemporaryHome.h"
+#include "support/VirtualScheduler.h"
+#include "workspace/CodexWorkspace.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+using ::testing::ElementsAre;
+
+namespace {
+
+const QString tabsKey = QStringLiteral("SarvaneBridgeOpenSessionTabs");
+
+JSONValue threadJSON(const char* id, const char* extra = "")
+{
+    return JSONValue::decode(QStringLiteral(R"({"id":"%1","name":"Thread %1","preview":"preview of %1","cwd":"/work/%1"%2})")
+                                 .arg(QLatin1String(id), QLatin1String(extra))
+                                 .toStdString())
+        .value();
+}
+
+JSONValue listResult(std::vector<JSONValue> threads)
+{
+    return JSONValue::object({{"data", JSONValue::array(std::move(threads))}, {"nextCursor", nullptr}});
+}
+
+// Requests the workspace makes, answered when the test says.
+struct RequesterDouble {
+    struct Call {
+        QString method;
+        JSONValue params;
+        AppServerClient::RequestCompletion completion;
+    };
+    std::vector<Call> calls;
+
+    CodexWorkspace::Requester requester()
+    {
+        return [this](const QString& method, const JSONValue& params, AppServerClient::RequestCompletion completion) {
+            calls.push_back({method, params, std::move(completion)});
+        };
+    }
+    int count(const QString& method) const
+    {
+        return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const Call& c) { return c.method == method; }));
+    }
+    void answerLast(const AppServerClient::RequestResult& outcome) { calls.back().completion(outcome); }
+};
+
+class CodexWorkspaceTest : public ::testing::Test {
+protected:
+    CodexWorkspaceTest() : defaults(home.filePath("defaults.ini")) {}
+
+    std::unique_ptr<CodexWorkspace> makeWorkspace()
+    {
+        auto made = std::make_unique<CodexWorkspace>(defaults, scheduler, tabsKey, 4.0, 20.0);
+        made->requester = engine.requester();
+        return made;
+    }
+    void storeTabs(const QStringList& tabs, const QString& selected)
+    {
+        defaults.setValue(tabsKey, tabs);
+        defaults.setValue(tabsKey + ".selected", selected);
+    }
+    void setRunning(CodexWorkspace& workspace, const QString& id)
+    {
+        CodexSessionState state = workspace.sessionState(id);
+        state.turnControl = {TurnControlState::Phase::Running, QStringLiteral("turn-1")};
+        workspace.storeSession(state);
+    }
+
+    TemporaryHome home;
+    SettingsUserDefaults defaults;
+    VirtualScheduler scheduler;
+    RequesterDouble engine;
+};
+
+TEST_F(CodexWorkspaceTest, FirstLaunchOpensTheNewestThread)
+{
+    auto workspace = makeWorkspace();
+    EXPECT_TRUE(workspace->openThreadIDs().isEmpty());
+    EXPECT_FALSE(workspace->selectedThreadID());
+    EXPECT_TRUE(engine.calls.empty());
+
+    workspace->setEngineReady(true, QStringLiteral("Codex app-server ready"));
+    ASSERT_EQ(engine.calls.size(), 1u);
+    EXPECT_EQ(engine.calls[0].method, "thread/list");
+    EXPECT_EQ(engine.calls[0].params.textForm(),
+              R"({"limit":100,"sortKey":"recency_at","sortDirection":"desc","sourceKinds":["cli","appServer","vscode"]})");
+    EXPECT_TRUE(workspace->isRefreshingThreads());
+    EXPECT_TRUE(workspace->hasAutomaticRefresh());
+
+    engine.answerLast(listResult({threadJSON("new", R"(,"model":"gpt-5","reasoningEffort":"high")"), threadJSON("old"), JSONValue(3)}));
+    EXPECT_FALSE(workspace->isRefreshingThreads());
+    ASSERT_EQ(workspace->threads().size(), 2u);
+    EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("new"));
+    EXPECT_EQ(workspace->selectedThreadID(), QStringLiteral("new"));
+    EXPECT_EQ(workspace->sessionState("new").model, QStringLiteral("gpt-5"));
+    EXPECT_EQ(workspace->sessionState("new").reasoningEffort, QStringLiteral("high"));
+    EXPECT_EQ(defaults.stringList(tabsKey), QStringList{"new"});
+    EXPECT_EQ(defaults.string(tabsKey + ".selected"), QStringLiteral("new"));
+    EXPECT_EQ(workspace->openThreads().front().title, "Thread new");
+}
+
+TEST_F(CodexWorkspaceTest, StoredTabsAreRestoredAndReconciled)
+{
+    storeTabs({"a", "gone", "b"}, "z");
+    auto workspace = makeWorkspace();
+    EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "gone", "b"));
+    EXPECT_EQ(workspace->selectedThreadID(), QStringLiteral("a")); // the stored selection is no tab
+
+    workspace->setEngineReady(true, {});
+    // A list that arrives after the engine fell is still applied.
+    workspace->setEngineReady(false, QStringLiteral("Codex app-server exited with code 1."));
+    engine.answerLast(listResult({threadJSON("b"), threadJSON("a"), threadJSON("c")}));
+    EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "b"));
+    EXPECT_EQ(defaults.stringList(tabsKey), (QStringList{"a", "b"}));
+
+    // A second workspace over the same defaults finds the same tabs and selection.
+    workspace->selectThread("b");
+    workspace->selectThread("not-a-tab");
+    auto restarted = makeWorkspace();
+    EXPECT_THAT(restarted->openThreadIDs(), ElementsAre("a", "b"));
+    EXPECT_EQ(restarted->selectedThreadID(), QStringLiteral("b"));
+}
+
+TEST_F(CodexWorkspaceTest, ClosingTabsMovesTheSelection)
+{
+    auto workspace = makeWorkspace();
+    workspace->setEngineReady(true, {});
+    engine.answerLast(listResult({threadJSON("a"), threadJSON("b"), threadJSON("c")}));
+    workspace->openThread("b");
+    workspace->openThread("c");
+    workspace->selectThread("b");
+    ASSERT_THAT(workspace->openThreadIDs(), ElementsAre("a", "b", "c"));
+
+    workspace->setDraft("half a thought", "b");
+    workspace->closeTab("b"); // the middle one, selected: its right neighbour follows
+    EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "c"));
+    EXPECT_EQ(workspace->selectedThreadID(), QStringLiteral("c"));
+    EXPECT_EQ(workspace->sessionState("b").draft, "half a thought"); // the session outlives its tab
+
+    workspace->openThread("b");
+    workspace->closeTab("b"); // the last one, selected: the new last
+    EXPECT_EQ(workspace->selectedThreadID(), QStringLiteral("c"));
+
+    setRunning(*workspace, "c");
+    workspace->closeTab("c");
+    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Stop this Codex session before closing its tab."));
+    EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "c"));
+
+    workspace->closeTab("a");
+    CodexSessionState stopped = workspace->sessionState("c");
+    stopped.turnControl = TurnControlState{};
+    workspace->storeSession(stopped);
+    workspace->closeTab("c"); // the only one
+    EXPECT_TRUE(workspace->openThreadIDs().isEmpty());
+    EXPECT_FALSE(workspace->selectedThreadID());
+    EXPECT_FALSE(defaults.string(tabsKey + ".selected"));
+
+    // The next list opens the newest again.
+    workspace->refreshThreads();
+    engine.answerLast(listResult({threadJSON("c"), threadJSON("a")}));
+    EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("c"));
+}
+
+TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
+{
+    auto workspace = makeWorkspace();
+    workspace->setEngineReady(true, {});
+    engine.answerLast(listResult({threadJSON("x", R"(,"cwd":"/home/ada/project")"), threadJSON("y", R"(,"preview":"project plans")"),
+                                  threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
+    workspace->setSearchText("PROJECT");
+    const auto found = workspace->filteredThreads();
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].id, "x");
+    workspace->setSearchText("");
+    EXPECT_EQ(workspace->filteredThreads().size(), 3u);
+
+    // A listed model fills only what a session has not chosen.
+    CodexSessionState chosen = workspace->sessionState("z");
+    chosen.model = "chosen";
+    workspace->storeSession(chosen);
+    for (int i = 0; i < 3; ++i) {
+        workspace->refreshThreads();
+        engine.answerLast(listResult({threadJSON("x"), threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
+    }
+    EXPECT_EQ(workspace->sessionState("z").model, QStringLiteral("chosen"));
+    EXPECT_EQ(workspace->sessionState("z").reasoningEffort, QStringLiteral("low"));
+    EXPECT_FALSE(workspace->sessions().count("y"));
+
+    // A failed list keeps the old one and says why.
+    workspace->refreshThreads();
+    engine.answerLast(AppServerError::requestTimedOut("thread/list"));
+    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Codex did not respond to thread/list within 30 seconds."));
+    EXPECT_EQ(workspace->threads().size(), 2u);
+    EXPECT_FALSE(workspace->isRefreshingThreads());
+}
+
+TEST_F(CodexWorkspaceTest, EngineLossStopsTurnsAndSaysSo)
+{
+    auto workspace = makeWorkspace();
+    workspace->setEngineReady(true, {});
+    engine.answerLast(listResult({threadJSON("a"), threadJSON("b")}));
+    setRunning(*workspace, "a");
+    setRunning(*workspace, "b");
+    CodexSessionState asking = workspace->sessionState("b");
+    asking.userInputPrompts.push_back(UserInputPrompt{});
+    asking.activityText = "Running tests";
+    workspace->storeSession(asking);
+
+    workspace->setEngineReady(false, QStringLiteral("Codex app-server exited with code 9."));
+    EXPECT_FALSE(workspace->engineReady());
+    EXPECT_FALSE(workspace->hasAutomaticRefresh());
+    for (const char* id : {"a", "b"}) {
+        const CodexSessionState state = workspace->sessionState(id);
+        EXPECT_EQ(state.turnControl, TurnControlState{});
+        EXPECT_FALSE(state.activityText);
+        EXPECT_TRUE(state.userInputPrompts.empty());
+        ASSERT_EQ(state.transcript.size(), 1u);
+        const TranscriptEntry& entry = state.transcript[0];
+        EXPECT_TRUE(entry.id.startsWith("engine-"));
+        EXPECT_EQ(entry.id.size(), 7 + 36);
+        EXPECT_EQ(entry.kind, TranscriptKind::System);
+        EXPECT_EQ(entry.title, "Codex engine disconnected");
+        EXPECT_EQ(entry.text, "Codex app-server exited with code 9.");
+        EXPECT_EQ(entry.status, QStringLiteral("interrupted"));
+    }
+    // With no status text, a running session just goes idle.
+    workspace->setEngineReady(true, {});
+    setRunning(*workspace, "a");
+    workspace->setEngineReady(false, QString());
+    EXPECT_EQ(workspace->sessionState("a").turnControl, TurnControlState{});
+    EXPECT_EQ(workspace->sessionState("a").transcript.size(), 1u);
+    EXPECT_EQ(workspace->threads().size(), 2u); // the list stays
+}
+
+TEST_F(CodexWorkspaceTest, RefreshesEveryFourSecondsWhileReadyAndNeverTwice)
+{
+    auto workspace = makeWorkspace();
+    workspace->setEngineReady(true, {});
+    EXPECT_EQ(engine.count("thread/list"), 1);
+    scheduler.advance(4);
+    settle(20);
+    EXPECT_EQ(engine.count("thread/list"), 1); // the first is still out
+    engine.answerLast(listResult({threadJSON("a")}));
+    for (int tick = 2; tick <= 5; ++tick) {
+        scheduler.advance(3.9);
+        settle(10);
+        EXPECT_EQ(engine.count("thread/list"), tick - 1);
+        scheduler.advance(0.1);
+        ASSERT_TRUE(waitFor([&] { return engine.count("thread/list") == tick; }));
+        engine.answerLast(listResult({threadJSON("a")}));
+    }
+    // A second rise does not start a second timer.
+    workspace->setEngineReady(true, {});
+    engine.answerLast(listResult({threadJSON("a")}));
+    const int before = engine.count("thread/list");
+    scheduler.advance(4);
+    ASSERT_TRUE(waitFor([&] { return engine.count("thread/list") == before + 1; }));
+    engine.answerLast(listResult({threadJSON("a")}));
+    settle(20);
+    EXPECT_EQ(engine.count("thread/list"), before + 1);
+
+    workspace->setEngineReady(false, QStringLiteral("gone"));
+    scheduler.advance(40);
+    settle(50);
+    EXPECT_EQ(engine.count("thread/list"), before + 1);
+    workspace->refreshThreads(); // not while the engine is down
+    EXPECT_EQ(engine.count("thread/list"), before + 1);
+}
+
+TEST(CodexWorkspaceEndToEnd, TheControllerFeedsTheWorkspaceFromTheEngine)
+{
+    TemporaryHome home;
+    FakeEngine engine(JSONValue::object({{"methods", JSONValue::object({{"thread/list", JSONValue::object({{"result",
+        listResult({threadJSON("thr_new", R"(,"model":"gpt-5-codex")"), threadJSON("thr_old")})}})}})}}));
+    home.makeLink("bin/codex", FakeEngine::executablePath());
+    home.setPath(home.filePath("bin"));
+    SettingsUserDefaults defaults(home.filePath("defaults.ini"));
+    VirtualScheduler scheduler;
+    BridgeController controller(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0});
+    controller.startOnce();
+    ASSERT_TRUE(waitFor([&] { return controller.workspace().threads().size() == 2; }));
+    EXPECT_THAT(controller.workspace().openThreadIDs(), ElementsAre("thr_new"));
+    EXPECT_EQ(controller.workspace().sessionState("thr_new").model, QStringLiteral("gpt-5-codex"));
+    EXPECT_EQ(defaults.stringList("SarvaneBridgeOpenSessionTabs"), QStringList{"thr_new"});
+
+    // Every four seconds of virtual time another list is asked for.
+    auto lists = [&] {
+        const auto methods = engine.receivedMethods();
+        return std::count(methods.begin(), methods.end(), "thread/list");
+    };
+    EXPECT_EQ(lists(), 1);
+    scheduler.advance(4);
+    ASSERT_TRUE(waitFor([&] { return lists() == 2; }));
+}
+
+} // namespace
