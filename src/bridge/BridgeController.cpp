@@ -1,29 +1,49 @@
 #include "BridgeController.h"
 
 #include "platform/HostName.h"
+#include "platform/LaunchAtLogin.h"
 #include "platform/Property.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QPointer>
 
 namespace nimbrel {
 
-BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults, PeerLinkSettings linkSettings, QObject* parent)
+BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults, PeerLinkSettings linkSettings,
+                                   SecretStore secrets, QObject* parent)
     : QObject(parent)
     , m_scheduler(scheduler)
     , m_defaults(defaults)
+    , m_launchAtLogin(LaunchAtLogin::isEnabled())
     , m_link(std::make_unique<PeerLink>(PeerLinkMode::Host, hostDisplayName(), scheduler, nullptr, linkSettings))
     , m_workspace(std::make_unique<CodexWorkspace>(defaults, scheduler, openTabsKey, threadRefreshIntervalSeconds,
                                                    historyRequestTimeoutSeconds))
+    , m_trustStore(secrets)
     , m_appServer(std::make_unique<AppServerClient>(scheduler))
 {
+    auto identity = DeviceIdentity::create(secrets, defaults);
+    if (identity.ok()) {
+        m_identity = identity.value();
+        m_link->useTlsKey(m_identity->key());
+    } else {
+        // The engine and the window go on; pairing stays off for this run.
+        m_appServerStatus = QStringLiteral("Secure identity unavailable: ") + identity.error();
+        m_logs = QStringList{QStringLiteral(
+            "Keychain identity creation failed. Pairing is disabled until the app has valid signing entitlements.")};
+    }
+    rebuildTrustedPeers();
+
     // The window's own requests go straight to the engine, with no allow-list.
     QPointer<BridgeController> self(this);
     m_workspace->requester = [self](const QString& method, const JSONValue& params, AppServerClient::RequestCompletion completion) {
         if (self)
             self->m_appServer->request(method, params, std::move(completion));
     };
-    // The client delivers on this thread and dies with this object, so its callbacks may hold it.
+    // The link and the client deliver on this thread and die with this object.
+    m_link->onConnected = [this](const QString& peer) { handleConnected(peer); };
+    m_link->onDisconnected = [this](const QString& peer) { handleDisconnected(peer); };
+    m_link->onData = [this](const QByteArray& data, const QString& peer) { handleData(data, peer); };
     m_appServer->onStatus = [this](const QString& message, bool ready) { handleEngineStatus(message, ready); };
     m_appServer->onLog = [this](const QString& line) { appendLog(line); };
     m_appServer->onNotification = [this](const QString& method, const JSONValue& params) {
@@ -135,15 +155,44 @@ void BridgeController::handleEngineStatus(const QString& message, bool ready)
 // What hangs on the live engine goes with it; the engine's open requests are not answered.
 void BridgeController::dropEngineBoundState() { m_pendingServerRequests.clear(); }
 
-// Authorised peers hear of each engine status; with none connected there is no one to tell.
-void BridgeController::broadcastEngineStatus() {}
-
-void BridgeController::handleNotification(const QString& method, const JSONValue& params)
+BridgeMessage BridgeController::engineStatusEvent() const
 {
-    m_workspace->handleNotification(method, params);
+    return BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, QStringLiteral("sarvane/engineStatus"),
+                         JSONValue::object({{"ready", m_appServerReady}, {"status", m_appServerStatus}})};
 }
 
-void BridgeController::handleServerRequest(const JSONValue&, const QString&, const JSONValue&) {}
+void BridgeController::broadcastEngineStatus() { broadcast(engineStatusEvent()); }
+
+// ---- sending to peers
+
+std::optional<QString> BridgeController::sendToPeer(const BridgeMessage& message, const QString& peer)
+{
+    auto encoded = encodeBridgeMessage(message);
+    if (!encoded.ok())
+        return encoded.error();
+    return m_link->send(encoded.value(), peer);
+}
+
+void BridgeController::broadcast(const BridgeMessage& message)
+{
+    for (const QString& peer : m_link->connectedPeers())
+        if (m_authorizedPeerNames.contains(peer))
+            sendToPeer(message, peer);
+}
+
+// ---- launch at login
+
+void BridgeController::setLaunchAtLogin(bool enabled)
+{
+    const std::optional<QString> error = LaunchAtLogin::setEnabled(enabled, QCoreApplication::applicationFilePath());
+    const bool state = error ? LaunchAtLogin::isEnabled() : enabled;
+    if (m_launchAtLogin != state) {
+        m_launchAtLogin = state;
+        emit launchAtLoginChanged();
+    }
+    if (error)
+        appendLog(QStringLiteral("Launch at login could not be changed: ") + *error);
+}
 
 void BridgeController::checkAccount()
 {

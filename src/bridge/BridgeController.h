@@ -1,23 +1,31 @@
 #pragma once
 
+#include "bridge/PairingRequest.h"
 #include "engine/AppServerClient.h"
 #include "engine/CodexInstallation.h"
+#include "peer/BridgeMessage.h"
+#include "peer/DeviceIdentity.h"
 #include "peer/JSONValue.h"
 #include "peer/PeerLink.h"
+#include "peer/TrustStore.h"
 #include "platform/Scheduler.h"
+#include "platform/SecretStore.h"
 #include "platform/UserDefaults.h"
 #include "workspace/CodexWorkspace.h"
 
 #include <QObject>
 #include <QStringList>
+#include <QVariantList>
 
 #include <map>
 #include <memory>
+#include <set>
 
 namespace nimbrel {
 
-// The one central object: supervises the engine, keeps the activity log and publishes the state
-// the views show. Everything here runs on the main thread.
+// The one central object: supervises the engine, pairs and authorises peers, relays their calls
+// and the engine's events, keeps the activity log and publishes the state the views show.
+// Everything here runs on the main thread.
 class BridgeController : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString appServerStatus READ appServerStatus NOTIFY appServerStatusChanged)
@@ -26,9 +34,11 @@ class BridgeController : public QObject {
     Q_PROPERTY(QString codexExecutablePath READ codexExecutablePath NOTIFY codexExecutablePathChanged)
     Q_PROPERTY(QString codexVersion READ codexVersion NOTIFY codexVersionChanged)
     Q_PROPERTY(QString codexAccountStatus READ codexAccountStatus NOTIFY codexAccountStatusChanged)
+    Q_PROPERTY(QVariantList pairingRequests READ pairingRequestList NOTIFY pairingRequestsChanged)
+    Q_PROPERTY(QVariantList trustedPeers READ trustedPeerList NOTIFY trustedPeersChanged)
     Q_PROPERTY(QStringList authorizedPeerNames READ authorizedPeerNames NOTIFY authorizedPeerNamesChanged)
     Q_PROPERTY(QStringList logs READ logs NOTIFY logsChanged)
-    Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY launchAtLoginChanged)
+    Q_PROPERTY(bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
 
 public:
     static constexpr int maximumLogLines = 100;
@@ -37,8 +47,12 @@ public:
     static constexpr double threadRefreshIntervalSeconds = 4;
     static constexpr double historyRequestTimeoutSeconds = 20;
 
+    // The engine methods a peer may call; every other one is refused.
+    static const std::set<QString>& allowedEngineMethods();
+
     BridgeController(Scheduler& scheduler, UserDefaults& defaults,
-                     PeerLinkSettings linkSettings = PeerLinkSettings::fromEnvironment(), QObject* parent = nullptr);
+                     PeerLinkSettings linkSettings = PeerLinkSettings::fromEnvironment(),
+                     SecretStore secrets = SecretStore(), QObject* parent = nullptr);
     ~BridgeController() override;
 
     QString appServerStatus() const { return m_appServerStatus; }
@@ -47,9 +61,12 @@ public:
     QString codexExecutablePath() const { return m_codexExecutablePath; }
     QString codexVersion() const { return m_codexVersion; }
     QString codexAccountStatus() const { return m_codexAccountStatus; }
+    const std::vector<PairingRequest>& pairingRequests() const { return m_pairingRequests; }
+    const std::vector<TrustedPeer>& trustedPeers() const { return m_trustedPeers; }
     QStringList authorizedPeerNames() const { return m_authorizedPeerNames; }
     QStringList logs() const { return m_logs; }
     bool launchAtLogin() const { return m_launchAtLogin; }
+    bool hasIdentity() const { return m_identity != nullptr; }
 
     AppServerClient& appServer() { return *m_appServer; }
     PeerLink& link() { return *m_link; }
@@ -59,8 +76,19 @@ public:
     Q_INVOKABLE void useCustomExecutable(const QString& path);
     Q_INVOKABLE void clearCustomExecutable();
     Q_INVOKABLE void restartCodex();
+    void setLaunchAtLogin(bool enabled);
+
+    void approvePairing(const PairingRequest& request);
+    void rejectPairing(const PairingRequest& request);
+    void forgetPeer(const TrustedPeer& peer);
+    // The same, found by the code shown or the device id, for the views and the command line.
+    Q_INVOKABLE bool approvePairingWithCode(const QString& code);
+    Q_INVOKABLE bool rejectPairingWithCode(const QString& code);
+    Q_INVOKABLE bool forgetPeerWithID(const QString& deviceID);
 
     void appendLog(const QString& line);
+    std::optional<QString> sendToPeer(const BridgeMessage& message, const QString& peer);
+    void broadcast(const BridgeMessage& message);
 
 signals:
     void appServerStatusChanged();
@@ -69,6 +97,8 @@ signals:
     void codexExecutablePathChanged();
     void codexVersionChanged();
     void codexAccountStatusChanged();
+    void pairingRequestsChanged();
+    void trustedPeersChanged();
     void authorizedPeerNamesChanged();
     void logsChanged();
     void launchAtLoginChanged();
@@ -76,15 +106,33 @@ signals:
     void logAppended(const QString& line);
 
 private:
+    // Finding and supervising the engine.
     void refreshCodexInstallation();
     void restartAfterChoice();
     void handleEngineStatus(const QString& message, bool ready);
-    void handleNotification(const QString& method, const JSONValue& params);
-    void handleServerRequest(const JSONValue& id, const QString& method, const JSONValue& params);
     void dropEngineBoundState();
     void broadcastEngineStatus();
+    BridgeMessage engineStatusEvent() const;
     void checkAccount();
 
+    // Pairing and authorisation.
+    void handleConnected(const QString& peer);
+    void handleDisconnected(const QString& peer);
+    void handleData(const QByteArray& data, const QString& peer);
+    std::optional<QString> handleHello(const std::optional<JSONValue>& body, const QString& peer);
+    void handlePairingRequest(const QString& peer);
+    void sendInitialState(const QString& peer);
+    void rebuildTrustedPeers();
+    void setAuthorized(const QString& peer, bool authorized);
+    void removePairingRequests(const std::function<bool(const PairingRequest&)>& matches);
+
+    // The relay.
+    void handleRequest(const BridgeMessage& message, const QString& peer);
+    void handleNotification(const QString& method, const JSONValue& params);
+    void handleServerRequest(const JSONValue& id, const QString& method, const JSONValue& params);
+
+    QVariantList pairingRequestList() const;
+    QVariantList trustedPeerList() const;
     void setAppServerStatus(const QString& value);
     void setAppServerReady(bool value);
     void setCodexInstallSource(const QString& value);
@@ -101,13 +149,19 @@ private:
     QString m_codexExecutablePath = QStringLiteral("Not found");
     QString m_codexVersion = QStringLiteral("Checking…");
     QString m_codexAccountStatus = QStringLiteral("Waiting for Codex…");
+    std::vector<PairingRequest> m_pairingRequests;
+    std::vector<TrustedPeer> m_trustedPeers;
     QStringList m_authorizedPeerNames;
     QStringList m_logs;
     bool m_launchAtLogin = false;
 
     std::unique_ptr<PeerLink> m_link;
     std::unique_ptr<CodexWorkspace> m_workspace;
+    std::shared_ptr<const DeviceIdentity> m_identity;
+    TrustStore m_trustStore;
     std::unique_ptr<AppServerClient> m_appServer;
+    std::map<QString, HelloPayload> m_localHellos;
+    std::map<QString, HelloPayload> m_remoteHellos;
     // Engine id of each open approval, by local id.
     std::map<QString, JSONValue> m_pendingServerRequests;
     bool m_started = false;

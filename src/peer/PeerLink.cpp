@@ -106,10 +106,15 @@ PeerLink::PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& sch
     : QObject(parent), m_mode(mode), m_localName(localNameFor(displayName)), m_scheduler(scheduler), m_settings(settings)
 {
     if (mode == PeerLinkMode::Host)
-        if (auto certificate = makeLinkCertificate(tlsKey, m_localName)) {
-            m_certificate = QSslCertificate(certificate->certificatePem, QSsl::Pem);
-            m_privateKeyPem = certificate->privateKeyPem;
-        }
+        useTlsKey(tlsKey);
+}
+
+void PeerLink::useTlsKey(EVP_PKEY* key)
+{
+    if (auto certificate = makeLinkCertificate(key, m_localName)) {
+        m_certificate = QSslCertificate(certificate->certificatePem, QSsl::Pem);
+        m_privateKeyPem = certificate->privateKeyPem;
+    }
 }
 
 PeerLink::~PeerLink()

@@ -64,6 +64,8 @@ public:
     std::function<void(const QString& peer)> onConnected;
     std::function<void(const QString& peer)> onDisconnected;
 
+    // Host mode: makes the certificate over this key (the device's signing key). Before start.
+    void useTlsKey(EVP_PKEY* key);
     // Host mode listens and advertises; client mode browses.
     void start();
     // One message to one connected peer; an error text where it cannot be handed over.

@@ -26,13 +26,13 @@ QString prettyHostName()
 
 } // namespace
 
-QString hostDisplayName()
+QString hostDisplayName(const QString& fallback)
 {
     if (const QString pretty = prettyHostName(); !pretty.isEmpty())
         return pretty;
     if (const QString host = QSysInfo::machineHostName(); !host.isEmpty())
         return host;
-    return QStringLiteral("Mac");
+    return fallback;
 }
 
 } // namespace nimbrel

@@ -5,7 +5,7 @@
 namespace nimbrel {
 
 // The name people know this computer by: its pretty host name where one is set, else its host
-// name, else "Mac".
-QString hostDisplayName();
+// name, else fallback.
+QString hostDisplayName(const QString& fallback = QStringLiteral("Mac"));
 
 } // namespace nimbrel

@@ -1,5 +1,6 @@
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
+#include "ui/ConsoleCommands.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 
@@ -21,6 +22,9 @@ int main(int argc, char** argv)
 
     // Until there is a window, the log and the sign-in line go to standard error.
     auto print = [](const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(line)); };
+    const QStringList earlier = controller.logs(); // written while the controller was being made
+    for (auto line = earlier.crbegin(); line != earlier.crend(); ++line)
+        print(*line);
     QObject::connect(&controller, &nimbrel::BridgeController::logAppended, print);
     QObject::connect(&controller, &nimbrel::BridgeController::codexAccountStatusChanged,
                      [&] { print(controller.codexAccountStatus()); });
@@ -30,6 +34,7 @@ int main(int argc, char** argv)
         if (controller.link().statusText().startsWith(QStringLiteral("Advertising failed")))
             print(controller.link().statusText());
     });
+    nimbrel::ConsoleCommands commands(controller);
     controller.startOnce();
     return app.exec();
 }

@@ -1,0 +1,254 @@
+// How a connected peer becomes authorised: signed hellos, pairing by code, trust and forgetting.
+#include "bridge/BridgeController.h"
+
+#include "platform/HostName.h"
+
+#include <QVariantMap>
+
+#include <algorithm>
+
+namespace nimbrel {
+
+namespace {
+
+BridgeMessage messageOf(BridgeMessageKind kind, std::optional<QString> id = std::nullopt,
+                        std::optional<QString> method = std::nullopt, std::optional<JSONValue> body = std::nullopt)
+{
+    return BridgeMessage{bridgeProtocolVersion, kind, std::move(id), std::move(method), std::move(body)};
+}
+
+} // namespace
+
+// ---- the connection's life
+
+void BridgeController::handleConnected(const QString& peer)
+{
+    if (!m_identity) {
+        appendLog(QStringLiteral("Cannot pair: secure Keychain identity is unavailable."));
+        return;
+    }
+    auto hello = m_identity->makeHello(hostDisplayName(QStringLiteral("Nimbrel Mac")));
+    if (!hello.ok()) {
+        appendLog(QStringLiteral("Could not start secure handshake: ") + hello.error());
+        return;
+    }
+    m_localHellos[peer] = hello.value();
+    if (auto error = sendToPeer(messageOf(BridgeMessageKind::Hello, {}, {}, hello.value().toBody()), peer))
+        appendLog(QStringLiteral("Could not start secure handshake: ") + *error);
+}
+
+void BridgeController::handleDisconnected(const QString& peer)
+{
+    setAuthorized(peer, false);
+    removePairingRequests([&](const PairingRequest& request) { return request.peer == peer; });
+    m_localHellos.erase(peer);
+    m_remoteHellos.erase(peer);
+}
+
+// ---- receiving
+
+void BridgeController::handleData(const QByteArray& data, const QString& peer)
+{
+    auto decoded = decodeBridgeMessage(std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
+    std::optional<QString> failure;
+    if (!decoded.ok()) {
+        failure = decoded.error();
+    } else {
+        const BridgeMessage& message = decoded.value();
+        if (message.version != bridgeProtocolVersion) {
+            failure = sendToPeer(messageOf(BridgeMessageKind::Error, {}, {}, JSONValue("Incompatible protocol version.")), peer);
+        } else {
+            switch (message.kind) {
+            case BridgeMessageKind::Hello: failure = handleHello(message.body, peer); break;
+            case BridgeMessageKind::PairingRequest: handlePairingRequest(peer); break;
+            case BridgeMessageKind::Request: handleRequest(message, peer); break;
+            case BridgeMessageKind::Ping:
+                failure = sendToPeer(messageOf(BridgeMessageKind::Response, message.id, {}, JSONValue("pong")), peer);
+                break;
+            default: break; // answers to approvals and questions, and kinds only the bridge sends
+            }
+        }
+    }
+    if (failure)
+        appendLog(QStringLiteral("Rejected malformed message from %1: %2").arg(peer, *failure));
+}
+
+std::optional<QString> BridgeController::handleHello(const std::optional<JSONValue>& body, const QString& peer)
+{
+    if (!body)
+        return AppServerError::invalidResponse().text();
+    auto read = HelloPayload::fromBody(*body);
+    if (!read.ok())
+        return read.error();
+    const HelloPayload& hello = read.value();
+    if (!verify(hello))
+        return QStringLiteral("Handshake signature did not verify.");
+    m_remoteHellos[peer] = hello;
+    const std::optional<TrustedPeer> trusted = m_trustStore.peer(hello.deviceID);
+    // An unknown device waits to pair; a known id with another key gets nothing and hears nothing.
+    if (!trusted || trusted->publicKey != hello.publicKey)
+        return std::nullopt;
+    setAuthorized(peer, true);
+    if (const auto local = m_localHellos.find(peer); local != m_localHellos.end())
+        if (auto error = sendToPeer(messageOf(BridgeMessageKind::PairingAccepted, {}, {}, local->second.toBody()), peer))
+            return error;
+    sendInitialState(peer);
+    appendLog(QStringLiteral("Authenticated %1.").arg(hello.displayName));
+    return std::nullopt;
+}
+
+void BridgeController::handlePairingRequest(const QString& peer)
+{
+    const auto local = m_localHellos.find(peer);
+    const auto remote = m_remoteHellos.find(peer);
+    if (local == m_localHellos.end() || remote == m_remoteHellos.end())
+        return;
+    // A device already trusted, under any key, does not pair again until it is forgotten.
+    if (m_trustStore.peer(remote->second.deviceID))
+        return;
+    const QString code = pairingCode(local->second, remote->second);
+    removePairingRequests([&](const PairingRequest& request) { return request.id == peer; });
+    m_pairingRequests.push_back(PairingRequest{peer, peer, code, local->second, remote->second});
+    emit pairingRequestsChanged();
+    appendLog(QStringLiteral("Pairing requested by %1. Compare code %2.").arg(remote->second.displayName, code));
+}
+
+// ---- the user's decisions
+
+void BridgeController::approvePairing(const PairingRequest& request)
+{
+    if (auto error = m_trustStore.trust(request.remoteHello)) {
+        appendLog(QStringLiteral("Pairing failed: ") + *error);
+        return;
+    }
+    rebuildTrustedPeers();
+    setAuthorized(request.peer, true);
+    if (auto error = sendToPeer(messageOf(BridgeMessageKind::PairingAccepted, {}, {}, request.localHello.toBody()), request.peer)) {
+        appendLog(QStringLiteral("Pairing failed: ") + *error);
+        return;
+    }
+    removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
+    sendInitialState(request.peer);
+    appendLog(QStringLiteral("Paired %1.").arg(request.remoteHello.displayName));
+}
+
+void BridgeController::rejectPairing(const PairingRequest& request)
+{
+    sendToPeer(messageOf(BridgeMessageKind::PairingRejected), request.peer);
+    removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
+    appendLog(QStringLiteral("Rejected pairing from %1.").arg(request.remoteHello.displayName));
+}
+
+void BridgeController::forgetPeer(const TrustedPeer& peer)
+{
+    if (auto error = m_trustStore.remove(peer.deviceID)) {
+        appendLog(QStringLiteral("Could not forget device: ") + *error);
+        return;
+    }
+    rebuildTrustedPeers();
+    for (const auto& [name, hello] : m_remoteHellos)
+        if (hello.deviceID == peer.deviceID)
+            setAuthorized(name, false);
+    appendLog(QStringLiteral("Forgot %1.").arg(peer.displayName));
+}
+
+bool BridgeController::approvePairingWithCode(const QString& code)
+{
+    for (const PairingRequest& request : m_pairingRequests)
+        if (request.code == code) {
+            approvePairing(PairingRequest(request));
+            return true;
+        }
+    return false;
+}
+
+bool BridgeController::rejectPairingWithCode(const QString& code)
+{
+    for (const PairingRequest& request : m_pairingRequests)
+        if (request.code == code) {
+            rejectPairing(PairingRequest(request));
+            return true;
+        }
+    return false;
+}
+
+bool BridgeController::forgetPeerWithID(const QString& deviceID)
+{
+    for (const TrustedPeer& peer : m_trustedPeers)
+        if (peer.deviceID == deviceID) {
+            forgetPeer(TrustedPeer(peer));
+            return true;
+        }
+    return false;
+}
+
+// ---- catching a newly authorised peer up
+
+void BridgeController::sendInitialState(const QString& peer)
+{
+    sendToPeer(engineStatusEvent(), peer);
+    if (!m_appServerReady)
+        return;
+    for (const auto& [id, session] : m_workspace->sessions()) {
+        if (!session.tokenUsage)
+            continue;
+        sendToPeer(messageOf(BridgeMessageKind::Event, {}, QStringLiteral("thread/tokenUsage/updated"),
+                             JSONValue::object({{"threadId", id},
+                                                {"tokenUsage", session.tokenUsage->payload},
+                                                {"sarvaneUpdatedAt", session.tokenUsage->updatedAt}})),
+                   peer);
+    }
+}
+
+// ---- bookkeeping
+
+void BridgeController::rebuildTrustedPeers()
+{
+    std::vector<TrustedPeer> peers;
+    for (const auto& [id, peer] : m_trustStore.peers())
+        peers.push_back(peer);
+    // Plain comparison of the text, not the locale's order.
+    std::stable_sort(peers.begin(), peers.end(),
+                     [](const TrustedPeer& a, const TrustedPeer& b) { return a.displayName < b.displayName; });
+    if (peers != m_trustedPeers) {
+        m_trustedPeers = std::move(peers);
+        emit trustedPeersChanged();
+    }
+}
+
+void BridgeController::setAuthorized(const QString& peer, bool authorized)
+{
+    if (authorized == m_authorizedPeerNames.contains(peer))
+        return;
+    if (authorized)
+        m_authorizedPeerNames.append(peer);
+    else
+        m_authorizedPeerNames.removeAll(peer);
+    emit authorizedPeerNamesChanged();
+}
+
+void BridgeController::removePairingRequests(const std::function<bool(const PairingRequest&)>& matches)
+{
+    if (std::erase_if(m_pairingRequests, matches) > 0)
+        emit pairingRequestsChanged();
+}
+
+QVariantList BridgeController::pairingRequestList() const
+{
+    QVariantList list;
+    for (const PairingRequest& request : m_pairingRequests)
+        list.append(QVariantMap{{"id", request.id}, {"peer", request.peer}, {"code", request.code},
+                                {"displayName", request.remoteHello.displayName}});
+    return list;
+}
+
+QVariantList BridgeController::trustedPeerList() const
+{
+    QVariantList list;
+    for (const TrustedPeer& peer : m_trustedPeers)
+        list.append(QVariantMap{{"deviceID", peer.deviceID}, {"displayName", peer.displayName},
+                                {"publicKey", peer.publicKey}, {"pairedAt", peer.pairedAt}});
+    return list;
+}
+
+} // namespace nimbrel

@@ -1,0 +1,60 @@
+// What an authorised peer may ask of the engine, and the engine's events fanned out to peers.
+#include "bridge/BridgeController.h"
+
+#include <QPointer>
+
+namespace nimbrel {
+
+const std::set<QString>& BridgeController::allowedEngineMethods()
+{
+    static const std::set<QString> methods{
+        QStringLiteral("thread/list"),       QStringLiteral("thread/read"),      QStringLiteral("thread/turns/list"),
+        QStringLiteral("thread/items/list"), QStringLiteral("thread/start"),     QStringLiteral("thread/resume"),
+        QStringLiteral("turn/start"),        QStringLiteral("turn/steer"),       QStringLiteral("turn/interrupt"),
+        QStringLiteral("model/list"),        QStringLiteral("account/read"),     QStringLiteral("account/rateLimits/read"),
+    };
+    return methods;
+}
+
+void BridgeController::handleRequest(const BridgeMessage& message, const QString& peer)
+{
+    auto refuse = [&](const char* text) {
+        sendToPeer(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, message.id, std::nullopt, JSONValue(text)}, peer);
+    };
+    if (!m_authorizedPeerNames.contains(peer))
+        return refuse("Pair this device first.");
+    if (!message.id || !message.method || !allowedEngineMethods().count(*message.method))
+        return refuse("That method is not available through Nimbrel.");
+
+    const JSONValue params = message.body.value_or(JSONValue::object({}));
+    QPointer<BridgeController> self(this);
+    const QString id = *message.id;
+    m_appServer->request(*message.method, params, [self, id, peer](const AppServerClient::RequestResult& outcome) {
+        if (!self)
+            return;
+        const BridgeMessage reply = outcome.ok()
+            ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, id, std::nullopt, outcome.value()}
+            : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id, std::nullopt, JSONValue(outcome.error().text())};
+        if (auto error = self->sendToPeer(reply, peer))
+            self->appendLog(QStringLiteral("Could not reply to %1: %2").arg(peer, *error));
+    });
+}
+
+void BridgeController::handleNotification(const QString& method, const JSONValue& params)
+{
+    m_workspace->handleNotification(method, params);
+    broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, method, params});
+}
+
+// Requests of the engine that this program never handles are refused at once, so nothing waits.
+// Approvals and questions stay with the engine until they are answered.
+void BridgeController::handleServerRequest(const JSONValue& id, const QString& method, const JSONValue&)
+{
+    static const QStringList answered{QStringLiteral("item/commandExecution/requestApproval"),
+                                      QStringLiteral("item/fileChange/requestApproval"),
+                                      QStringLiteral("item/tool/requestUserInput")};
+    if (!answered.contains(method))
+        m_appServer->respondError(id, QStringLiteral("Nimbrel Bridge does not implement %1.").arg(method));
+}
+
+} // namespace nimbrel

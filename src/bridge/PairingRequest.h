@@ -1,0 +1,18 @@
+#pragma once
+
+#include "peer/HelloPayload.h"
+
+namespace nimbrel {
+
+// A pairing waiting for the user to compare its code.
+struct PairingRequest {
+    QString id;   // the peer's transport name when it asked
+    QString peer; // the connection, by transport name
+    QString code; // six digits
+    HelloPayload localHello;
+    HelloPayload remoteHello;
+
+    friend bool operator==(const PairingRequest&, const PairingRequest&) = default;
+};
+
+} // namespace nimbrel

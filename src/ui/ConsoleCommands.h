@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QObject>
+
+class QSocketNotifier;
+
+namespace nimbrel {
+
+class BridgeController;
+
+// Lines typed on standard input while there is no window:
+//   approve <code>    accept the pairing showing that code
+//   reject <code>     refuse it
+//   forget <deviceID> end a device's trust
+class ConsoleCommands : public QObject {
+    Q_OBJECT
+public:
+    explicit ConsoleCommands(BridgeController& controller, QObject* parent = nullptr);
+
+    // The answer to one line, for standard error.
+    QString run(const QString& line);
+
+private:
+    void readAvailable();
+
+    BridgeController& m_controller;
+    QSocketNotifier* m_notifier;
+    QByteArray m_pending;
+};
+
+} // namespace nimbrel

@@ -1,0 +1,141 @@
+#include "support/EventLoop.h"
+#include "support/FakeEngine.h"
+#include "support/TemporaryHome.h"
+
+#include <QProcess>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+// A program of ours run for real, its output collected as it comes.
+class Running {
+public:
+    Running(const QString& program, const QStringList& arguments, const QProcessEnvironment& environment)
+    {
+        m_process.setProcessEnvironment(environment);
+        QObject::connect(&m_process, &QProcess::readyReadStandardOutput, [this] { out += QString::fromUtf8(m_process.readAllStandardOutput()); });
+        QObject::connect(&m_process, &QProcess::readyReadStandardError, [this] { err += QString::fromUtf8(m_process.readAllStandardError()); });
+        m_process.start(program, arguments);
+    }
+    ~Running()
+    {
+        m_process.terminate();
+        if (!m_process.waitForFinished(5000))
+            m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+    void type(const QString& line) { m_process.write((line + "\n").toUtf8()); }
+    bool saysOnError(const QString& text) { return waitFor([&] { return err.contains(text); }); }
+    bool saysOnOutput(const QString& text) { return waitFor([&] { return out.contains(text); }); }
+    QString captured(const QString& pattern)
+    {
+        QString found;
+        waitFor([&] {
+            const auto match = QRegularExpression(pattern).match(err);
+            found = match.hasMatch() ? match.captured(1) : QString();
+            return !found.isEmpty();
+        });
+        return found;
+    }
+
+    QString out, err;
+
+private:
+    QProcess m_process;
+};
+
+class BridgeEndToEndTest : public ::testing::Test {
+protected:
+    BridgeEndToEndTest()
+        : engine(JSONValue::object({{"methods", JSONValue::object({
+              {"thread/list", JSONValue::object({{"result", JSONValue::object({{"data", JSONValue::array({})}})}})},
+              {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
+                  {"after", JSONValue::array({JSONValue::object({{"send", JSONValue::object({{"method", "turn/started"},
+                      {"params", JSONValue::object({{"threadId", "thr_1"}, {"turn", JSONValue::object({{"id", "turn_1"}})}})}})}})})}})},
+          })}}))
+    {
+        home.makeLink("bin/codex", FakeEngine::executablePath());
+        environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("HOME", home.path());
+        environment.insert("PATH", home.filePath("bin") + ":/usr/bin:/bin");
+        environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
+        environment.insert("XDG_DATA_HOME", home.filePath("data"));
+        environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
+        environment.insert("NIMBREL_LINK_PORT", "0");
+    }
+
+    std::unique_ptr<Running> startBridge(QString* port)
+    {
+        auto bridge = std::make_unique<Running>(NIMBREL_BRIDGE_PATH, QStringList{}, environment);
+        *port = bridge->captured("Listening on wss://127\\.0\\.0\\.1:(\\d+)/sarvane");
+        EXPECT_FALSE(port->isEmpty()) << bridge->err.toStdString();
+        EXPECT_TRUE(bridge->saysOnError("Codex app-server ready")) << bridge->err.toStdString();
+        return bridge;
+    }
+
+    std::unique_ptr<Running> startPeer(const QString& port)
+    {
+        return std::make_unique<Running>(NIMBREL_PEER_PATH,
+                                         QStringList{"--host", "127.0.0.1", "--port", port, "--name", "Test Phone",
+                                                     "--state", home.filePath("peer-state")},
+                                         environment);
+    }
+
+    TemporaryHome home;
+    FakeEngine engine;
+    QProcessEnvironment environment;
+};
+
+TEST_F(BridgeEndToEndTest, PeerPairsCallsWatchesAndIsRecognisedAfterARestart)
+{
+    QString port;
+    {
+        auto bridge = startBridge(&port);
+        auto peer = startPeer(port);
+        peer->type("pair");
+        const QString code = peer->captured("Pairing code: (\\d{6})");
+        ASSERT_EQ(code.size(), 6) << peer->err.toStdString();
+        ASSERT_TRUE(bridge->saysOnError(QStringLiteral("Pairing requested by Test Phone. Compare code %1.").arg(code)));
+        bridge->type("approve " + code);
+        ASSERT_TRUE(peer->saysOnOutput(R"("kind":"pairingAccepted")")) << peer->err.toStdString();
+        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"event","method":"sarvane/engineStatus","body":{"ready":true,"status":"Codex app-server ready"}})"));
+        EXPECT_TRUE(bridge->saysOnError("Paired Test Phone."));
+
+        peer->type(R"(call thread/list {"limit": 10})");
+        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"response","id":"nimbrel-peer-1","body":{"data":[]}})")) << peer->out.toStdString();
+        peer->type("call config/read");
+        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"error","id":"nimbrel-peer-2","body":"That method is not available through Nimbrel."})"));
+        peer->type("call account/rateLimits/read");
+        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"event","method":"turn/started","body":{"threadId":"thr_1","turn":{"id":"turn_1"}}})"));
+        const auto methods = engine.receivedMethods();
+        EXPECT_EQ(std::count(methods.begin(), methods.end(), "config/read"), 0);
+        EXPECT_EQ(std::count(methods.begin(), methods.end(), "thread/list"), 2); // the window's own, then the peer's
+    }
+
+    // Both programs again: the trusted device is authorised by its hello alone.
+    auto bridge = startBridge(&port);
+    auto peer = startPeer(port);
+    ASSERT_TRUE(peer->saysOnOutput(R"("kind":"pairingAccepted")")) << peer->err.toStdString();
+    ASSERT_TRUE(bridge->saysOnError("Authenticated Test Phone."));
+    EXPECT_FALSE(bridge->err.contains("Pairing requested"));
+}
+
+TEST_F(BridgeEndToEndTest, WithoutASecretStoreTheEngineStillWorks)
+{
+    home.makeFile("blocked", "a file where the data folder should be", false);
+    environment.insert("XDG_DATA_HOME", home.filePath("blocked"));
+    QString port;
+    auto bridge = startBridge(&port);
+    auto peer = startPeer(port);
+    ASSERT_TRUE(bridge->saysOnError("Cannot pair: secure Keychain identity is unavailable."));
+    EXPECT_TRUE(bridge->err.contains("Keychain identity creation failed. Pairing is disabled until the app has valid signing entitlements."));
+    settle(200);
+    EXPECT_FALSE(peer->out.contains(R"("kind":"hello")"));
+}
+
+} // namespace

@@ -1,0 +1,361 @@
+#include "bridge/BridgeController.h"
+#include "platform/LaunchAtLogin.h"
+#include "support/EventLoop.h"
+#include "support/FakeEngine.h"
+#include "support/TemporaryHome.h"
+#include "support/TestPeer.h"
+#include "support/VirtualScheduler.h"
+
+#include <QFile>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+using Kind = BridgeMessageKind;
+
+namespace {
+
+const QString notPaired = QStringLiteral("Pair this device first.");
+const QString notAllowed = QStringLiteral("That method is not available through Nimbrel.");
+
+// The engine answers thread/read with null, turn/interrupt with an error, and
+// account/rateLimits/read with a delta notification
+// right after its reply, so that a test can make an event whenever it needs one.
+JSONValue relayScenario()
+{
+    const JSONValue delta = JSONValue::object({{"method", "item/agentMessage/delta"},
+                                               {"params", JSONValue::object({{"threadId", "thr_elsewhere"}, {"delta", "hi"}})}});
+    return JSONValue::object({{"methods", JSONValue::object({
+        {"thread/read", JSONValue::object({{"result", nullptr}})},
+        {"turn/interrupt", JSONValue::object({{"error", JSONValue::object({{"code", 1}, {"message", "No turn to interrupt."}})}})},
+        {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
+                                                       {"after", JSONValue::array({JSONValue::object({{"send", delta}})})}})},
+    })}});
+}
+
+class BridgePairingRelayTest : public ::testing::Test {
+protected:
+    BridgePairingRelayTest() : engine(relayScenario()), defaults(home.filePath("defaults.ini"))
+    {
+        home.makeLink("bin/codex", FakeEngine::executablePath());
+        home.setPath(home.filePath("bin"));
+    }
+
+    void startBridge()
+    {
+        controller = std::make_unique<BridgeController>(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
+                                                        SecretStore(home.filePath("secrets")));
+        controller->startOnce();
+        ASSERT_TRUE(waitFor([&] { return controller->appServerReady(); }));
+        port = controller->link().listeningPort();
+    }
+
+    // A peer that has connected and greeted, and whose hello the bridge has taken in.
+    std::unique_ptr<TestPeer> greetedPeer(const QString& transportName, const QString& helloName = "Test Phone")
+    {
+        auto peer = std::make_unique<TestPeer>(port, transportName, helloName);
+        EXPECT_TRUE(peer->waitFor(Kind::Hello));
+        peer->sendHello();
+        return peer;
+    }
+
+    std::unique_ptr<TestPeer> pairedPeer(const QString& transportName, const QString& helloName = "Test Phone")
+    {
+        auto peer = greetedPeer(transportName, helloName);
+        peer->send({1, Kind::PairingRequest, {}, {}, {}});
+        EXPECT_TRUE(waitFor([&] { return controller->pairingRequests().size() == 1; }));
+        controller->approvePairing(controller->pairingRequests().front());
+        EXPECT_TRUE(peer->waitFor(Kind::PairingAccepted));
+        return peer;
+    }
+
+    bool logged(const QString& line) const { return controller->logs().contains(line); }
+
+    int engineCalls(const char* method) const
+    {
+        const auto methods = engine.receivedMethods();
+        return static_cast<int>(std::count(methods.begin(), methods.end(), method));
+    }
+
+    TemporaryHome home;
+    FakeEngine engine;
+    SettingsUserDefaults defaults;
+    VirtualScheduler scheduler;
+    std::unique_ptr<BridgeController> controller;
+    quint16 port = 0;
+};
+
+TEST_F(BridgePairingRelayTest, NewDevicePairsWhenTheUserApprovesItsCode)
+{
+    startBridge();
+    TestPeer peer(port, "Phone-1A2B", "Ada's | Phone");
+    ASSERT_TRUE(peer.waitFor(Kind::Hello));
+    ASSERT_TRUE(peer.bridgeHello);
+    EXPECT_TRUE(verify(*peer.bridgeHello));
+
+    // Before any hello: a ping is answered, a pairing request is not.
+    peer.send({1, Kind::Ping, QStringLiteral("p1"), {}, {}});
+    const auto pong = peer.waitFor(Kind::Response);
+    ASSERT_TRUE(pong);
+    EXPECT_EQ(pong->id, QStringLiteral("p1"));
+    EXPECT_EQ(pong->body, JSONValue("pong"));
+    peer.send({1, Kind::PairingRequest, {}, {}, {}});
+    settle(150);
+    EXPECT_TRUE(controller->pairingRequests().empty());
+
+    peer.sendHello();
+    peer.send({1, Kind::PairingRequest, {}, {}, {}});
+    peer.send({1, Kind::PairingRequest, {}, {}, {}});
+    ASSERT_TRUE(waitFor([&] { return logged(QStringLiteral("Pairing requested by Ada's | Phone. Compare code %1.")
+                                                .arg(pairingCode(*peer.localHello, *peer.bridgeHello))); }));
+    settle(100);
+    ASSERT_EQ(controller->pairingRequests().size(), 1u);
+    const PairingRequest request = controller->pairingRequests().front();
+    EXPECT_EQ(request.code, pairingCode(*peer.localHello, *peer.bridgeHello));
+    EXPECT_EQ(request.peer, "Phone-1A2B");
+    EXPECT_TRUE(controller->authorizedPeerNames().isEmpty());
+
+    // Rejected, asked again: the same code comes back.
+    controller->rejectPairing(request);
+    ASSERT_TRUE(peer.waitFor(Kind::PairingRejected));
+    EXPECT_TRUE(logged("Rejected pairing from Ada's | Phone."));
+    EXPECT_TRUE(controller->pairingRequests().empty());
+    peer.send({1, Kind::PairingRequest, {}, {}, {}});
+    ASSERT_TRUE(waitFor([&] { return controller->pairingRequests().size() == 1; }));
+    EXPECT_EQ(controller->pairingRequests().front().code, request.code);
+
+    ASSERT_TRUE(controller->approvePairingWithCode(request.code));
+    const auto accepted = peer.waitFor(Kind::PairingAccepted);
+    ASSERT_TRUE(accepted);
+    EXPECT_EQ(accepted->body, peer.bridgeHello->toBody());
+    const auto status = peer.waitFor(Kind::Event, QStringLiteral("sarvane/engineStatus"));
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->body, JSONValue::object({{"ready", true}, {"status", "Codex app-server ready"}}));
+    EXPECT_TRUE(logged("Paired Ada's | Phone."));
+    EXPECT_TRUE(controller->pairingRequests().empty());
+    EXPECT_EQ(controller->authorizedPeerNames(), QStringList{"Phone-1A2B"});
+    ASSERT_EQ(controller->trustedPeers().size(), 1u);
+    EXPECT_EQ(controller->trustedPeers()[0].deviceID, peer.identity->deviceID());
+    EXPECT_EQ(controller->trustedPeers()[0].publicKey, peer.identity->publicKeyBase64());
+
+    // Disconnecting forgets the connection, not the trust.
+    peer.close();
+    ASSERT_TRUE(waitFor([&] { return controller->authorizedPeerNames().isEmpty(); }));
+    EXPECT_EQ(controller->trustedPeers().size(), 1u);
+}
+
+TEST_F(BridgePairingRelayTest, RequestsPassTheChecksInOrder)
+{
+    startBridge();
+    auto stranger = greetedPeer("Stranger");
+    stranger->request("s1", "config/read");
+    const auto refused = stranger->waitFor(Kind::Error);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->id, QStringLiteral("s1"));
+    EXPECT_EQ(refused->body, JSONValue(notPaired));
+
+    auto phone = pairedPeer("Phone");
+    const std::size_t start = phone->received.size();
+    phone->request("r1", "config/read");
+    phone->send({1, Kind::Request, std::nullopt, QStringLiteral("thread/list"), {}});
+    phone->send({1, Kind::Request, QStringLiteral("r2"), std::nullopt, {}});
+    ASSERT_TRUE(waitFor([&] { return phone->count(Kind::Error) == 3; }));
+    std::vector<std::optional<QString>> ids;
+    for (std::size_t i = start; i < phone->received.size(); ++i)
+        if (phone->received[i].kind == Kind::Error) {
+            EXPECT_EQ(phone->received[i].body, JSONValue(notAllowed));
+            ids.push_back(phone->received[i].id);
+        }
+    EXPECT_THAT(ids, ::testing::ElementsAre(QStringLiteral("r1"), std::nullopt, QStringLiteral("r2")));
+    settle(100);
+    EXPECT_EQ(engineCalls("config/read"), 0);
+
+    // No body reaches the engine as {}; a null result goes back as a null body.
+    phone->request("r3", "model/list", std::nullopt);
+    phone->request("r4", "thread/read", JSONValue::object({{"threadId", "t"}}));
+    ASSERT_TRUE(waitFor([&] { return phone->count(Kind::Response) >= 2; }));
+    const auto received = engine.received();
+    const auto modelList = std::find_if(received.begin(), received.end(), [](const JSONValue& m) { return m["method"] == JSONValue("model/list"); });
+    ASSERT_NE(modelList, received.end());
+    EXPECT_EQ((*modelList)["params"], JSONValue::object({}));
+    const auto nullAnswer = std::find_if(phone->received.begin(), phone->received.end(), [](const BridgeMessage& m) { return m.id == QStringLiteral("r4"); });
+    ASSERT_NE(nullAnswer, phone->received.end());
+    EXPECT_EQ(nullAnswer->kind, Kind::Response);
+    EXPECT_FALSE(nullAnswer->body); // null reads back as absent...
+    EXPECT_EQ(encodeBridgeMessage(BridgeMessage{1, Kind::Response, QStringLiteral("r4"), {}, JSONValue()}).value(),
+              R"({"version":1,"kind":"response","id":"r4","body":null})"); // ...and was written as null
+
+    // Engine errors keep their text.
+    phone->request("r5", "turn/interrupt", JSONValue::object({}));
+    ASSERT_TRUE(waitFor([&] { return phone->count(Kind::Error) == 4; }));
+    EXPECT_EQ(phone->received.back().id, QStringLiteral("r5"));
+    EXPECT_EQ(phone->received.back().body, JSONValue("No turn to interrupt."));
+}
+
+TEST_F(BridgePairingRelayTest, EventsReachAuthorisedPeersOnly)
+{
+    startBridge();
+    auto first = pairedPeer("First", "First Phone");
+    auto second = pairedPeer("Second", "Second Phone");
+    auto stranger = greetedPeer("Stranger");
+    first->request("e1", "account/rateLimits/read");
+    ASSERT_TRUE(first->waitFor(Kind::Event, QStringLiteral("item/agentMessage/delta")));
+    const auto event = second->waitFor(Kind::Event, QStringLiteral("item/agentMessage/delta"));
+    ASSERT_TRUE(event);
+    EXPECT_FALSE(event->id);
+    EXPECT_EQ(event->body, JSONValue::object({{"threadId", "thr_elsewhere"}, {"delta", "hi"}}));
+    settle(100);
+    EXPECT_EQ(stranger->count(Kind::Event), 0u);
+    EXPECT_EQ(first->count(Kind::Event, QStringLiteral("item/agentMessage/delta")), 1u);
+
+    // Forgetting a connected device stops its events at once; its requests need pairing again.
+    ASSERT_TRUE(controller->forgetPeerWithID(first->identity->deviceID()));
+    EXPECT_TRUE(logged("Forgot First Phone."));
+    second->request("e2", "account/rateLimits/read");
+    ASSERT_TRUE(waitFor([&] { return second->count(Kind::Event, QStringLiteral("item/agentMessage/delta")) == 2; }));
+    settle(100);
+    EXPECT_EQ(first->count(Kind::Event, QStringLiteral("item/agentMessage/delta")), 1u);
+    first->request("e3", "thread/list");
+    ASSERT_TRUE(waitFor([&] { return first->count(Kind::Error) == 1; }));
+    EXPECT_EQ(first->waitFor(Kind::Error)->body, JSONValue(notPaired));
+    // ...and it may pair again on the same connection.
+    first->send({1, Kind::PairingRequest, {}, {}, {}});
+    ASSERT_TRUE(waitFor([&] { return controller->pairingRequests().size() == 1; }));
+}
+
+TEST_F(BridgePairingRelayTest, TrustedDevicesAreAuthorisedByTheirHelloAlone)
+{
+    startBridge();
+    auto phone = pairedPeer("Phone-1", "Ada's Phone");
+    phone->close();
+
+    // A new connection of the same device: no code, no request.
+    TestPeer again(port, "Phone-2", *phone);
+    ASSERT_TRUE(again.waitFor(Kind::Hello));
+    again.sendHello();
+    ASSERT_TRUE(again.waitFor(Kind::PairingAccepted));
+    ASSERT_TRUE(again.waitFor(Kind::Event, QStringLiteral("sarvane/engineStatus")));
+    EXPECT_TRUE(logged("Authenticated Ada's Phone."));
+    EXPECT_TRUE(controller->pairingRequests().empty());
+    again.send({1, Kind::PairingRequest, {}, {}, {}});
+    settle(100);
+    EXPECT_TRUE(controller->pairingRequests().empty());
+
+    // A device claiming a trusted id with another key stays unpaired and cannot pair.
+    TestPeer impostor(port, "Impostor");
+    ASSERT_TRUE(impostor.waitFor(Kind::Hello));
+    HelloPayload forged = impostor.identity->makeHello("Ada's Phone").value();
+    forged.deviceID = phone->identity->deviceID();
+    const QByteArray signature = *signDER(impostor.identity->key(), helloSigningInput(forged.deviceID, forged.displayName, forged.publicKey, forged.nonce));
+    forged.signature = QString::fromLatin1(signature.toBase64());
+    impostor.send({1, Kind::Hello, {}, {}, forged.toBody()});
+    impostor.send({1, Kind::PairingRequest, {}, {}, {}});
+    impostor.request("i1", "thread/list");
+    ASSERT_TRUE(impostor.waitFor(Kind::Error));
+    EXPECT_EQ(impostor.waitFor(Kind::Error)->body, JSONValue(notPaired));
+    EXPECT_TRUE(controller->pairingRequests().empty());
+    EXPECT_EQ(impostor.count(Kind::PairingAccepted), 0u);
+    EXPECT_FALSE(controller->authorizedPeerNames().contains("Impostor"));
+}
+
+TEST_F(BridgePairingRelayTest, BadMessagesAreLoggedNotAnswered)
+{
+    startBridge();
+    TestPeer peer(port, "Noisy");
+    ASSERT_TRUE(peer.waitFor(Kind::Hello));
+    HelloPayload tampered = peer.identity->makeHello("Noisy Phone").value();
+    tampered.displayName = "Someone Else";
+    peer.send({1, Kind::Hello, {}, {}, tampered.toBody()});
+    peer.send({1, Kind::Hello, {}, {}, {}});
+    peer.send({1, Kind::Hello, {}, {}, JSONValue::object({{"deviceID", 5}})});
+    peer.sendRaw("not json");
+    peer.sendRaw(R"({"version":1,"kind":"pong"})");
+    peer.send({0, Kind::Ping, QStringLiteral("old"), {}, {}});
+    const auto versionError = peer.waitFor(Kind::Error);
+    ASSERT_TRUE(versionError);
+    EXPECT_FALSE(versionError->id);
+    EXPECT_EQ(versionError->body, JSONValue("Incompatible protocol version."));
+    ASSERT_TRUE(waitFor([&] { return controller->logs().filter("Rejected malformed message from Noisy: ").size() == 5; }));
+    EXPECT_TRUE(logged("Rejected malformed message from Noisy: Handshake signature did not verify."));
+    EXPECT_TRUE(logged("Rejected malformed message from Noisy: Codex returned an invalid response."));
+    EXPECT_EQ(peer.count(Kind::Response), 0u); // the old-version ping got the error, not "pong"
+    // A pairing request after a failed hello goes nowhere.
+    peer.send({1, Kind::PairingRequest, {}, {}, {}});
+    settle(100);
+    EXPECT_TRUE(controller->pairingRequests().empty());
+    // Answers and kinds only the bridge sends are dropped quietly.
+    const int lines = static_cast<int>(controller->logs().size());
+    peer.send({1, Kind::Response, QStringLiteral("x"), {}, JSONValue(1)});
+    peer.send({1, Kind::ServerResponse, QStringLiteral("y"), {}, {}});
+    settle(100);
+    EXPECT_EQ(controller->logs().size(), lines);
+}
+
+TEST_F(BridgePairingRelayTest, ConnectionsWithOneTransportNameShareTheirEntries)
+{
+    startBridge();
+    auto first = greetedPeer("Twin", "Twin One");
+    ASSERT_TRUE(waitFor([&] { return controller->link().connectedPeers().contains("Twin"); }));
+    auto second = greetedPeer("Twin", "Twin Two");
+    first->send({1, Kind::PairingRequest, {}, {}, {}});
+    second->send({1, Kind::PairingRequest, {}, {}, {}});
+    ASSERT_TRUE(waitFor([&] { return controller->logs().filter("Pairing requested by").size() == 2; }));
+    ASSERT_EQ(controller->pairingRequests().size(), 1u);
+    EXPECT_EQ(controller->pairingRequests()[0].remoteHello.displayName, "Twin Two");
+    controller->approvePairing(controller->pairingRequests()[0]);
+    EXPECT_EQ(controller->authorizedPeerNames(), QStringList{"Twin"});
+    EXPECT_EQ(controller->link().connectedPeers(), QStringList{"Twin"});
+}
+
+TEST_F(BridgePairingRelayTest, WithoutAnIdentityTheEngineWorksAndNoPairingHappens)
+{
+    // A file stands where the secret store's folder should be.
+    home.makeFile("blocked", "x", false);
+    controller = std::make_unique<BridgeController>(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
+                                                    SecretStore(home.filePath("blocked/secrets")));
+    EXPECT_FALSE(controller->hasIdentity());
+    EXPECT_TRUE(controller->appServerStatus().startsWith("Secure identity unavailable: ")) << controller->appServerStatus().toStdString();
+    EXPECT_EQ(controller->logs(), QStringList{"Keychain identity creation failed. Pairing is disabled until the app has valid signing entitlements."});
+    controller->startOnce();
+    ASSERT_TRUE(waitFor([&] { return controller->appServerReady(); }));
+    TestPeer peer(controller->link().listeningPort(), "Phone");
+    ASSERT_TRUE(waitFor([&] { return logged("Cannot pair: secure Keychain identity is unavailable."); }));
+    settle(100);
+    EXPECT_TRUE(peer.received.empty());
+}
+
+TEST_F(BridgePairingRelayTest, LaunchAtLoginFollowsTheAutostartEntry)
+{
+    qputenv("XDG_CONFIG_HOME", home.filePath("config").toUtf8());
+    startBridge();
+    EXPECT_FALSE(controller->launchAtLogin());
+    controller->setLaunchAtLogin(true);
+    EXPECT_TRUE(controller->launchAtLogin());
+    EXPECT_EQ(LaunchAtLogin::entryPath(), home.filePath("config/autostart/nimbrel-bridge.desktop"));
+    QFile entry(LaunchAtLogin::entryPath());
+    ASSERT_TRUE(entry.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(entry.readAll().contains("Exec="));
+    entry.close();
+
+    // An entry that says Hidden=true is off.
+    ASSERT_TRUE(entry.open(QIODevice::Append));
+    entry.write("Hidden=true\n");
+    entry.close();
+    EXPECT_FALSE(LaunchAtLogin::isEnabled());
+
+    controller->setLaunchAtLogin(false);
+    EXPECT_FALSE(controller->launchAtLogin());
+    EXPECT_FALSE(QFile::exists(LaunchAtLogin::entryPath()));
+
+    // A change that fails falls back to the real state and says why.
+    QFile::remove(home.filePath("config/autostart"));
+    QDir(home.filePath("config/autostart")).removeRecursively();
+    home.makeFile("config/autostart", "not a folder", false);
+    controller->setLaunchAtLogin(true);
+    EXPECT_FALSE(controller->launchAtLogin());
+    EXPECT_TRUE(controller->logs().first().startsWith("Launch at login could not be changed: "));
+}
+
+} // namespace

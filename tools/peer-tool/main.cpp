@@ -1,0 +1,283 @@
+// nimbrel-peer: drives a Nimbrel Bridge from another process or computer, as a phone would.
+// Every message it receives is printed on standard output as one JSON line; progress and the
+// pairing code go to standard error.
+#include "peer/BridgeMessage.h"
+#include "peer/DeviceIdentity.h"
+#include "peer/PeerLink.h"
+#include "platform/HostName.h"
+#include "platform/Scheduler.h"
+#include "platform/SecretStore.h"
+#include "platform/UserDefaults.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QSocketNotifier>
+
+#include <cstdio>
+#include <unistd.h>
+
+using namespace nimbrel;
+
+namespace {
+
+void say(const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(line)); }
+
+// One connection to one bridge, and the commands given to it.
+class PeerSession : public QObject {
+public:
+    PeerSession(std::shared_ptr<const DeviceIdentity> identity, const QString& name, Scheduler& scheduler,
+                std::optional<JSONValue> automaticAnswer)
+        : m_identity(std::move(identity)), m_name(name), m_link(PeerLinkMode::Client, name, scheduler),
+          m_automaticAnswer(std::move(automaticAnswer))
+    {
+        m_link.onConnected = [this](const QString& host) { connected(host); };
+        m_link.onDisconnected = [this](const QString&) {
+            say(QStringLiteral("Disconnected."));
+            QCoreApplication::exit(m_oneShot ? 2 : 0);
+        };
+        m_link.onData = [this](const QByteArray& data, const QString&) { received(data); };
+    }
+
+    // One-shot: the command runs once connected, and its outcome ends the program.
+    void runOnce(const QStringList& command)
+    {
+        m_oneShot = true;
+        m_oneShotVerb = command.first();
+        m_queued.append(command.join(QLatin1Char('\x1f')));
+    }
+
+    void connectTo(const QHostAddress& address, quint16 port)
+    {
+        say(QStringLiteral("Connecting to %1:%2…").arg(address.toString()).arg(port));
+        m_link.connectTo(address, port, QStringLiteral("bridge"));
+    }
+
+    void connectToFirstFound()
+    {
+        say(QStringLiteral("Looking for a bridge nearby…"));
+        QObject::connect(&m_link, &PeerLink::statusTextChanged, this, [this] {
+            if (m_link.statusText().startsWith(QStringLiteral("Discovery failed")))
+                say(m_link.statusText());
+        });
+        QObject::connect(&m_link, &PeerLink::discoveredPeersChanged, this, [this] {
+            if (m_connecting || m_link.discoveredPeers().isEmpty())
+                return;
+            const QString found = m_link.discoveredPeers().first();
+            if (auto address = m_link.discoveredAddress(found)) {
+                m_connecting = true;
+                say(QStringLiteral("Found %1.").arg(found));
+                connectTo(address->first, address->second);
+            }
+        });
+    }
+
+    void start() { m_link.start(); }
+
+    // A command line: pair | call METHOD [JSON] | answer ID JSON [METHOD] | ping | quit.
+    void command(const QStringList& words)
+    {
+        if (!m_connected) {
+            m_queued.append(words.join(QLatin1Char('\x1f')));
+            return;
+        }
+        const QString verb = words.value(0);
+        if (verb == QLatin1String("pair")) {
+            send({bridgeProtocolVersion, BridgeMessageKind::PairingRequest, {}, {}, {}});
+        } else if (verb == QLatin1String("call") && words.size() >= 2) {
+            auto params = parseJSON(words.value(2, QStringLiteral("{}")));
+            if (!params)
+                return;
+            m_lastCallID = QStringLiteral("nimbrel-peer-%1").arg(++m_nextCall);
+            send({bridgeProtocolVersion, BridgeMessageKind::Request, m_lastCallID, words[1], *params});
+        } else if (verb == QLatin1String("answer") && words.size() >= 3) {
+            if (auto body = parseJSON(words[2]))
+                send({bridgeProtocolVersion, BridgeMessageKind::ServerResponse, words[1],
+                      words.size() > 3 ? std::optional(words[3]) : std::nullopt, *body});
+        } else if (verb == QLatin1String("ping")) {
+            send({bridgeProtocolVersion, BridgeMessageKind::Ping, QStringLiteral("ping-%1").arg(++m_nextCall), {}, {}});
+        } else if (verb == QLatin1String("quit")) {
+            QCoreApplication::exit(0);
+        } else if (verb != QLatin1String("watch")) {
+            say(QStringLiteral("Commands: pair, call METHOD [PARAMS-JSON], answer ID JSON [METHOD], ping, watch, quit."));
+        }
+    }
+
+private:
+    std::optional<JSONValue> parseJSON(const QString& text)
+    {
+        auto parsed = JSONValue::decode(text.toStdString());
+        if (!parsed.ok()) {
+            say(QStringLiteral("Not JSON: ") + parsed.error().message);
+            if (m_oneShot)
+                QCoreApplication::exit(64);
+            return std::nullopt;
+        }
+        return parsed.value();
+    }
+
+    void send(const BridgeMessage& message)
+    {
+        if (auto error = m_link.send(encodeBridgeMessage(message).value(), m_host))
+            say(QStringLiteral("Could not send: ") + *error);
+    }
+
+    void connected(const QString& host)
+    {
+        m_host = host;
+        m_connected = true;
+        say(QStringLiteral("Connected."));
+        auto hello = m_identity->makeHello(m_name);
+        if (!hello.ok()) {
+            say(QStringLiteral("Could not make a hello: ") + hello.error());
+            QCoreApplication::exit(70);
+            return;
+        }
+        m_localHello = hello.value();
+        send({bridgeProtocolVersion, BridgeMessageKind::Hello, {}, {}, m_localHello->toBody()});
+        for (const QString& queued : std::exchange(m_queued, {}))
+            command(queued.split(QLatin1Char('\x1f')));
+    }
+
+    void received(const QByteArray& data)
+    {
+        std::fprintf(stdout, "%s\n", data.constData());
+        std::fflush(stdout);
+        auto decoded = decodeBridgeMessage(std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
+        if (!decoded.ok())
+            return;
+        const BridgeMessage& message = decoded.value();
+        switch (message.kind) {
+        case BridgeMessageKind::Hello: {
+            auto hello = message.body ? HelloPayload::fromBody(*message.body) : Result<HelloPayload, QString>(QStringLiteral("no body"));
+            if (!hello.ok() || !verify(hello.value())) {
+                say(QStringLiteral("The bridge's hello did not verify."));
+                return;
+            }
+            say(QStringLiteral("Pairing code: %1").arg(pairingCode(*m_localHello, hello.value())));
+            break;
+        }
+        case BridgeMessageKind::PairingAccepted:
+            say(QStringLiteral("Paired."));
+            if (m_oneShotVerb == QLatin1String("pair"))
+                QCoreApplication::exit(0);
+            break;
+        case BridgeMessageKind::PairingRejected:
+            say(QStringLiteral("Pairing rejected."));
+            if (m_oneShot)
+                QCoreApplication::exit(1);
+            break;
+        case BridgeMessageKind::Response:
+        case BridgeMessageKind::Error:
+            if (m_oneShot && message.id == m_lastCallID)
+                QCoreApplication::exit(message.kind == BridgeMessageKind::Response ? 0 : 1);
+            break;
+        case BridgeMessageKind::ServerRequest:
+            if (m_automaticAnswer && message.id)
+                send({bridgeProtocolVersion, BridgeMessageKind::ServerResponse, message.id, message.method, *m_automaticAnswer});
+            break;
+        default: break;
+        }
+    }
+
+    std::shared_ptr<const DeviceIdentity> m_identity;
+    QString m_name;
+    PeerLink m_link;
+    std::optional<JSONValue> m_automaticAnswer;
+    std::optional<HelloPayload> m_localHello;
+    QString m_host;
+    QStringList m_queued;
+    QString m_lastCallID;
+    QString m_oneShotVerb;
+    int m_nextCall = 0;
+    bool m_connected = false;
+    bool m_connecting = false;
+    bool m_oneShot = false;
+};
+
+QString defaultStateFolder()
+{
+    QString data = qEnvironmentVariable("XDG_DATA_HOME");
+    if (data.isEmpty())
+        data = QDir::homePath() + QStringLiteral("/.local/share");
+    return data + QStringLiteral("/nimbrel-peer");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("nimbrel-peer"));
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Drives a Nimbrel Bridge as a phone would. Without a command, reads commands line by line from "
+        "standard input: pair, call METHOD [PARAMS-JSON], answer ID JSON [METHOD], ping, quit."));
+    parser.addHelpOption();
+    parser.addOptions({
+        {QStringLiteral("host"), QStringLiteral("Address of the bridge; without it, the first one found nearby."), QStringLiteral("address")},
+        {QStringLiteral("port"), QStringLiteral("Port of the bridge (48215)."), QStringLiteral("port"), QStringLiteral("48215")},
+        {QStringLiteral("name"), QStringLiteral("This device's name."), QStringLiteral("name")},
+        {QStringLiteral("state"), QStringLiteral("Folder for this device's key and id."), QStringLiteral("folder")},
+        {QStringLiteral("answer"), QStringLiteral("Answer every serverRequest with this JSON body."), QStringLiteral("json")},
+    });
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("pair | call METHOD [PARAMS-JSON] | watch"));
+    parser.process(app);
+
+    const QString state = parser.isSet(QStringLiteral("state")) ? parser.value(QStringLiteral("state")) : defaultStateFolder();
+    QDir().mkpath(state);
+    SettingsUserDefaults defaults(state + QStringLiteral("/defaults.ini"));
+    auto identity = DeviceIdentity::create(SecretStore(state + QStringLiteral("/secrets")), defaults);
+    if (!identity.ok()) {
+        say(QStringLiteral("No device identity: ") + identity.error());
+        return 70;
+    }
+    std::optional<JSONValue> answer;
+    if (parser.isSet(QStringLiteral("answer"))) {
+        auto parsed = JSONValue::decode(parser.value(QStringLiteral("answer")).toStdString());
+        if (!parsed.ok()) {
+            say(QStringLiteral("--answer is not JSON: ") + parsed.error().message);
+            return 64;
+        }
+        answer = parsed.value();
+    }
+
+    SystemScheduler scheduler;
+    const QString name = parser.isSet(QStringLiteral("name")) ? parser.value(QStringLiteral("name"))
+                                                             : hostDisplayName() + QStringLiteral(" peer");
+    PeerSession session(identity.value(), name, scheduler, answer);
+    const QStringList command = parser.positionalArguments();
+    if (!command.isEmpty())
+        session.runOnce(command);
+    session.start();
+    if (parser.isSet(QStringLiteral("host")))
+        session.connectTo(QHostAddress(parser.value(QStringLiteral("host"))), static_cast<quint16>(parser.value(QStringLiteral("port")).toUInt()));
+    else
+        session.connectToFirstFound();
+
+    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+    QByteArray pending;
+    QObject::connect(&input, &QSocketNotifier::activated, [&] {
+        char buffer[4096];
+        const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (count <= 0) {
+            input.setEnabled(false);
+            return;
+        }
+        pending.append(buffer, count);
+        qsizetype end;
+        while ((end = pending.indexOf('\n')) >= 0) {
+            const QString line = QString::fromUtf8(pending.left(end)).trimmed();
+            pending.remove(0, end + 1);
+            // The JSON argument may hold blanks: split off the verb and the next word only.
+            QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+            if (words.size() > 3 && words[0] == QLatin1String("call"))
+                words = QStringList{words[0], words[1], QStringList(words.mid(2)).join(QLatin1Char(' '))};
+            if (!words.isEmpty())
+                session.command(words);
+        }
+    });
+    if (!command.isEmpty())
+        input.setEnabled(false);
+    return app.exec();
+}
