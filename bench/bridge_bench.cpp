@@ -1,0 +1,202 @@
+// The bridge between real processes on loopback:
+//  (a) round trip of thread/list from a peer through nimbrel-bridge to the fake engine, against the
+//      same request written straight to the fake engine's pipe;
+//  (b) fan-out: the engine emits 100,000 deltas while 4 authorised peers watch.
+#include "peer/BridgeMessage.h"
+#include "peer/DeviceIdentity.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSslConfiguration>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QWebSocket>
+
+#include <algorithm>
+#include <cstdio>
+
+using namespace nimbrel;
+
+namespace {
+
+constexpr int roundTrips = 2000;
+constexpr int floodCount = 100000;
+
+void pump(const std::function<bool()>& until, int milliseconds = 120000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!until() && timer.elapsed() < milliseconds)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+}
+
+struct Figures {
+    double median, p99;
+};
+
+Figures summarise(std::vector<double> samples)
+{
+    std::sort(samples.begin(), samples.end());
+    return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
+}
+
+// A phone of the benchmark's own.
+struct Peer {
+    QWebSocket socket;
+    std::shared_ptr<const DeviceIdentity> identity;
+    std::optional<HelloPayload> bridgeHello, hello;
+    std::function<void(const BridgeMessage&)> onMessage;
+    long events = 0;
+    QElapsedTimer clock;
+    double lastEventAt = 0;
+
+    Peer(const QString& folder, quint16 port, const QString& name)
+    {
+        MemoryUserDefaults defaults;
+        identity = DeviceIdentity::create(SecretStore(folder + "/secrets"), defaults).value();
+        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+        tls.setProtocol(QSsl::TlsV1_3OrLater);
+        tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+        socket.setSslConfiguration(tls);
+        QObject::connect(&socket, &QWebSocket::sslErrors, [this] { socket.ignoreSslErrors(); });
+        QObject::connect(&socket, &QWebSocket::textMessageReceived, [this](const QString& text) {
+            const auto message = decodeBridgeMessage(text.toStdString());
+            if (!message.ok())
+                return;
+            if (message.value().kind == BridgeMessageKind::Hello)
+                bridgeHello = HelloPayload::fromBody(*message.value().body).value();
+            if (message.value().kind == BridgeMessageKind::Event && message.value().method == QStringLiteral("item/agentMessage/delta")) {
+                ++events;
+                lastEventAt = static_cast<double>(clock.nsecsElapsed()) / 1e9;
+            }
+            if (onMessage)
+                onMessage(message.value());
+        });
+        socket.open(QUrl(QStringLiteral("wss://127.0.0.1:%1/sarvane?name=%2").arg(port).arg(name)));
+    }
+
+    void send(const BridgeMessage& message) { socket.sendTextMessage(QString::fromUtf8(encodeBridgeMessage(message).value())); }
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir home;
+    QDir().mkpath(home.filePath("bin"));
+    QFile::link(QStringLiteral(FAKE_CODEX_PATH), home.filePath("bin/codex"));
+    const JSONValue delta = JSONValue::object({{"method", "item/agentMessage/delta"},
+        {"params", JSONValue::object({{"threadId", "thr_0193a1b2c3d4e5f6"}, {"turnId", "turn-42"}, {"itemId", "item-a42"},
+                                      {"delta", "the build passes over the tests "}})}});
+    QFile scenario(home.filePath("scenario.json"));
+    scenario.open(QIODevice::WriteOnly);
+    scenario.write(QByteArray::fromStdString(*JSONValue::object({{"methods", JSONValue::object({
+        {"thread/list", JSONValue::object({{"result", JSONValue::object({{"data", JSONValue::array({})}})}})},
+        {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
+            {"after", JSONValue::array({JSONValue::object({{"flood", JSONValue::object({{"count", floodCount}, {"message", delta}})}})})}})},
+    })}}).encode()));
+    scenario.close();
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", home.path());
+    environment.insert("PATH", home.filePath("bin") + ":/usr/bin:/bin");
+    environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
+    environment.insert("XDG_DATA_HOME", home.filePath("data"));
+    environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
+    environment.insert("NIMBREL_LINK_PORT", "0");
+    environment.insert("FAKE_CODEX_SCENARIO", scenario.fileName());
+
+    // (a, baseline) straight to the fake engine over its pipe.
+    std::vector<double> direct;
+    {
+        QProcess engine;
+        engine.setProcessEnvironment(environment);
+        engine.start(QStringLiteral(FAKE_CODEX_PATH), {"app-server"});
+        engine.waitForStarted();
+        QByteArray buffer;
+        QElapsedTimer timer;
+        for (int i = 0; i < roundTrips; ++i) {
+            timer.start();
+            engine.write(QStringLiteral(R"({"id":%1,"method":"thread/list","params":{}})").arg(i + 1).toUtf8() + "\n");
+            while (!buffer.contains('\n')) {
+                engine.waitForReadyRead(1000);
+                buffer += engine.readAllStandardOutput();
+            }
+            direct.push_back(static_cast<double>(timer.nsecsElapsed()) / 1000.0);
+            buffer.remove(0, buffer.indexOf('\n') + 1);
+        }
+        engine.closeWriteChannel();
+        engine.waitForFinished();
+    }
+
+    QProcess bridge;
+    bridge.setProcessEnvironment(environment);
+    QString errors;
+    QObject::connect(&bridge, &QProcess::readyReadStandardError, [&] { errors += QString::fromUtf8(bridge.readAllStandardError()); });
+    bridge.start(QStringLiteral(NIMBREL_BRIDGE_PATH), {});
+    pump([&] { return errors.contains("Codex app-server ready") && errors.contains("Listening on"); });
+    const quint16 port = static_cast<quint16>(QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
+
+    // Four paired peers.
+    std::vector<std::unique_ptr<Peer>> peers;
+    for (int i = 0; i < 4; ++i) {
+        auto peer = std::make_unique<Peer>(home.filePath(QStringLiteral("peer%1").arg(i)), port, QStringLiteral("Peer-%1").arg(i));
+        Peer* p = peer.get();
+        pump([&] { return p->bridgeHello.has_value(); });
+        p->hello = p->identity->makeHello(QStringLiteral("Bench %1").arg(i)).value();
+        p->send({1, BridgeMessageKind::Hello, {}, {}, p->hello->toBody()});
+        p->send({1, BridgeMessageKind::PairingRequest, {}, {}, {}});
+        const QString code = pairingCode(*p->hello, *p->bridgeHello);
+        pump([&] { return errors.contains("Compare code " + code); });
+        bridge.write(("approve " + code + "\n").toUtf8());
+        pump([&] { return errors.contains(QStringLiteral("Paired Bench %1.").arg(i)); });
+        peers.push_back(std::move(peer));
+    }
+
+    // (a) through the bridge.
+    std::vector<double> relayed;
+    {
+        Peer& peer = *peers[0];
+        QElapsedTimer timer;
+        bool answered = false;
+        peer.onMessage = [&](const BridgeMessage& m) {
+            if (m.kind == BridgeMessageKind::Response)
+                answered = true;
+        };
+        for (int i = 0; i < roundTrips; ++i) {
+            answered = false;
+            timer.start();
+            peer.send({1, BridgeMessageKind::Request, QStringLiteral("r%1").arg(i), QStringLiteral("thread/list"), JSONValue::object({})});
+            pump([&] { return answered; });
+            relayed.push_back(static_cast<double>(timer.nsecsElapsed()) / 1000.0);
+        }
+        peer.onMessage = nullptr;
+    }
+    const Figures straight = summarise(direct), through = summarise(relayed);
+    std::printf("(a) thread/list round trip, %d each\n", roundTrips);
+    std::printf("    straight to the engine's pipe: median %7.1f us  p99 %7.1f us\n", straight.median, straight.p99);
+    std::printf("    peer -> bridge -> engine:      median %7.1f us  p99 %7.1f us\n", through.median, through.p99);
+    std::printf("    added by the bridge:           median %7.1f us  p99 %7.1f us\n", through.median - straight.median, through.p99 - straight.p99);
+
+    // (b) fan-out.
+    for (auto& peer : peers)
+        peer->clock.start();
+    peers[0]->send({1, BridgeMessageKind::Request, QStringLiteral("flood"), QStringLiteral("account/rateLimits/read"), JSONValue::object({})});
+    pump([&] { return std::all_of(peers.begin(), peers.end(), [](const auto& p) { return p->events >= floodCount; }); }, 600000);
+    std::printf("(b) fan-out of %d deltas to %zu authorised peers\n", floodCount, peers.size());
+    for (std::size_t i = 0; i < peers.size(); ++i)
+        std::printf("    peer %zu: %ld events, %.0f events/s\n", i, peers[i]->events, peers[i]->events / peers[i]->lastEventAt);
+    QFile status(QStringLiteral("/proc/%1/status").arg(bridge.processId()));
+    status.open(QIODevice::ReadOnly);
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmHWM") || line.startsWith("VmRSS"))
+            std::printf("    bridge %s\n", line.simplified().constData());
+    bridge.terminate();
+    bridge.waitForFinished();
+    return 0;
+}
