@@ -81,10 +81,9 @@ public:
     void approvePairing(const PairingRequest& request);
     void rejectPairing(const PairingRequest& request);
     void forgetPeer(const TrustedPeer& peer);
-    // The same, found by the code shown or the device id, for the views and the command line.
-    Q_INVOKABLE bool approvePairingWithCode(const QString& code);
-    Q_INVOKABLE bool rejectPairingWithCode(const QString& code);
-    Q_INVOKABLE bool forgetPeerWithID(const QString& deviceID);
+    // The request showing a code, and the trusted device with an id, for the views and the console.
+    std::optional<PairingRequest> pairingRequestWithCode(const QString& code) const;
+    std::optional<TrustedPeer> trustedPeerWithID(const QString& deviceID) const;
 
     void appendLog(const QString& line);
     std::optional<QString> sendToPeer(const BridgeMessage& message, const QString& peer);

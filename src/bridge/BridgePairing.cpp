@@ -152,34 +152,18 @@ void BridgeController::forgetPeer(const TrustedPeer& peer)
     appendLog(QStringLiteral("Forgot %1.").arg(peer.displayName));
 }
 
-bool BridgeController::approvePairingWithCode(const QString& code)
+std::optional<PairingRequest> BridgeController::pairingRequestWithCode(const QString& code) const
 {
-    for (const PairingRequest& request : m_pairingRequests)
-        if (request.code == code) {
-            approvePairing(PairingRequest(request));
-            return true;
-        }
-    return false;
+    const auto found = std::find_if(m_pairingRequests.begin(), m_pairingRequests.end(),
+                                    [&](const PairingRequest& request) { return request.code == code; });
+    return found == m_pairingRequests.end() ? std::nullopt : std::optional(*found);
 }
 
-bool BridgeController::rejectPairingWithCode(const QString& code)
+std::optional<TrustedPeer> BridgeController::trustedPeerWithID(const QString& deviceID) const
 {
-    for (const PairingRequest& request : m_pairingRequests)
-        if (request.code == code) {
-            rejectPairing(PairingRequest(request));
-            return true;
-        }
-    return false;
-}
-
-bool BridgeController::forgetPeerWithID(const QString& deviceID)
-{
-    for (const TrustedPeer& peer : m_trustedPeers)
-        if (peer.deviceID == deviceID) {
-            forgetPeer(TrustedPeer(peer));
-            return true;
-        }
-    return false;
+    const auto found = std::find_if(m_trustedPeers.begin(), m_trustedPeers.end(),
+                                    [&](const TrustedPeer& peer) { return peer.deviceID == deviceID; });
+    return found == m_trustedPeers.end() ? std::nullopt : std::optional(*found);
 }
 
 // ---- catching a newly authorised peer up

@@ -2,8 +2,6 @@
 
 #include <QObject>
 
-class QSocketNotifier;
-
 namespace nimbrel {
 
 class BridgeController;
@@ -21,11 +19,7 @@ public:
     QString run(const QString& line);
 
 private:
-    void readAvailable();
-
     BridgeController& m_controller;
-    QSocketNotifier* m_notifier;
-    QByteArray m_pending;
 };
 
 } // namespace nimbrel

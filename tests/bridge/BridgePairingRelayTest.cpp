@@ -126,7 +126,8 @@ TEST_F(BridgePairingRelayTest, NewDevicePairsWhenTheUserApprovesItsCode)
     ASSERT_TRUE(waitFor([&] { return controller->pairingRequests().size() == 1; }));
     EXPECT_EQ(controller->pairingRequests().front().code, request.code);
 
-    ASSERT_TRUE(controller->approvePairingWithCode(request.code));
+    ASSERT_TRUE(controller->pairingRequestWithCode(request.code));
+    controller->approvePairing(*controller->pairingRequestWithCode(request.code));
     const auto accepted = peer.waitFor(Kind::PairingAccepted);
     ASSERT_TRUE(accepted);
     EXPECT_EQ(accepted->body, peer.bridgeHello->toBody());
@@ -211,7 +212,8 @@ TEST_F(BridgePairingRelayTest, EventsReachAuthorisedPeersOnly)
     EXPECT_EQ(first->count(Kind::Event, QStringLiteral("item/agentMessage/delta")), 1u);
 
     // Forgetting a connected device stops its events at once; its requests need pairing again.
-    ASSERT_TRUE(controller->forgetPeerWithID(first->identity->deviceID()));
+    ASSERT_TRUE(controller->trustedPeerWithID(first->identity->deviceID()));
+    controller->forgetPeer(*controller->trustedPeerWithID(first->identity->deviceID()));
     EXPECT_TRUE(logged("Forgot First Phone."));
     second->request("e2", "account/rateLimits/read");
     ASSERT_TRUE(waitFor([&] { return second->count(Kind::Event, QStringLiteral("item/agentMessage/delta")) == 2; }));

@@ -7,15 +7,14 @@
 #include "platform/HostName.h"
 #include "platform/Scheduler.h"
 #include "platform/SecretStore.h"
+#include "platform/StandardInputLines.h"
 #include "platform/UserDefaults.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
-#include <QSocketNotifier>
 
 #include <cstdio>
-#include <unistd.h>
 
 using namespace nimbrel;
 
@@ -255,29 +254,15 @@ int main(int argc, char** argv)
     else
         session.connectToFirstFound();
 
-    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
-    QByteArray pending;
-    QObject::connect(&input, &QSocketNotifier::activated, [&] {
-        char buffer[4096];
-        const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
-        if (count <= 0) {
-            input.setEnabled(false);
-            return;
-        }
-        pending.append(buffer, count);
-        qsizetype end;
-        while ((end = pending.indexOf('\n')) >= 0) {
-            const QString line = QString::fromUtf8(pending.left(end)).trimmed();
-            pending.remove(0, end + 1);
-            // The JSON argument may hold blanks: split off the verb and the next word only.
+    if (command.isEmpty()) {
+        auto* input = new StandardInputLines(&app);
+        QObject::connect(input, &StandardInputLines::lineRead, [&](const QString& line) {
+            // The JSON argument of call may hold blanks: split off the verb and the method only.
             QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
             if (words.size() > 3 && words[0] == QLatin1String("call"))
                 words = QStringList{words[0], words[1], QStringList(words.mid(2)).join(QLatin1Char(' '))};
-            if (!words.isEmpty())
-                session.command(words);
-        }
-    });
-    if (!command.isEmpty())
-        input.setEnabled(false);
+            session.command(words);
+        });
+    }
     return app.exec();
 }
