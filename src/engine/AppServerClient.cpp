@@ -259,16 +259,17 @@ void AppServerClient::readOutput(QProcess* child)
     const QByteArray bytes = child->readAllStandardOutput();
     if (bytes.isEmpty())
         return;
-    for (const std::string& line : m_outputBuffer.append(std::string_view(bytes.constData(), bytes.size()))) {
+    m_staging = true;
+    m_outputBuffer.consume(std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())), [this](std::string_view line) {
         auto decoded = JSONValue::decode(line);
         if (!decoded.ok()) {
-            log(QStringLiteral("Could not decode a Codex response (%1 bytes): %2")
-                    .arg(line.size())
-                    .arg(decoded.error().message));
-            continue;
+            log(QStringLiteral("Could not decode a Codex response (%1 bytes): %2").arg(line.size()).arg(decoded.error().message));
+            return;
         }
         handleLine(decoded.value());
-    }
+    });
+    m_staging = false;
+    flushStaged();
 }
 
 void AppServerClient::readError(QProcess* child)
@@ -290,7 +291,7 @@ void AppServerClient::handleLine(const JSONValue& message)
         return;
     const JSONValue* method = message.find("method");
     if (method && method->isString()) {
-        const QString name = *method->stringValue();
+        const QString name = methodName(*method->stringView());
         const JSONValue* given = message.find("params");
         const JSONValue params = given ? *given : JSONValue::object({});
         if (const JSONValue* id = message.find("id")) {
@@ -299,10 +300,7 @@ void AppServerClient::handleLine(const JSONValue& message)
                     onServerRequest(id, name, params);
             });
         } else {
-            onMainQueue([this, name, params] {
-                if (onNotification)
-                    onNotification(name, params);
-            });
+            deliver(Delivery{name, params, nullptr});
         }
         return;
     }
@@ -401,27 +399,56 @@ void AppServerClient::onIoQueue(std::function<void()> work)
 
 // Deliveries to the owner's thread keep the I/O queue's order. A burst of them travels as one
 // event: the first item of an empty outbox posts the drain, later ones ride along with it.
-void AppServerClient::onMainQueue(std::function<void()> work)
+void AppServerClient::onMainQueue(std::function<void()> work) { deliver(Delivery{{}, {}, std::move(work)}); }
+
+void AppServerClient::deliver(Delivery delivery)
 {
+    m_staged.push_back(std::move(delivery));
+    if (!m_staging)
+        flushStaged();
+}
+
+void AppServerClient::flushStaged()
+{
+    if (m_staged.empty())
+        return;
     bool first;
     {
         std::lock_guard lock(m_outboxMutex);
         first = m_outbox.empty();
-        m_outbox.push_back(std::move(work));
+        if (first)
+            m_outbox.swap(m_staged);
+        else
+            std::move(m_staged.begin(), m_staged.end(), std::back_inserter(m_outbox));
     }
+    m_staged.clear();
     if (first)
         QMetaObject::invokeMethod(this, &AppServerClient::drainMainQueue, Qt::QueuedConnection);
 }
 
 void AppServerClient::drainMainQueue()
 {
-    std::vector<std::function<void()>> batch;
+    std::vector<Delivery> batch;
     {
         std::lock_guard lock(m_outboxMutex);
         batch.swap(m_outbox);
     }
-    for (auto& work : batch)
-        work();
+    for (Delivery& delivery : batch) {
+        if (delivery.work)
+            delivery.work();
+        else if (onNotification)
+            onNotification(delivery.method, delivery.params);
+    }
+}
+
+// Notifications mostly repeat a few names; equal names share one text.
+QString AppServerClient::methodName(std::string_view utf8)
+{
+    if (utf8 != m_lastMethodUtf8) {
+        m_lastMethodUtf8.assign(utf8);
+        m_lastMethod = QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
+    }
+    return m_lastMethod;
 }
 
 } // namespace nimbrel

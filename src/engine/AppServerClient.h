@@ -74,9 +74,19 @@ private:
     void log(const QString& line);
     IoCompletion onMainThread(RequestCompletion completion);
 
+    // What goes to the owner's thread: a notification as a plain record, anything else as work.
+    struct Delivery {
+        QString method;
+        JSONValue params;
+        std::function<void()> work;
+    };
+
     void onIoQueue(std::function<void()> work);
     void onMainQueue(std::function<void()> work);
+    void deliver(Delivery delivery);
+    void flushStaged();
     void drainMainQueue();
+    QString methodName(std::string_view utf8);
 
     Scheduler& m_scheduler;
     QThread m_ioThread;
@@ -92,8 +102,14 @@ private:
     TaskHandle m_scheduledRecovery;
     std::map<qint64, PendingRequest> m_pending;
 
+    // While a chunk of output is read, deliveries gather here and leave together.
+    bool m_staging = false;
+    std::vector<Delivery> m_staged;
+    std::string m_lastMethodUtf8;
+    QString m_lastMethod;
+
     std::mutex m_outboxMutex;
-    std::vector<std::function<void()>> m_outbox;
+    std::vector<Delivery> m_outbox;
 };
 
 } // namespace nimbrel

@@ -341,11 +341,11 @@ public:
             }
             return kept;
         }
-        std::unordered_map<std::string_view, std::size_t> seen;
+        // Keys are copied: short ones live inside values that move while the members are packed.
+        std::unordered_map<std::string, std::size_t> seen;
         seen.reserve(count);
         for (std::size_t i = 0; i < count; ++i) {
-            // keyOf(i) points into the key's own node, which moves along with its JSONValue.
-            auto [slot, inserted] = seen.emplace(keyOf(i), kept);
+            auto [slot, inserted] = seen.emplace(std::string(keyOf(i)), kept);
             keep(i, inserted ? kept : slot->second);
         }
         return kept;
@@ -563,6 +563,14 @@ private:
 
 JSONValue JSONValue::makeString(std::string_view bytes, bool asciiOnly)
 {
+    if (bytes.size() <= inlineCapacity) {
+        JSONValue value;
+        value.m_kind = Kind::String;
+        value.m_inlineLength = static_cast<std::uint8_t>(bytes.size());
+        if (!bytes.empty())
+            std::memcpy(value.m_bytes, bytes.data(), bytes.size());
+        return value;
+    }
     JSONNode* node = detail::allocateNode(bytes.size() + 1, bytes.size());
     char* data = detail::stringBytes(node);
     if (!bytes.empty())
@@ -628,15 +636,18 @@ JSONValue JSONValue::object(std::initializer_list<std::pair<std::string_view, JS
     return object(std::move(copy));
 }
 
-JSONValue::JSONValue(const JSONValue& other) noexcept : m_kind(other.m_kind), m_scalar(other.m_scalar)
+JSONValue::JSONValue(const JSONValue& other) noexcept : m_inlineLength(other.m_inlineLength), m_kind(other.m_kind)
 {
+    std::memcpy(m_bytes, other.m_bytes, sizeof m_bytes);
     if (hasNode())
-        m_scalar.node->refs.fetch_add(1, std::memory_order_relaxed);
+        node()->refs.fetch_add(1, std::memory_order_relaxed);
 }
 
-JSONValue::JSONValue(JSONValue&& other) noexcept : m_kind(other.m_kind), m_scalar(other.m_scalar)
+JSONValue::JSONValue(JSONValue&& other) noexcept : m_inlineLength(other.m_inlineLength), m_kind(other.m_kind)
 {
+    std::memcpy(m_bytes, other.m_bytes, sizeof m_bytes);
     other.m_kind = Kind::Null;
+    other.m_inlineLength = 0;
 }
 
 JSONValue& JSONValue::operator=(const JSONValue& other) noexcept
@@ -652,9 +663,11 @@ JSONValue& JSONValue::operator=(JSONValue&& other) noexcept
 {
     if (this != &other) {
         this->~JSONValue();
+        std::memcpy(m_bytes, other.m_bytes, sizeof m_bytes);
+        m_inlineLength = other.m_inlineLength;
         m_kind = other.m_kind;
-        m_scalar = other.m_scalar;
         other.m_kind = Kind::Null;
+        other.m_inlineLength = 0;
     }
     return *this;
 }
@@ -663,7 +676,7 @@ JSONValue::~JSONValue()
 {
     if (!hasNode())
         return;
-    JSONNode* node = m_scalar.node;
+    JSONNode* node = this->node();
     if (node->refs.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
     if (m_kind == Kind::Array) {
@@ -683,8 +696,9 @@ const JSONValue* JSONValue::find(std::string_view key) const
 {
     if (m_kind != Kind::Object)
         return nullptr;
-    const JSONMember* members = detail::objectMembers(m_scalar.node);
-    for (std::size_t i = 0; i < m_scalar.node->size; ++i)
+    const JSONNode* object = node();
+    const JSONMember* members = detail::objectMembers(const_cast<JSONNode*>(object));
+    for (std::size_t i = 0; i < object->size; ++i)
         if (members[i].name() == key)
             return &members[i].value;
     return nullptr;
@@ -701,57 +715,59 @@ std::optional<bool> JSONValue::boolValue() const
 {
     if (m_kind != Kind::Bool)
         return std::nullopt;
-    return m_scalar.boolean;
+    return m_bytes[0] != 0;
 }
 
 std::optional<double> JSONValue::numberValue() const
 {
     if (m_kind != Kind::Number)
         return std::nullopt;
-    return m_scalar.number;
+    return number();
 }
 
 std::optional<std::string_view> JSONValue::stringView() const
 {
     if (m_kind != Kind::String)
         return std::nullopt;
-    return std::string_view(detail::stringBytes(m_scalar.node), m_scalar.node->size);
+    if (!hasNode())
+        return std::string_view(m_bytes, m_inlineLength);
+    return std::string_view(detail::stringBytes(node()), node()->size);
 }
 
 std::optional<QString> JSONValue::stringValue() const
 {
     if (m_kind != Kind::String)
         return std::nullopt;
-    return QString::fromUtf8(detail::stringBytes(m_scalar.node),
-                             static_cast<qsizetype>(m_scalar.node->size));
+    const std::string_view bytes = *stringView();
+    return QString::fromUtf8(bytes.data(), static_cast<qsizetype>(bytes.size()));
 }
 
 std::optional<std::span<const JSONValue>> JSONValue::arrayValue() const
 {
     if (m_kind != Kind::Array)
         return std::nullopt;
-    return std::span<const JSONValue>(detail::arrayItems(m_scalar.node), m_scalar.node->size);
+    return std::span<const JSONValue>(detail::arrayItems(node()), node()->size);
 }
 
 std::optional<std::span<const JSONMember>> JSONValue::objectValue() const
 {
     if (m_kind != Kind::Object)
         return std::nullopt;
-    return std::span<const JSONMember>(detail::objectMembers(m_scalar.node), m_scalar.node->size);
+    return std::span<const JSONMember>(detail::objectMembers(node()), node()->size);
 }
 
 std::span<const JSONValue> JSONValue::items() const
 {
     if (m_kind != Kind::Array)
         return {};
-    return {detail::arrayItems(m_scalar.node), m_scalar.node->size};
+    return {detail::arrayItems(node()), node()->size};
 }
 
 std::span<const JSONMember> JSONValue::members() const
 {
     if (m_kind != Kind::Object)
         return {};
-    return {detail::objectMembers(m_scalar.node), m_scalar.node->size};
+    return {detail::objectMembers(node()), node()->size};
 }
 
 // ---- writing
@@ -933,9 +949,9 @@ std::string JSONValue::textFormUtf8() const
 {
     switch (m_kind) {
     case Kind::Null: return "null";
-    case Kind::Bool: return m_scalar.boolean ? "true" : "false";
+    case Kind::Bool: return m_bytes[0] ? "true" : "false";
     case Kind::Number: {
-        const double number = m_scalar.number;
+        const double number = this->number();
         if (std::trunc(number) == number && std::fabs(number) < 9223372036854775808.0) {
             char buffer[24];
             const auto written =
@@ -964,38 +980,34 @@ Result<JSONValue, JSONError> JSONValue::decode(std::string_view utf8) { return J
 
 // ---- equality
 
-namespace {
-
-bool sameText(const JSONValue& a, const JSONValue& b, const detail::JSONNode* nodeA,
-              const detail::JSONNode* nodeB)
+// Texts are equal when their bytes are, or when both, canonically composed, are.
+bool sameText(const JSONValue& a, const JSONValue& b)
 {
     const std::string_view x = *a.stringView();
     const std::string_view y = *b.stringView();
     if (x == y)
         return true;
-    if (nodeA->asciiOnly && nodeB->asciiOnly)
+    const bool asciiA = a.hasNode() ? a.node()->asciiOnly != 0 : isAscii(x);
+    const bool asciiB = b.hasNode() ? b.node()->asciiOnly != 0 : isAscii(y);
+    if (asciiA && asciiB)
         return false;
-    // Canonically equivalent texts are equal.
     const QString left = QString::fromUtf8(x.data(), static_cast<qsizetype>(x.size()));
     const QString right = QString::fromUtf8(y.data(), static_cast<qsizetype>(y.size()));
     return left.normalized(QString::NormalizationForm_C) == right.normalized(QString::NormalizationForm_C);
 }
 
-} // namespace
-
 bool operator==(const JSONValue& a, const JSONValue& b)
 {
     if (a.m_kind != b.m_kind)
         return false;
+    if (a.hasNode() && b.hasNode() && a.node() == b.node())
+        return true;
     switch (a.m_kind) {
     case JSONValue::Kind::Null: return true;
-    case JSONValue::Kind::Bool: return a.m_scalar.boolean == b.m_scalar.boolean;
-    case JSONValue::Kind::Number: return a.m_scalar.number == b.m_scalar.number;
-    case JSONValue::Kind::String:
-        return a.m_scalar.node == b.m_scalar.node || sameText(a, b, a.m_scalar.node, b.m_scalar.node);
+    case JSONValue::Kind::Bool: return a.m_bytes[0] == b.m_bytes[0];
+    case JSONValue::Kind::Number: return a.number() == b.number();
+    case JSONValue::Kind::String: return sameText(a, b);
     case JSONValue::Kind::Array: {
-        if (a.m_scalar.node == b.m_scalar.node)
-            return true;
         const auto left = a.items();
         const auto right = b.items();
         if (left.size() != right.size())
@@ -1006,17 +1018,15 @@ bool operator==(const JSONValue& a, const JSONValue& b)
         return true;
     }
     case JSONValue::Kind::Object: {
-        if (a.m_scalar.node == b.m_scalar.node)
-            return true;
         const auto left = a.members();
         const auto right = b.members();
         if (left.size() != right.size())
             return false;
         for (const JSONMember& member : left) {
             const JSONValue* other = b.find(member.name());
-            if (!other && !member.key.m_scalar.node->asciiOnly) {
+            if (!other && !isAscii(member.name())) {
                 for (const JSONMember& candidate : right)
-                    if (candidate.key == member.key) {
+                    if (sameText(candidate.key, member.key)) {
                         other = &candidate.value;
                         break;
                     }

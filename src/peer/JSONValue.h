@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <atomic>
+#include <cstring>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -35,10 +36,14 @@ class JSONValue {
 public:
     enum class Kind : std::uint8_t { Bool, Number, String, Array, Object, Null };
 
-    JSONValue() noexcept : m_kind(Kind::Null) { m_scalar.number = 0; }
+    JSONValue() noexcept : m_bytes{}, m_inlineLength(0), m_kind(Kind::Null) {}
     JSONValue(std::nullptr_t) noexcept : JSONValue() {}
-    JSONValue(bool value) noexcept : m_kind(Kind::Bool) { m_scalar.boolean = value; }
-    JSONValue(double value) noexcept : m_kind(Kind::Number) { m_scalar.number = value; }
+    JSONValue(bool value) noexcept : JSONValue() { m_kind = Kind::Bool; m_bytes[0] = value ? 1 : 0; }
+    JSONValue(double value) noexcept : JSONValue()
+    {
+        m_kind = Kind::Number;
+        std::memcpy(m_bytes, &value, sizeof value);
+    }
     JSONValue(int value) noexcept : JSONValue(static_cast<double>(value)) {}
     JSONValue(unsigned value) noexcept : JSONValue(static_cast<double>(value)) {}
     JSONValue(long value) noexcept : JSONValue(static_cast<double>(value)) {}
@@ -97,17 +102,38 @@ public:
 
 private:
     friend class JSONParser;
+    friend bool sameText(const JSONValue& a, const JSONValue& b);
     static JSONValue makeString(std::string_view bytes, bool asciiOnly);
-    explicit JSONValue(Kind kind, detail::JSONNode* node) noexcept : m_kind(kind) { m_scalar.node = node; }
-    bool hasNode() const { return m_kind == Kind::String || m_kind == Kind::Array || m_kind == Kind::Object; }
+    explicit JSONValue(Kind kind, detail::JSONNode* node) noexcept : JSONValue()
+    {
+        m_kind = kind;
+        m_inlineLength = heapString;
+        std::memcpy(m_bytes, &node, sizeof node);
+    }
+    bool hasNode() const { return m_inlineLength == heapString; }
+    detail::JSONNode* node() const
+    {
+        detail::JSONNode* pointer;
+        std::memcpy(&pointer, m_bytes, sizeof pointer);
+        return pointer;
+    }
+    double number() const
+    {
+        double value;
+        std::memcpy(&value, m_bytes, sizeof value);
+        return value;
+    }
 
+    // Strings of up to 14 bytes live in the value itself; everything else that has a payload lives
+    // in a shared node whose pointer takes the first 8 bytes.
+    static constexpr std::size_t inlineCapacity = 14;
+    static constexpr std::uint8_t heapString = 0xFF;
+
+    alignas(8) char m_bytes[inlineCapacity];
+    std::uint8_t m_inlineLength; // inline strings: their length; values held in a node: heapString
     Kind m_kind;
-    union {
-        bool boolean;
-        double number;
-        detail::JSONNode* node;
-    } m_scalar;
 };
+static_assert(sizeof(JSONValue) == 16);
 
 struct JSONMember {
     JSONValue key; // always a string
