@@ -174,6 +174,17 @@ TEST_F(BridgeControllerTest, LateVersionOfAReplacedExecutableIsDropped)
     EXPECT_EQ(controller->codexVersion(), "codex-cli 2.0.0");
 }
 
+TEST_F(BridgeControllerTest, AVersionProbeThatFailsSaysSo)
+{
+    const QString broken = fakeCodexIn(QStringLiteral("broken"), JSONValue::object({{"version", JSONValue::object({{"exitCode", 1}})}}));
+    defaults.setValue(BridgeController::customCodexPathKey, broken);
+    makeController();
+    controller->startOnce();
+    ASSERT_TRUE(waitFor([&] { return controller->codexVersion() != "Checking…"; }));
+    EXPECT_EQ(controller->codexVersion(), "Could not run codex --version");
+    EXPECT_EQ(controller->codexInstallSource(), "Custom path");
+}
+
 TEST(AccountStatusText, EveryOutcomeHasItsText)
 {
     auto text = [](const char* json) { return accountStatusText(JSONValue::decode(json).value()); };

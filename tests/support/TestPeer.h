@@ -31,6 +31,7 @@ public:
     std::size_t count(BridgeMessageKind kind, const std::optional<QString>& method = {}) const;
 
     std::vector<BridgeMessage> received;
+    QStringList receivedText; // the same messages as they came over the wire
     std::optional<HelloPayload> bridgeHello;
     std::optional<HelloPayload> localHello;
     std::shared_ptr<const DeviceIdentity> identity;
