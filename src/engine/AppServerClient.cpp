@@ -59,8 +59,11 @@ AppServerClient::~AppServerClient()
             // The current child and retired ones still shutting down end with the client.
             for (QProcess* child : m_io->findChildren<QProcess*>()) {
                 QObject::disconnect(child, nullptr, nullptr, nullptr);
-                child->kill();
-                child->waitForFinished(1000);
+                child->terminate();
+                if (!child->waitForFinished(500)) {
+                    child->kill();
+                    child->waitForFinished(1000);
+                }
                 delete child;
             }
         },

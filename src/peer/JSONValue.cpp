@@ -787,13 +787,6 @@ void appendNumber(std::string& out, double value)
 
 } // namespace
 
-std::string formatJSONNumber(double value)
-{
-    std::string out;
-    appendNumber(out, value);
-    return out;
-}
-
 namespace {
 
 // How each byte below 0x20, '"' and '\\' is written; other bytes stand as they are.

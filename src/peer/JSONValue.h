@@ -141,7 +141,4 @@ struct JSONMember {
     std::string_view name() const { return *key.stringView(); }
 };
 
-// Shortest text that reads back as the same float; whole numbers below 2^53 without a point.
-std::string formatJSONNumber(double value);
-
 } // namespace nimbrel
