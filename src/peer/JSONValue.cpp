@@ -9,6 +9,10 @@
 #include <new>
 #include <unordered_map>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace nimbrel {
 
 namespace detail {
@@ -118,6 +122,38 @@ inline bool wordNeedsAttention(std::uint64_t word, bool stopAtHighBytes)
     const std::uint64_t control = (word - repeated(0x20)) & ~word & highBits;
     const std::uint64_t high = stopAtHighBytes ? (word & highBits) : 0;
     return (quote | backslash | control | high) != 0;
+}
+
+// Skips the bytes of a string that need no attention: returns the first byte at or after p that is
+// '"', '\\', a control character or (when stopAtHighBytes) a byte of a multi-byte sequence, or a
+// position within 16 bytes of end from which the caller goes on byte by byte.
+inline const char* skipPlainBytes(const char* p, const char* end, bool stopAtHighBytes)
+{
+#if defined(__SSE2__)
+    const __m128i quote = _mm_set1_epi8('"');
+    const __m128i backslash = _mm_set1_epi8('\\');
+    const __m128i space = _mm_set1_epi8(0x20);
+    const __m128i controlLimit = _mm_set1_epi8(0x1F);
+    while (end - p >= 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        // Signed, bytes from 0x80 up are negative: one compare finds control and high bytes.
+        const __m128i low = stopAtHighBytes ? _mm_cmplt_epi8(bytes, space)
+                                            : _mm_cmpeq_epi8(_mm_max_epu8(bytes, controlLimit), controlLimit);
+        const __m128i special = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, backslash)), low);
+        const int mask = _mm_movemask_epi8(special);
+        if (mask != 0)
+            return p + __builtin_ctz(static_cast<unsigned>(mask));
+        p += 16;
+    }
+#endif
+    while (end - p >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        if (wordNeedsAttention(word, stopAtHighBytes))
+            break;
+        p += 8;
+    }
+    return p;
 }
 
 void appendUtf8(std::string& out, std::uint32_t codePoint)
@@ -359,13 +395,7 @@ private:
         bool escaped = false;
         m_scratch.clear();
         for (;;) {
-            while (m_end - m_cursor >= 8) {
-                std::uint64_t word;
-                std::memcpy(&word, m_cursor, 8);
-                if (wordNeedsAttention(word, true))
-                    break;
-                m_cursor += 8;
-            }
+            m_cursor = skipPlainBytes(m_cursor, m_end, true);
             if (m_cursor >= m_end)
                 return fail("Unterminated string");
             const auto c = static_cast<unsigned char>(*m_cursor);
@@ -823,13 +853,7 @@ void appendEscapedString(std::string& out, std::string_view text)
     const char* end = p + text.size();
     const char* runStart = p;
     while (p < end) {
-        while (end - p >= 8) {
-            std::uint64_t word;
-            std::memcpy(&word, p, 8);
-            if (wordNeedsAttention(word, false))
-                break;
-            p += 8;
-        }
+        p = skipPlainBytes(p, end, false);
         if (p >= end)
             break;
         const auto c = static_cast<unsigned char>(*p);
