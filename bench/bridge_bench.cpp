@@ -4,6 +4,7 @@
 //  (b) fan-out: the engine emits 100,000 deltas while 4 authorised peers watch.
 #include "peer/BridgeMessage.h"
 #include "peer/DeviceIdentity.h"
+#include "peer/PeerLink.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -58,9 +59,7 @@ struct Peer {
     {
         MemoryUserDefaults defaults;
         identity = DeviceIdentity::create(SecretStore(folder + "/secrets"), defaults).value();
-        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-        tls.setProtocol(QSsl::TlsV1_3OrLater);
-        tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+        const QSslConfiguration tls = PeerLink::tlsConfiguration();
         socket.setSslConfiguration(tls);
         QObject::connect(&socket, &QWebSocket::sslErrors, [this] { socket.ignoreSslErrors(); });
         QObject::connect(&socket, &QWebSocket::textMessageReceived, [this](const QString& text) {

@@ -21,19 +21,11 @@ namespace {
 
 constexpr int roundTrips = 3000;
 
-QSslConfiguration clientTls()
-{
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.setProtocol(QSsl::TlsV1_3OrLater);
-    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
-    return tls;
-}
-
 // Microseconds of each round trip through whatever echoes at url.
 std::vector<double> measure(const QUrl& url)
 {
     QWebSocket client;
-    client.setSslConfiguration(clientTls());
+    client.setSslConfiguration(PeerLink::tlsConfiguration());
     QObject::connect(&client, &QWebSocket::sslErrors, [&] { client.ignoreSslErrors(); });
     const QString message = QString(200, QLatin1Char('m'));
     std::vector<double> samples;
@@ -77,7 +69,7 @@ int main(int argc, char** argv)
 
     const auto certificate = makeLinkCertificate(nullptr, "Echo").value();
     QWebSocketServer echo("Echo", QWebSocketServer::SecureMode);
-    QSslConfiguration tls = clientTls();
+    QSslConfiguration tls = PeerLink::tlsConfiguration();
     tls.setLocalCertificate(QSslCertificate(certificate.certificatePem));
     tls.setPrivateKey(QSslKey(certificate.privateKeyPem, QSsl::Ec));
     echo.setSslConfiguration(tls);

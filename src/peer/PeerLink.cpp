@@ -23,14 +23,6 @@ namespace {
 
 constexpr qsizetype maximumRequestHeaderBytes = 16 * 1024;
 
-QSslConfiguration linkTlsConfiguration()
-{
-    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
-    configuration.setProtocol(QSsl::TlsV1_3OrLater);
-    configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
-    return configuration;
-}
-
 // The name a connecting peer gives in its upgrade request, or nothing when the request is not one
 // this link serves (another path, no name, or a name that is empty or too long).
 std::optional<QString> peerNameFromRequest(const QByteArray& header)
@@ -94,6 +86,14 @@ PeerLinkSettings PeerLinkSettings::fromEnvironment()
     if (const uint port = qEnvironmentVariable("NIMBREL_LINK_PORT").toUInt(&ok); ok && port <= 65535)
         settings.port = static_cast<quint16>(port);
     return settings;
+}
+
+QSslConfiguration PeerLink::tlsConfiguration()
+{
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.setProtocol(QSsl::TlsV1_3OrLater);
+    configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
+    return configuration;
 }
 
 QString PeerLink::localNameFor(const QString& displayName)
@@ -174,7 +174,7 @@ void PeerLink::start()
 void PeerLink::listen()
 {
     m_server = new Server(this);
-    QSslConfiguration configuration = linkTlsConfiguration();
+    QSslConfiguration configuration = tlsConfiguration();
     configuration.setLocalCertificate(m_certificate);
     configuration.setPrivateKey(QSslKey(m_privateKeyPem, QSsl::Ec, QSsl::Pem));
     m_server->setSslConfiguration(configuration);
@@ -279,7 +279,7 @@ void PeerLink::connectTo(const QHostAddress& address, quint16 port, const QStrin
     auto connection = std::make_shared<Connection>();
     connection->name = peerName.isEmpty() ? QStringLiteral("%1:%2").arg(address.toString()).arg(port) : peerName;
     auto* socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
-    socket->setSslConfiguration(linkTlsConfiguration());
+    socket->setSslConfiguration(tlsConfiguration());
     connect(socket, &QWebSocket::sslErrors, socket, [socket](const QList<QSslError>&) { socket->ignoreSslErrors(); });
     connection->socket = socket;
     m_connections.push_back(connection);

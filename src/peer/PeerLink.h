@@ -5,6 +5,7 @@
 #include <QHostAddress>
 #include <QObject>
 #include <QSslCertificate>
+#include <QSslConfiguration>
 #include <QStringList>
 
 #include <functional>
@@ -56,6 +57,9 @@ public:
     PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& scheduler, EVP_PKEY* tlsKey = nullptr,
              PeerLinkSettings settings = {}, QObject* parent = nullptr);
     ~PeerLink() override;
+
+    // TLS 1.3 only, with no verification of the self-signed peer: what both sides of the link use.
+    static QSslConfiguration tlsConfiguration();
 
     // The display name, "-" and four characters of a UUID, cut to 63 user-perceived characters.
     static QString localNameFor(const QString& displayName);

@@ -26,9 +26,7 @@ const PeerLinkSettings loopback{QHostAddress::LocalHost, 0};
 std::unique_ptr<QWebSocket> openClient(quint16 port, const QString& query, const QString& path = "/sarvane")
 {
     auto socket = std::make_unique<QWebSocket>();
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.setProtocol(QSsl::TlsV1_3OrLater);
-    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+    const QSslConfiguration tls = PeerLink::tlsConfiguration();
     socket->setSslConfiguration(tls);
     QObject::connect(socket.get(), &QWebSocket::sslErrors, socket.get(), [s = socket.get()] { s->ignoreSslErrors(); });
     QUrl url(QStringLiteral("wss://127.0.0.1:%1%2").arg(port).arg(path));
@@ -146,9 +144,7 @@ TEST_F(PeerLinkTest, SilentPeersAreDroppedAndAnsweringOnesKept)
 {
     // A peer that completes the upgrade and then never reads or answers again.
     QSslSocket silent;
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.setProtocol(QSsl::TlsV1_3OrLater);
-    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+    const QSslConfiguration tls = PeerLink::tlsConfiguration();
     silent.setSslConfiguration(tls);
     silent.connectToHostEncrypted("127.0.0.1", port);
     ASSERT_TRUE(waitFor([&] { return silent.isEncrypted(); }));

@@ -23,9 +23,7 @@ TestPeer::TestPeer(quint16 port, const QString& transportName, const TestPeer& s
 void TestPeer::open(quint16 port, const QString& transportName)
 {
     m_socket = std::make_unique<QWebSocket>();
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.setProtocol(QSsl::TlsV1_3OrLater);
-    tls.setPeerVerifyMode(QSslSocket::VerifyNone);
+    const QSslConfiguration tls = PeerLink::tlsConfiguration();
     m_socket->setSslConfiguration(tls);
     QObject::connect(m_socket.get(), &QWebSocket::sslErrors, m_socket.get(), [s = m_socket.get()] { s->ignoreSslErrors(); });
     QObject::connect(m_socket.get(), &QWebSocket::textMessageReceived, [this](const QString& text) {
