@@ -1,5 +1,6 @@
 #include "TestPeer.h"
 
+#include "peer/PeerLink.h"
 #include "support/EventLoop.h"
 
 #include <QSslConfiguration>
