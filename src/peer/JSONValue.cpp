@@ -474,13 +474,13 @@ private:
         case 'u': break;
         default: return failAt("Invalid escape in string", escapeStart);
         }
-        std::uint32_t unit;
+        std::uint32_t unit = 0;
         if (!readHex4(unit))
             return false;
         if (unit >= 0xDC00 && unit <= 0xDFFF)
             return failAt("Lone surrogate in string", escapeStart);
         if (unit >= 0xD800 && unit <= 0xDBFF) {
-            std::uint32_t low;
+            std::uint32_t low = 0;
             if (m_end - m_cursor < 2 || m_cursor[0] != '\\' || m_cursor[1] != 'u')
                 return failAt("Lone surrogate in string", escapeStart);
             m_cursor += 2;
