@@ -3,6 +3,7 @@
 #include "platform/HostName.h"
 #include "platform/LaunchAtLogin.h"
 #include "platform/Property.h"
+#include "platform/TextFormatting.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -44,6 +45,11 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
     m_link->onConnected = [this](const QString& peer) { handleConnected(peer); };
     m_link->onDisconnected = [this](const QString& peer) { handleDisconnected(peer); };
     m_link->onData = [this](const QByteArray& data, const QString& peer) { handleData(data, peer); };
+    m_link->onSlowPeer = [this](const QString& peer) {
+        appendLog(loggableText(peer) + QStringLiteral(" was disconnected: it is not keeping up."));
+    };
+    // While a peer that is reading falls far behind, the engine's events wait for it.
+    connect(m_link.get(), &PeerLink::congestedChanged, this, [this](bool congested) { m_appServer->setDeliveryPaused(congested); });
     m_appServer->onStatus = [this](const QString& message, bool ready) { handleEngineStatus(message, ready); };
     m_appServer->onLog = [this](const QString& line) { appendLog(line); };
     m_appServer->onNotification = [this](const QString& method, const JSONValue& params) {
@@ -68,10 +74,12 @@ void BridgeController::startOnce()
 
 // ---- the log
 
-void BridgeController::appendLog(const QString& line)
+void BridgeController::appendLog(const QString& text)
 {
-    if (line.isEmpty())
+    if (text.isEmpty())
         return;
+    // One event is one line, whatever the texts inside it hold.
+    const QString line = withEscapedControlCharacters(text);
     m_logs.prepend(line);
     while (m_logs.size() > maximumLogLines)
         m_logs.removeLast();

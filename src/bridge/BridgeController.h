@@ -122,7 +122,7 @@ private:
     void handlePairingRequest(const QString& peer);
     void sendInitialState(const QString& peer);
     void rebuildTrustedPeers();
-    void setAuthorized(const QString& peer, bool authorized);
+    void setAuthorized(const QString& peer, bool authorized, const QString& deviceID = {});
     void removePairingRequests(const std::function<bool(const PairingRequest&)>& matches);
 
     // The relay.
@@ -161,6 +161,8 @@ private:
     std::unique_ptr<AppServerClient> m_appServer;
     std::map<QString, HelloPayload> m_localHellos;
     std::map<QString, HelloPayload> m_remoteHellos;
+    // The device each authorised connection proved to be.
+    std::map<QString, QString> m_authorizedDevices;
     // Engine id of each open approval, by local id.
     std::map<QString, JSONValue> m_pendingServerRequests;
     bool m_started = false;

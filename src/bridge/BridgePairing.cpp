@@ -2,6 +2,7 @@
 #include "bridge/BridgeController.h"
 
 #include "platform/HostName.h"
+#include "platform/TextFormatting.h"
 
 #include <QVariantMap>
 
@@ -70,7 +71,8 @@ void BridgeController::handleData(const QByteArray& data, const QString& peer)
         }
     }
     if (failure)
-        appendLog(QStringLiteral("Rejected malformed message from %1: %2").arg(peer, *failure));
+        appendLog(QStringLiteral("Rejected malformed message from ") + loggableText(peer) + QStringLiteral(": ")
+                  + loggableText(*failure));
 }
 
 std::optional<QString> BridgeController::handleHello(const std::optional<JSONValue>& body, const QString& peer)
@@ -83,17 +85,23 @@ std::optional<QString> BridgeController::handleHello(const std::optional<JSONVal
     const HelloPayload& hello = read.value();
     if (!verify(hello))
         return QStringLiteral("Handshake signature did not verify.");
+    // A connection authorised as one device stays that device: another identity ends its rights.
+    if (const auto device = m_authorizedDevices.find(peer); device != m_authorizedDevices.end() && device->second != hello.deviceID) {
+        setAuthorized(peer, false);
+        return QStringLiteral("Handshake identity changed.");
+    }
+    m_link->markHelloVerified(peer);
     m_remoteHellos[peer] = hello;
     const std::optional<TrustedPeer> trusted = m_trustStore.peer(hello.deviceID);
     // An unknown device waits to pair; a known id with another key gets nothing and hears nothing.
     if (!trusted || trusted->publicKey != hello.publicKey)
         return std::nullopt;
-    setAuthorized(peer, true);
+    setAuthorized(peer, true, hello.deviceID);
     if (const auto local = m_localHellos.find(peer); local != m_localHellos.end())
         if (auto error = sendToPeer(messageOf(BridgeMessageKind::PairingAccepted, {}, {}, local->second.toBody()), peer))
             return error;
     sendInitialState(peer);
-    appendLog(QStringLiteral("Authenticated %1.").arg(hello.displayName));
+    appendLog(QStringLiteral("Authenticated ") + loggableText(hello.displayName) + QLatin1Char('.'));
     return std::nullopt;
 }
 
@@ -110,7 +118,8 @@ void BridgeController::handlePairingRequest(const QString& peer)
     removePairingRequests([&](const PairingRequest& request) { return request.id == peer; });
     m_pairingRequests.push_back(PairingRequest{peer, peer, code, local->second, remote->second});
     emit pairingRequestsChanged();
-    appendLog(QStringLiteral("Pairing requested by %1. Compare code %2.").arg(remote->second.displayName, code));
+    appendLog(QStringLiteral("Pairing requested by ") + loggableText(remote->second.displayName)
+              + QStringLiteral(". Compare code ") + code + QLatin1Char('.'));
 }
 
 // ---- the user's decisions
@@ -122,21 +131,21 @@ void BridgeController::approvePairing(const PairingRequest& request)
         return;
     }
     rebuildTrustedPeers();
-    setAuthorized(request.peer, true);
+    setAuthorized(request.peer, true, request.remoteHello.deviceID);
     if (auto error = sendToPeer(messageOf(BridgeMessageKind::PairingAccepted, {}, {}, request.localHello.toBody()), request.peer)) {
         appendLog(QStringLiteral("Pairing failed: ") + *error);
         return;
     }
     removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
     sendInitialState(request.peer);
-    appendLog(QStringLiteral("Paired %1.").arg(request.remoteHello.displayName));
+    appendLog(QStringLiteral("Paired ") + loggableText(request.remoteHello.displayName) + QLatin1Char('.'));
 }
 
 void BridgeController::rejectPairing(const PairingRequest& request)
 {
     sendToPeer(messageOf(BridgeMessageKind::PairingRejected), request.peer);
     removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
-    appendLog(QStringLiteral("Rejected pairing from %1.").arg(request.remoteHello.displayName));
+    appendLog(QStringLiteral("Rejected pairing from ") + loggableText(request.remoteHello.displayName) + QLatin1Char('.'));
 }
 
 void BridgeController::forgetPeer(const TrustedPeer& peer)
@@ -146,10 +155,17 @@ void BridgeController::forgetPeer(const TrustedPeer& peer)
         return;
     }
     rebuildTrustedPeers();
+    // Every connection this device authorised, and every one whose latest hello names it.
+    QStringList ending;
+    for (const auto& [name, device] : m_authorizedDevices)
+        if (device == peer.deviceID)
+            ending.append(name);
     for (const auto& [name, hello] : m_remoteHellos)
         if (hello.deviceID == peer.deviceID)
-            setAuthorized(name, false);
-    appendLog(QStringLiteral("Forgot %1.").arg(peer.displayName));
+            ending.append(name);
+    for (const QString& name : ending)
+        setAuthorized(name, false);
+    appendLog(QStringLiteral("Forgot ") + loggableText(peer.displayName) + QLatin1Char('.'));
 }
 
 std::optional<PairingRequest> BridgeController::pairingRequestWithCode(const QString& code) const
@@ -200,8 +216,13 @@ void BridgeController::rebuildTrustedPeers()
     }
 }
 
-void BridgeController::setAuthorized(const QString& peer, bool authorized)
+void BridgeController::setAuthorized(const QString& peer, bool authorized, const QString& deviceID)
 {
+    if (authorized)
+        m_authorizedDevices[peer] = deviceID;
+    else
+        m_authorizedDevices.erase(peer);
+    m_link->setAuthorized(peer, authorized);
     if (authorized == m_authorizedPeerNames.contains(peer))
         return;
     if (authorized)

@@ -1,6 +1,8 @@
 // What an authorised peer may ask of the engine, and the engine's events fanned out to peers.
 #include "bridge/BridgeController.h"
 
+#include "platform/TextFormatting.h"
+
 #include <QPointer>
 
 namespace nimbrel {
@@ -36,7 +38,7 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
             ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, id, std::nullopt, outcome.value()}
             : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id, std::nullopt, JSONValue(outcome.error().text())};
         if (auto error = self->sendToPeer(reply, peer))
-            self->appendLog(QStringLiteral("Could not reply to %1: %2").arg(peer, *error));
+            self->appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) + QStringLiteral(": ") + *error);
     });
 }
 
@@ -54,7 +56,7 @@ void BridgeController::handleServerRequest(const JSONValue& id, const QString& m
                                       QStringLiteral("item/fileChange/requestApproval"),
                                       QStringLiteral("item/tool/requestUserInput")};
     if (!answered.contains(method))
-        m_appServer->respondError(id, QStringLiteral("Nimbrel Bridge does not implement %1.").arg(method));
+        m_appServer->respondError(id, QStringLiteral("Nimbrel Bridge does not implement ") + method + QLatin1Char('.'));
 }
 
 } // namespace nimbrel

@@ -45,6 +45,11 @@ AppServerClient::AppServerClient(Scheduler& scheduler, QObject* parent)
 
 AppServerClient::~AppServerClient()
 {
+    {
+        std::lock_guard lock(m_outboxMutex);
+        m_closing = true;
+    }
+    m_outboxRoom.notify_all();
     // Released: nothing more reaches the owner, and the child goes with the client.
     QMetaObject::invokeMethod(
         m_io,
@@ -417,31 +422,45 @@ void AppServerClient::flushStaged()
         return;
     bool first;
     {
-        std::lock_guard lock(m_outboxMutex);
+        std::unique_lock lock(m_outboxMutex);
         first = m_outbox.empty();
         if (first)
             m_outbox.swap(m_staged);
         else
             std::move(m_staged.begin(), m_staged.end(), std::back_inserter(m_outbox));
+        m_staged.clear();
+        if (first)
+            QMetaObject::invokeMethod(this, &AppServerClient::drainMainQueue, Qt::QueuedConnection);
+        // Reading no more makes the engine's own writes wait once the pipe is full.
+        m_outboxRoom.wait(lock, [this] { return m_outbox.size() < maximumUndelivered || m_closing; });
     }
-    m_staged.clear();
-    if (first)
-        QMetaObject::invokeMethod(this, &AppServerClient::drainMainQueue, Qt::QueuedConnection);
 }
 
 void AppServerClient::drainMainQueue()
 {
+    if (m_deliveryPaused)
+        return; // resuming drains
     std::vector<Delivery> batch;
     {
         std::lock_guard lock(m_outboxMutex);
         batch.swap(m_outbox);
     }
+    m_outboxRoom.notify_all();
     for (Delivery& delivery : batch) {
         if (delivery.work)
             delivery.work();
         else if (onNotification)
             onNotification(delivery.method, delivery.params);
     }
+}
+
+void AppServerClient::setDeliveryPaused(bool paused)
+{
+    if (m_deliveryPaused == paused)
+        return;
+    m_deliveryPaused = paused;
+    if (!paused)
+        QMetaObject::invokeMethod(this, &AppServerClient::drainMainQueue, Qt::QueuedConnection);
 }
 
 // Notifications mostly repeat a few names; equal names share one text.

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <map>
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -33,6 +34,9 @@ public:
     static constexpr int maximumRecoveryAttempts = 2;
     static constexpr double requestTimeoutSeconds = 30.0;
     static constexpr double recoveryDelaySeconds = 0.5;
+    // Deliveries read from the engine and not yet taken by the owner's thread. Past this the I/O
+    // queue stops reading the engine's output until the owner catches up, so the engine waits.
+    static constexpr std::size_t maximumUndelivered = 4096;
 
     explicit AppServerClient(Scheduler& scheduler, QObject* parent = nullptr);
     ~AppServerClient() override;
@@ -48,6 +52,9 @@ public:
     void request(const QString& method, const JSONValue& params, RequestCompletion completion);
     void respond(const JSONValue& id, const JSONValue& result, WriteCompletion completion = {});
     void respondError(const JSONValue& id, const QString& message);
+    // While paused, nothing more is delivered: what the engine sends waits, up to the bound above,
+    // and then in the engine. Deliveries resume in order.
+    void setDeliveryPaused(bool paused);
 
 private:
     using IoCompletion = std::function<void(const RequestResult&)>;
@@ -109,7 +116,10 @@ private:
     QString m_lastMethod;
 
     std::mutex m_outboxMutex;
+    std::condition_variable m_outboxRoom;
     std::vector<Delivery> m_outbox;
+    bool m_closing = false;        // guarded by m_outboxMutex
+    bool m_deliveryPaused = false; // owner's thread
 };
 
 } // namespace nimbrel

@@ -15,6 +15,10 @@
 #include <QWebSocket>
 #include <QWebSocketServer>
 
+#include <algorithm>
+#include <deque>
+
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace nimbrel {
@@ -23,22 +27,45 @@ namespace {
 
 constexpr qsizetype maximumRequestHeaderBytes = 16 * 1024;
 
-// The name a connecting peer gives in its upgrade request, or nothing when the request is not one
-// this link serves (another path, no name, or a name that is empty or too long).
-std::optional<QString> peerNameFromRequest(const QByteArray& header)
+// What an upgrade request asks for: the name a connecting peer gives, or the HTTP status that
+// refuses it (another path, no name, a name that is empty, too long or holds control characters).
+struct UpgradeRequest {
+    QString name;
+    QByteArray refusal;
+};
+
+UpgradeRequest readUpgradeRequestHeader(const QByteArray& header)
 {
+    static const QByteArray badRequest = "400 Bad Request";
     const qsizetype lineEnd = header.indexOf("\r\n");
     const QList<QByteArray> requestLine = header.left(lineEnd).split(' ');
     if (requestLine.size() != 3 || requestLine[0] != "GET")
-        return std::nullopt;
+        return {{}, badRequest};
     const QUrl url(QString::fromLatin1(requestLine[1]));
     if (!url.isValid() || url.path() != PeerLink::resourcePath)
-        return std::nullopt;
+        return {{}, badRequest};
     const QString name = QUrlQuery(url).queryItemValue(QStringLiteral("name"), QUrl::FullyDecoded);
     const int characters = characterCount(name);
-    if (characters < 1 || characters > PeerLink::maximumNameCharacters)
+    if (characters < 1 || characters > PeerLink::maximumNameCharacters || hasControlCharacters(name))
+        return {{}, badRequest};
+    return {name, {}};
+}
+
+// The address a connection comes from, with IPv4 addresses seen through IPv6 written as IPv4.
+QHostAddress sourceAddress(const QHostAddress& address)
+{
+    bool isIPv4 = false;
+    const quint32 ipv4 = address.toIPv4Address(&isIPv4);
+    return isIPv4 ? QHostAddress(ipv4) : address;
+}
+
+std::optional<QHostAddress> sourceAddressOf(qintptr descriptor)
+{
+    sockaddr_storage storage{};
+    socklen_t length = sizeof(storage);
+    if (::getpeername(static_cast<int>(descriptor), reinterpret_cast<sockaddr*>(&storage), &length) != 0)
         return std::nullopt;
-    return name;
+    return sourceAddress(QHostAddress(reinterpret_cast<const sockaddr*>(&storage)));
 }
 
 } // namespace
@@ -51,7 +78,8 @@ public:
 protected:
     void incomingConnection(qintptr descriptor) override
     {
-        if (static_cast<int>(m_link->m_connections.size()) >= maximumConnections) {
+        const std::optional<QHostAddress> source = sourceAddressOf(descriptor);
+        if (static_cast<int>(m_link->m_connections.size()) >= maximumConnections || !source || !m_link->admits(*source)) {
             ::close(static_cast<int>(descriptor));
             return;
         }
@@ -67,14 +95,23 @@ private:
 };
 
 struct PeerLink::Connection {
-    QPointer<QSslSocket> tls;      // host mode, until the WebSocket takes over
+    QPointer<QSslSocket> tls;      // host mode: the TLS socket, under the WebSocket once upgraded
     QPointer<QWebSocket> socket;   // once upgraded (host) or from the start (client)
     QString name;                  // empty until the peer has said it
     QHostAddress remoteAddress;
     quint16 remotePort = 0;
     bool open = false;
+    bool announced = false;        // onConnected ran, so onDisconnected will
+    bool helloVerified = false;
+    bool authorized = false;
     double lastHeard = 0;
     TaskHandle handshakeLimit;
+    TaskHandle helloLimit;
+    // Messages waiting for room in the socket, and their size.
+    std::deque<QByteArray> outbox;
+    qint64 outboxBytes = 0;
+    double lastProgress = 0;       // when the peer's side last took data, or data began to wait
+    bool holdingBack = false;
 };
 
 PeerLinkSettings PeerLinkSettings::fromEnvironment()
@@ -121,9 +158,12 @@ PeerLink::~PeerLink()
 {
     if (m_keepAlive)
         m_keepAlive->cancel();
+    if (m_congestionCheck)
+        m_congestionCheck->cancel();
     for (const auto& connection : m_connections) {
-        if (connection->handshakeLimit)
-            connection->handshakeLimit->cancel();
+        for (const TaskHandle& task : {connection->handshakeLimit, connection->helloLimit})
+            if (task)
+                task->cancel();
         if (connection->socket)
             QObject::disconnect(connection->socket, nullptr, this, nullptr);
         if (connection->tls)
@@ -213,7 +253,7 @@ void PeerLink::acceptHandshake(QSslSocket* socket)
 {
     auto connection = std::make_shared<Connection>();
     connection->tls = socket;
-    connection->remoteAddress = socket->peerAddress();
+    connection->remoteAddress = sourceAddress(socket->peerAddress());
     connection->remotePort = socket->peerPort();
     m_connections.push_back(connection);
     setStatusText(QStringLiteral("Securing connection…"));
@@ -242,15 +282,18 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
     const qsizetype headerEnd = buffered.indexOf("\r\n\r\n");
     if (headerEnd < 0 && buffered.size() <= maximumRequestHeaderBytes)
         return; // wait for the rest of the request
-    const std::optional<QString> name = headerEnd < 0 ? std::nullopt : peerNameFromRequest(buffered.left(headerEnd));
-    if (!name) {
-        disconnect(socket, &QIODevice::readyRead, this, nullptr);
-        socket->write("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    UpgradeRequest request = headerEnd < 0 ? UpgradeRequest{{}, "400 Bad Request"} : readUpgradeRequestHeader(buffered.left(headerEnd));
+    // A name belongs to the connection that has it, from its upgrade until it closes.
+    if (request.refusal.isEmpty()
+        && std::any_of(m_connections.begin(), m_connections.end(), [&](const auto& other) { return other->name == request.name; }))
+        request.refusal = "409 Conflict";
+    disconnect(socket, &QIODevice::readyRead, this, nullptr);
+    if (!request.refusal.isEmpty()) {
+        socket->write("HTTP/1.1 " + request.refusal + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
         socket->disconnectFromHost();
         return;
     }
-    connection->name = *name;
-    disconnect(socket, &QIODevice::readyRead, this, nullptr);
+    connection->name = request.name;
     m_upgrader->handleConnection(socket);
 }
 
@@ -259,7 +302,7 @@ void PeerLink::adoptWebSocket(QWebSocket* socket)
     std::shared_ptr<Connection> connection;
     for (const auto& candidate : m_connections)
         if (!candidate->socket && candidate->tls && candidate->remotePort == socket->peerPort()
-            && candidate->remoteAddress == socket->peerAddress())
+            && candidate->remoteAddress == sourceAddress(socket->peerAddress()))
             connection = candidate;
     if (!connection) {
         socket->abort();
@@ -300,6 +343,9 @@ void PeerLink::connectTo(const QHostAddress& address, quint16 port, const QStrin
 void PeerLink::watch(const std::shared_ptr<Connection>& connection)
 {
     QWebSocket* socket = connection->socket;
+    // A frame announcing more than a message may hold is refused from its header on, before any
+    // of it is buffered. Set before the event loop delivers the socket's first frame.
+    socket->setMaxAllowedIncomingFrameSize(maximumMessageBytes);
     socket->setMaxAllowedIncomingMessageSize(maximumMessageBytes);
     auto heard = [this, connection] { connection->lastHeard = m_scheduler.now(); };
     connect(socket, &QWebSocket::textMessageReceived, this, [this, connection, heard](const QString& message) {
@@ -314,6 +360,17 @@ void PeerLink::watch(const std::shared_ptr<Connection>& connection)
     });
     connect(socket, &QWebSocket::pong, this, heard);
     connect(socket, &QWebSocket::disconnected, this, [this, connection] { closed(connection); });
+    // Room in the socket: the peer's side took data.
+    auto progressed = [this, connection] {
+        connection->lastProgress = m_scheduler.now();
+        pump(connection);
+    };
+    if (connection->tls) {
+        connect(connection->tls, &QSslSocket::encryptedBytesWritten, this, progressed);
+        connect(connection->tls, &QSslSocket::bytesWritten, this, progressed);
+    } else {
+        connect(socket, &QWebSocket::bytesWritten, this, progressed);
+    }
 }
 
 void PeerLink::opened(const std::shared_ptr<Connection>& connection)
@@ -324,10 +381,24 @@ void PeerLink::opened(const std::shared_ptr<Connection>& connection)
     connection->lastHeard = m_scheduler.now();
     if (connection->handshakeLimit)
         connection->handshakeLimit->cancel();
+    if (m_mode == PeerLinkMode::Host) {
+        std::weak_ptr<Connection> weak = connection;
+        connection->helloLimit = m_scheduler.schedule(this, helloLimitSeconds, [this, weak] {
+            if (auto expired = weak.lock())
+                expireHello(expired);
+        });
+    }
     refreshConnectedPeers();
     setStatusText(QStringLiteral("Connected to ") + connection->name);
+    connection->announced = true;
     if (onConnected)
         onConnected(connection->name);
+}
+
+void PeerLink::expireHello(const std::shared_ptr<Connection>& connection)
+{
+    if (!connection->helloVerified)
+        closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("No verified hello"));
 }
 
 void PeerLink::closed(const std::shared_ptr<Connection>& connection)
@@ -337,21 +408,46 @@ void PeerLink::closed(const std::shared_ptr<Connection>& connection)
         return; // already closed
     m_connections.erase(position);
     connection->open = false;
-    if (connection->handshakeLimit)
-        connection->handshakeLimit->cancel();
+    for (const TaskHandle& task : {connection->handshakeLimit, connection->helloLimit})
+        if (task)
+            task->cancel();
+    connection->outbox.clear();
+    connection->outboxBytes = 0;
     if (connection->socket) {
         QObject::disconnect(connection->socket, nullptr, this, nullptr);
-        connection->socket->deleteLater();
+        if (connection->tls)
+            QObject::disconnect(connection->tls, nullptr, this, nullptr);
+        // A socket still closing keeps going until it is closed or its grace runs out.
+        if (connection->socket->state() == QAbstractSocket::UnconnectedState) {
+            connection->socket->deleteLater();
+        } else {
+            QPointer<QWebSocket> closing = connection->socket;
+            connect(closing, &QWebSocket::disconnected, closing, &QObject::deleteLater);
+            m_scheduler.schedule(closing, closingGraceSeconds, [closing] {
+                closing->abort();
+                closing->deleteLater();
+            });
+        }
     }
     if (connection->tls && !connection->socket) {
         QObject::disconnect(connection->tls, nullptr, this, nullptr);
         connection->tls->deleteLater();
     }
     refreshConnectedPeers();
+    updateCongestion();
     setStatusText(idleStatus());
-    // A peer that never said its name raises nothing.
-    if (!connection->name.isEmpty() && onDisconnected)
+    // Only a connection that was announced raises its end: a refused or failed upgrade raises nothing.
+    if (connection->announced && onDisconnected)
         onDisconnected(connection->name);
+}
+
+void PeerLink::closeConnection(const std::shared_ptr<Connection>& connection, int code, const QString& reason)
+{
+    if (connection->socket)
+        connection->socket->close(static_cast<QWebSocketProtocol::CloseCode>(code), reason);
+    else if (connection->tls)
+        connection->tls->abort();
+    closed(connection);
 }
 
 void PeerLink::keepAlive()
@@ -370,15 +466,150 @@ void PeerLink::keepAlive()
 
 std::optional<QString> PeerLink::send(const QByteArray& data, const QString& peer)
 {
-    bool sent = false;
-    for (const auto& connection : m_connections)
-        if (connection->open && connection->name == peer && connection->socket) {
-            connection->socket->sendTextMessage(QString::fromUtf8(data));
-            sent = true;
-        }
-    if (!sent)
-        return QStringLiteral("%1 is not connected.").arg(peer);
+    const std::shared_ptr<Connection> connection = openConnectionNamed(peer);
+    if (!connection)
+        return peer + QStringLiteral(" is not connected.");
+    if (connection->outbox.empty() && backlogOf(*connection) == 0)
+        connection->lastProgress = m_scheduler.now(); // the wait starts now
+    connection->outbox.push_back(data);
+    connection->outboxBytes += data.size();
+    pump(connection);
+    if (backlogOf(*connection) > maximumPeerBacklogBytes)
+        dropSlowPeer(connection);
+    else
+        enforceTotalBacklog();
+    updateCongestion();
     return std::nullopt;
+}
+
+// ---- what waits for a peer
+
+qint64 PeerLink::backlogOf(const Connection& connection) const
+{
+    qint64 inSocket = 0;
+    if (connection.tls)
+        inSocket = connection.tls->bytesToWrite() + connection.tls->encryptedBytesToWrite();
+    else if (connection.socket)
+        inSocket = connection.socket->bytesToWrite();
+    return connection.outboxBytes + inSocket;
+}
+
+qint64 PeerLink::backlog(const QString& peer) const
+{
+    const auto connection = openConnectionNamed(peer);
+    return connection ? backlogOf(*connection) : 0;
+}
+
+// Hands queued messages to the socket while it holds less than its share.
+void PeerLink::pump(const std::shared_ptr<Connection>& connection)
+{
+    QWebSocket* socket = connection->socket;
+    if (!socket || !connection->open)
+        return;
+    while (!connection->outbox.empty() && backlogOf(*connection) - connection->outboxBytes < socketShareBytes) {
+        const QByteArray message = std::move(connection->outbox.front());
+        connection->outbox.pop_front();
+        connection->outboxBytes -= message.size();
+        socket->sendTextMessage(QString::fromUtf8(message));
+    }
+    if (connection->holdingBack)
+        updateCongestion();
+}
+
+// When all backlogs together pass their bound, the peer furthest behind goes first.
+void PeerLink::enforceTotalBacklog()
+{
+    for (;;) {
+        qint64 total = 0, largestBytes = -1;
+        std::shared_ptr<Connection> largest;
+        for (const auto& connection : m_connections) {
+            const qint64 bytes = backlogOf(*connection);
+            total += bytes;
+            if (bytes > largestBytes) {
+                largestBytes = bytes;
+                largest = connection;
+            }
+        }
+        if (total <= maximumTotalBacklogBytes || !largest)
+            return;
+        dropSlowPeer(largest);
+    }
+}
+
+void PeerLink::dropSlowPeer(const std::shared_ptr<Connection>& connection)
+{
+    if (onSlowPeer)
+        onSlowPeer(connection->name);
+    connection->outbox.clear();
+    connection->outboxBytes = 0;
+    closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("Peer is not keeping up"));
+}
+
+// A peer far behind holds the sender back only while it keeps taking data; one that has taken
+// nothing for a while is left to run into its bound.
+void PeerLink::updateCongestion()
+{
+    const double now = m_scheduler.now();
+    bool congested = false, watching = false;
+    for (const auto& connection : m_connections) {
+        const qint64 bytes = backlogOf(*connection);
+        const bool draining = now - connection->lastProgress < drainingWithinSeconds;
+        if (!draining || bytes <= congestionBytes / 2)
+            connection->holdingBack = false;
+        else if (bytes >= congestionBytes)
+            connection->holdingBack = true;
+        congested = congested || connection->holdingBack;
+        watching = watching || bytes >= congestionBytes / 2;
+    }
+    // While anyone is far behind, look again as time passes even if no socket event comes.
+    if (watching && !m_congestionCheck)
+        m_congestionCheck = m_scheduler.schedule(this, drainingWithinSeconds / 4, [this] {
+            m_congestionCheck.reset();
+            updateCongestion();
+        });
+    if (congested != m_congested) {
+        m_congested = congested;
+        emit congestedChanged(congested);
+    }
+}
+
+// ---- what the controller tells the link
+
+void PeerLink::markHelloVerified(const QString& peer)
+{
+    if (const auto connection = openConnectionNamed(peer)) {
+        connection->helloVerified = true;
+        if (connection->helloLimit)
+            connection->helloLimit->cancel();
+    }
+}
+
+void PeerLink::setAuthorized(const QString& peer, bool authorized)
+{
+    if (const auto connection = openConnectionNamed(peer))
+        connection->authorized = authorized;
+}
+
+bool PeerLink::admits(const QHostAddress& address) const
+{
+    const auto waiting = std::count_if(m_connections.begin(), m_connections.end(), [&](const auto& connection) {
+        return !connection->authorized && connection->remoteAddress == address;
+    });
+    return waiting < maximumUnauthorizedPerAddress;
+}
+
+QSslCertificate PeerLink::peerCertificate(const QString& peer) const
+{
+    const auto connection = openConnectionNamed(peer);
+    return connection && connection->socket ? connection->socket->sslConfiguration().peerCertificate() : QSslCertificate();
+}
+
+std::shared_ptr<PeerLink::Connection> PeerLink::openConnectionNamed(const QString& name) const
+{
+    for (const auto& connection : m_connections)
+        if (connection->open && connection->name == name && connection->socket)
+            return connection;
+    return nullptr;
 }
 
 std::shared_ptr<PeerLink::Connection> PeerLink::connectionFor(const QObject* socket) const

@@ -34,9 +34,12 @@ struct PeerLinkSettings {
 };
 
 // The nearby transport: WebSocket over TLS 1.3, found through DNS-SD. One BridgeMessage is one
-// WebSocket message. Peers are known by the display name they give when they connect. It knows
-// nothing of pairing: a connection grants no rights. Everything it publishes and calls runs on
-// the thread that owns it.
+// WebSocket message. Peers are known by the display name they give when they connect; a name
+// belongs to one connection at a time. It knows nothing of pairing: a connection grants no rights.
+// What it is told of a connection's hello and authorisation serves only its limits: how many
+// unauthorised connections one address may hold, and how long a connection may stay without a
+// verified hello. What it holds for a peer, in and out, is bounded. Everything it publishes and
+// calls runs on the thread that owns it.
 class PeerLink : public QObject {
     Q_OBJECT
     Q_PROPERTY(QStringList discoveredPeers READ discoveredPeers NOTIFY discoveredPeersChanged)
@@ -45,7 +48,19 @@ class PeerLink : public QObject {
 
 public:
     static constexpr int maximumConnections = 64;
+    static constexpr int maximumUnauthorizedPerAddress = 8;
+    // Both one frame and one message.
     static constexpr qint64 maximumMessageBytes = 16 * 1024 * 1024;
+    // Data sent and not yet taken by the peer's side of the connection.
+    static constexpr qint64 maximumPeerBacklogBytes = 32 * 1024 * 1024;
+    static constexpr qint64 maximumTotalBacklogBytes = 128 * 1024 * 1024;
+    // How much of a peer's backlog is handed to its socket at a time; the rest waits in the link.
+    static constexpr qint64 socketShareBytes = 256 * 1024;
+    // A peer this far behind that is still taking data holds the sender back (see congested).
+    static constexpr qint64 congestionBytes = 4 * 1024 * 1024;
+    static constexpr double drainingWithinSeconds = 1;
+    static constexpr double helloLimitSeconds = 10;
+    static constexpr double closingGraceSeconds = 5;
     static constexpr int maximumNameCharacters = 63;
     static constexpr double handshakeLimitSeconds = 10;
     static constexpr double pingIntervalSeconds = 20;
@@ -67,6 +82,9 @@ public:
     std::function<void(const QByteArray& data, const QString& peer)> onData;
     std::function<void(const QString& peer)> onConnected;
     std::function<void(const QString& peer)> onDisconnected;
+    // A peer whose backlog passed its bound, or the peer with the largest backlog when all of them
+    // together passed theirs; it is closed with 1008 and its onDisconnected follows.
+    std::function<void(const QString& peer)> onSlowPeer;
 
     // Host mode: makes the certificate over this key (the device's signing key). Before start.
     void useTlsKey(EVP_PKEY* key);
@@ -76,6 +94,18 @@ public:
     std::optional<QString> send(const QByteArray& data, const QString& peer);
     // Client mode: connects to a host, known to this side as peerName (address:port if empty).
     void connectTo(const QHostAddress& address, quint16 port, const QString& peerName = {});
+
+    // Host mode: the peer has sent a hello that verifies, so it may stay past the hello limit.
+    void markHelloVerified(const QString& peer);
+    // Host mode: authorised connections do not count against their address's limit.
+    void setAuthorized(const QString& peer, bool authorized);
+    // Bytes sent to the peer that its side has not taken yet.
+    qint64 backlog(const QString& peer) const;
+    // True while a peer that is still taking data is far behind: whoever feeds the link should
+    // wait. A peer that takes nothing holds nobody back; it runs into its bound instead.
+    bool congested() const { return m_congested; }
+    // Client mode: the certificate the host showed, once connected.
+    QSslCertificate peerCertificate(const QString& peer) const;
 
     PeerLinkMode mode() const { return m_mode; }
     QString localName() const { return m_localName; }
@@ -93,6 +123,7 @@ signals:
     void connectedPeersChanged();
     void statusTextChanged();
     void listening(const QString& url);
+    void congestedChanged(bool congested);
 
 private:
     struct Connection;
@@ -106,7 +137,16 @@ private:
     void opened(const std::shared_ptr<Connection>& connection);
     void closed(const std::shared_ptr<Connection>& connection);
     void keepAlive();
+    void expireHello(const std::shared_ptr<Connection>& connection);
+    bool admits(const QHostAddress& address) const;
+    void pump(const std::shared_ptr<Connection>& connection);
+    qint64 backlogOf(const Connection& connection) const;
+    void enforceTotalBacklog();
+    void dropSlowPeer(const std::shared_ptr<Connection>& connection);
+    void closeConnection(const std::shared_ptr<Connection>& connection, int code, const QString& reason);
+    void updateCongestion();
     std::shared_ptr<Connection> connectionFor(const QObject* socket) const;
+    std::shared_ptr<Connection> openConnectionNamed(const QString& name) const;
     void refreshConnectedPeers();
     void setStatusText(const QString& text);
     QString idleStatus() const;
@@ -126,6 +166,8 @@ private:
     QStringList m_connectedPeers;
     QString m_statusText = QStringLiteral("Starting…");
     TaskHandle m_keepAlive;
+    bool m_congested = false;
+    TaskHandle m_congestionCheck;
 };
 
 } // namespace nimbrel

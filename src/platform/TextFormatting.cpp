@@ -4,6 +4,7 @@
 #include <QTextBoundaryFinder>
 #include <QUuid>
 
+#include <algorithm>
 #include <cmath>
 
 namespace nimbrel {
@@ -53,6 +54,47 @@ QString truncatedToCharacters(const QString& text, int limit)
     if (cut < 0)
         return text;
     return text.left(cut) + QChar(0x2026);
+}
+
+namespace {
+
+bool isControl(char16_t unit)
+{
+    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || unit == 0x2028 || unit == 0x2029;
+}
+
+} // namespace
+
+bool hasControlCharacters(const QString& text)
+{
+    return std::any_of(text.cbegin(), text.cend(), [](QChar c) { return isControl(c.unicode()); });
+}
+
+QString withEscapedControlCharacters(const QString& text)
+{
+    if (!hasControlCharacters(text))
+        return text;
+    QString escaped;
+    escaped.reserve(text.size() + 16);
+    for (const QChar c : text) {
+        const char16_t unit = c.unicode();
+        if (!isControl(unit))
+            escaped.append(c);
+        else if (unit == u'\n')
+            escaped.append(QLatin1String("\\n"));
+        else if (unit == u'\r')
+            escaped.append(QLatin1String("\\r"));
+        else if (unit == u'\t')
+            escaped.append(QLatin1String("\\t"));
+        else
+            escaped.append(QStringLiteral("\\u") + QString::number(unit, 16).toUpper().rightJustified(4, QLatin1Char('0')));
+    }
+    return escaped;
+}
+
+QString loggableText(const QString& text)
+{
+    return withEscapedControlCharacters(truncatedToCharacters(text, loggableCharacters));
 }
 
 QString formatLocaleNumber(double value)

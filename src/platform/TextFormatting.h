@@ -15,6 +15,18 @@ QString firstCharacters(const QString& text, int limit);
 // split.
 QString truncatedToCharacters(const QString& text, int limit);
 
+// Whether text holds a control character (U+0000–U+001F, U+007F–U+009F) or a line or paragraph
+// separator (U+2028, U+2029).
+bool hasControlCharacters(const QString& text);
+
+// text with every control character and line break shown as an escape (\n, \r, \t, \u001B).
+QString withEscapedControlCharacters(const QString& text);
+
+// Text that someone outside chose (a peer's name, a message's kind), made safe for one log line:
+// cut to 120 user-perceived characters with "…", its control characters escaped as above.
+QString loggableText(const QString& text);
+inline constexpr int loggableCharacters = 120;
+
 // A number as the user's locale writes it, with no fractional part when it is whole.
 QString formatLocaleNumber(double value);
 

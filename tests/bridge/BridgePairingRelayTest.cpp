@@ -2,6 +2,7 @@
 #include "platform/LaunchAtLogin.h"
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
+#include "support/RawWebSocket.h"
 #include "support/TemporaryHome.h"
 #include "support/TestPeer.h"
 #include "support/VirtualScheduler.h"
@@ -301,20 +302,20 @@ TEST_F(BridgePairingRelayTest, BadMessagesAreLoggedNotAnswered)
     EXPECT_EQ(controller->logs().size(), lines);
 }
 
-TEST_F(BridgePairingRelayTest, ConnectionsWithOneTransportNameShareTheirEntries)
+TEST_F(BridgePairingRelayTest, ATransportNameBelongsToTheConnectionThatHasIt)
 {
     startBridge();
-    auto first = greetedPeer("Twin", "Twin One");
-    ASSERT_TRUE(waitFor([&] { return controller->link().connectedPeers().contains("Twin"); }));
-    auto second = greetedPeer("Twin", "Twin Two");
-    first->send({1, Kind::PairingRequest, {}, {}, {}});
-    second->send({1, Kind::PairingRequest, {}, {}, {}});
-    ASSERT_TRUE(waitFor([&] { return controller->logs().filter("Pairing requested by").size() == 2; }));
-    ASSERT_EQ(controller->pairingRequests().size(), 1u);
-    EXPECT_EQ(controller->pairingRequests()[0].remoteHello.displayName, "Twin Two");
-    controller->approvePairing(controller->pairingRequests()[0]);
-    EXPECT_EQ(controller->authorizedPeerNames(), QStringList{"Twin"});
-    EXPECT_EQ(controller->link().connectedPeers(), QStringList{"Twin"});
+    auto victim = pairedPeer("Phone-A", "Victim");
+    // A second connection under the same name, and a bare GET under it, are refused outright.
+    RawWebSocket twin(port), forged(port);
+    EXPECT_EQ(twin.upgrade("Phone-A"), 409);
+    EXPECT_EQ(forged.upgrade("Phone-A", false), 409);
+    ASSERT_TRUE(waitFor([&] { return twin.isClosed() && forged.isClosed(); }));
+    const std::size_t before = victim->count(Kind::Response);
+    victim->request("r1", "thread/list");
+    ASSERT_TRUE(waitFor([&] { return victim->count(Kind::Response) == before + 1; }));
+    EXPECT_EQ(controller->authorizedPeerNames(), QStringList{"Phone-A"});
+    EXPECT_EQ(controller->link().connectedPeers(), QStringList{"Phone-A"});
 
     // The trusted list sorts by plain text: capitals before small letters.
     auto lower = pairedPeer("Lower", "alpha");
@@ -322,7 +323,49 @@ TEST_F(BridgePairingRelayTest, ConnectionsWithOneTransportNameShareTheirEntries)
     std::vector<QString> names;
     for (const TrustedPeer& peer : controller->trustedPeers())
         names.push_back(peer.displayName);
-    EXPECT_THAT(names, ::testing::ElementsAre("Twin Two", "Zulu", "alpha"));
+    EXPECT_THAT(names, ::testing::ElementsAre("Victim", "Zulu", "alpha"));
+}
+
+TEST_F(BridgePairingRelayTest, RightsFollowTheDeviceThatProvedThem)
+{
+    startBridge();
+    auto phone = pairedPeer("Phone", "Phone A");
+    const TrustedPeer first = controller->trustedPeers().front();
+    // Another valid hello on the same connection, from another device.
+    TestPeer other(port, "Other", "Phone B");
+    ASSERT_TRUE(other.waitUntilConnected());
+    const HelloPayload foreign = other.identity->makeHello("Phone B").value();
+    phone->send({1, Kind::Hello, {}, {}, foreign.toBody()});
+    ASSERT_TRUE(waitFor([&] { return logged("Rejected malformed message from Phone: Handshake identity changed."); }));
+    EXPECT_TRUE(controller->authorizedPeerNames().isEmpty());
+    phone->request("r1", "thread/list");
+    const auto refused = phone->waitFor(Kind::Error);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->body, JSONValue(notPaired));
+
+    // Its own hello authorises it again; forgetting the device then ends every right it gave.
+    phone->sendHello();
+    ASSERT_TRUE(waitFor([&] { return controller->authorizedPeerNames() == QStringList{"Phone"}; }));
+    controller->forgetPeer(first);
+    EXPECT_TRUE(controller->authorizedPeerNames().isEmpty());
+}
+
+TEST_F(BridgePairingRelayTest, PeerTextEntersTheLogCutAndOnOneLine)
+{
+    startBridge();
+    const QString longName = QStringLiteral("Evil\nLine ") + QString(10000, QLatin1Char('x'));
+    auto peer = greetedPeer("Peer", longName);
+    peer->send({1, Kind::PairingRequest, {}, {}, {}});
+    ASSERT_TRUE(waitFor([&] { return !controller->logs().filter("Pairing requested by").isEmpty(); }));
+    peer->sendRaw(QByteArray(R"({"version":1,"kind":")") + QByteArray(5000, 'k') + "\\r\\n" + QByteArray(5000, 'k') + "\"}");
+    ASSERT_TRUE(waitFor([&] { return !controller->logs().filter("Rejected malformed message").isEmpty(); }));
+    const QString requested = controller->logs().filter("Pairing requested by").first();
+    EXPECT_TRUE(requested.startsWith(QStringLiteral("Pairing requested by Evil\\nLine xxx")));
+    EXPECT_TRUE(requested.contains(QStringLiteral("x…. Compare code")));
+    for (const QString& line : controller->logs()) {
+        EXPECT_FALSE(line.contains(QLatin1Char('\n')) || line.contains(QLatin1Char('\r')));
+        EXPECT_LT(line.size(), 400) << line.left(200).toStdString();
+    }
 }
 
 TEST_F(BridgePairingRelayTest, WithoutAnIdentityTheEngineWorksAndNoPairingHappens)

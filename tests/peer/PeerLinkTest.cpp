@@ -2,9 +2,11 @@
 #include "peer/PeerLink.h"
 #include "platform/TextFormatting.h"
 #include "support/EventLoop.h"
+#include "support/RawWebSocket.h"
 #include "support/TemporaryHome.h"
 #include "support/VirtualScheduler.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QSslConfiguration>
 #include <QSslKey>
@@ -153,6 +155,8 @@ TEST_F(PeerLinkTest, SilentPeersAreDroppedAndAnsweringOnesKept)
                                 "Sec-WebSocket-Version: 13\r\n\r\n").arg(port).toLatin1());
     auto lively = openNamed(port, "Lively");
     ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
+    host->markHelloVerified("Silent");
+    host->markHelloVerified("Lively");
 
     for (int tick = 1; tick <= 3; ++tick) {
         EXPECT_TRUE(events.disconnected.empty()) << tick;
@@ -166,9 +170,11 @@ TEST_F(PeerLinkTest, SilentPeersAreDroppedAndAnsweringOnesKept)
 
 TEST_F(PeerLinkTest, ConnectionLimitAndHandshakeLimit)
 {
+    // Eight from each address, so that only the overall limit applies.
     std::vector<std::unique_ptr<QTcpSocket>> sockets;
     for (int i = 0; i < PeerLink::maximumConnections; ++i) {
         sockets.push_back(std::make_unique<QTcpSocket>());
+        sockets.back()->bind(QHostAddress(QStringLiteral("127.0.1.%1").arg(1 + i / PeerLink::maximumUnauthorizedPerAddress)));
         sockets.back()->connectToHost(QHostAddress::LocalHost, port);
     }
     ASSERT_TRUE(waitFor([&] {
@@ -190,6 +196,150 @@ TEST_F(PeerLinkTest, ConnectionLimitAndHandshakeLimit)
     EXPECT_TRUE(events.disconnected.empty());
     auto welcome = openNamed(port, "Welcome");
     ASSERT_TRUE(waitFor([&] { return events.connected.size() == 1; }));
+}
+
+TEST_F(PeerLinkTest, ANameBelongsToOneConnection)
+{
+    auto victim = openNamed(port, "Phone-A");
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 1 && victim->state() == QAbstractSocket::ConnectedState; }));
+
+    RawWebSocket twin(port), forged(port), stranger(port), controlled(port);
+    EXPECT_EQ(twin.upgrade("Phone-A"), 409);
+    EXPECT_EQ(forged.upgrade("Phone-A", false), 409);
+    EXPECT_EQ(controlled.upgrade("Phone\nB"), 400);
+    // A bare GET under a free name never becomes a WebSocket, and raises nothing when it fails.
+    stranger.upgrade("Phone-B", false);
+    ASSERT_TRUE(waitFor([&] { return twin.isClosed() && forged.isClosed() && controlled.isClosed() && stranger.isClosed(); }));
+    for (const QString& name : {QStringLiteral("Tab\tlet"), QStringLiteral("Del\u007F"), QStringLiteral("C1\u0085"),
+                               QStringLiteral("Line\u2028sep")}) {
+        RawWebSocket refused(port);
+        EXPECT_EQ(refused.upgrade(name), 400) << name.toStdString();
+    }
+    settle(100);
+    EXPECT_EQ(events.connected, std::vector<QString>{"Phone-A"});
+    EXPECT_TRUE(events.disconnected.empty());
+    EXPECT_EQ(victim->state(), QAbstractSocket::ConnectedState);
+
+    // Once the owner has gone, the name is free again.
+    victim->close();
+    ASSERT_TRUE(waitFor([&] { return events.disconnected.size() == 1; }));
+    RawWebSocket heir(port);
+    EXPECT_EQ(heir.upgrade("Phone-A"), 101);
+}
+
+TEST_F(PeerLinkTest, OneAddressHoldsAtMostEightUnauthorisedConnections)
+{
+    std::vector<std::unique_ptr<QWebSocket>> idle;
+    for (int i = 0; i < PeerLink::maximumUnauthorizedPerAddress; ++i)
+        idle.push_back(openNamed(port, QStringLiteral("Idle %1").arg(i)));
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 8; }));
+    RawWebSocket ninth(port);
+    EXPECT_FALSE(ninth.encrypted());
+    EXPECT_TRUE(ninth.isClosed());
+
+    RawWebSocket phone(port, QHostAddress("127.0.0.2"));
+    ASSERT_TRUE(phone.encrypted());
+    EXPECT_EQ(phone.upgrade("Phone"), 101);
+
+    // An authorised connection leaves room for another.
+    host->setAuthorized("Idle 0", true);
+    RawWebSocket tenth(port);
+    EXPECT_TRUE(tenth.encrypted());
+}
+
+TEST_F(PeerLinkTest, AConnectionWithoutAVerifiedHelloClosesAfterTenSeconds)
+{
+    auto quiet = openNamed(port, "Quiet");
+    auto greeted = openNamed(port, "Greeted");
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
+    host->markHelloVerified("Greeted");
+    scheduler.advance(PeerLink::helloLimitSeconds - 0.5);
+    settle(100);
+    EXPECT_TRUE(events.disconnected.empty());
+    scheduler.advance(0.5);
+    ASSERT_TRUE(waitFor([&] { return quiet->state() == QAbstractSocket::UnconnectedState; }));
+    EXPECT_EQ(quiet->closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
+    EXPECT_EQ(events.disconnected, std::vector<QString>{"Quiet"});
+    EXPECT_EQ(greeted->state(), QAbstractSocket::ConnectedState);
+}
+
+TEST_F(PeerLinkTest, APeerThatStopsReadingIsClosedAtItsBoundAndTheOthersKeepTheirs)
+{
+    std::vector<QString> slow;
+    host->onSlowPeer = [&](const QString& peer) { slow.push_back(peer); };
+    RawWebSocket stalled(port);
+    ASSERT_EQ(stalled.upgrade("Stalled"), 101);
+    auto reader = openNamed(port, "Reader");
+    int read = 0;
+    QObject::connect(reader.get(), &QWebSocket::textMessageReceived, [&] { ++read; });
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
+    stalled.stopReading();
+
+    // The sender waits while the link says a reading peer is far behind, as the bridge does; time
+    // passes meanwhile, so a peer that takes nothing stops counting as one that reads.
+    const QByteArray message(256 * 1024, 'x');
+    int sent = 0, waits = 0;
+    while (slow.empty() && sent < 1000) {
+        host->send(message, "Stalled");
+        host->send(message, "Reader");
+        ++sent;
+        EXPECT_LE(host->backlog("Stalled"), PeerLink::maximumPeerBacklogBytes);
+        if (host->congested()) {
+            ++waits;
+            ASSERT_TRUE(waitFor([&] {
+                scheduler.advance(0.01);
+                return !host->congested();
+            }));
+        }
+        QCoreApplication::processEvents();
+    }
+    EXPECT_GT(waits, 0);
+    EXPECT_EQ(slow, std::vector<QString>{"Stalled"});
+    EXPECT_GE(sent, PeerLink::maximumPeerBacklogBytes / message.size());
+    ASSERT_TRUE(waitFor([&] { return events.disconnected.size() == 1; }));
+    EXPECT_EQ(events.disconnected[0], "Stalled");
+    EXPECT_FALSE(host->congested());
+
+    // The reading peer gets everything; the stalled one, once it reads again, learns why it went.
+    ASSERT_TRUE(waitFor([&] { return read == sent; }, 60000));
+    stalled.resumeReading();
+    ASSERT_TRUE(waitFor([&] { return stalled.closeCode().has_value(); }, 30000));
+    EXPECT_EQ(*stalled.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
+}
+
+TEST_F(PeerLinkTest, AllBacklogsTogetherAreBoundedTheLargestGoingFirst)
+{
+    const auto name = [](int i) { return QStringLiteral("Stalled %1").arg(i); };
+    std::vector<QString> slow;
+    bool largestWent = false;
+    host->onSlowPeer = [&](const QString& peer) {
+        slow.push_back(peer);
+        largestWent = true;
+        for (int i = 0; i < 5; ++i)
+            largestWent = largestWent && host->backlog(peer) >= host->backlog(name(i));
+    };
+    std::vector<std::unique_ptr<RawWebSocket>> stalled;
+    for (int i = 0; i < 5; ++i) {
+        stalled.push_back(std::make_unique<RawWebSocket>(port, QHostAddress(QStringLiteral("127.0.2.%1").arg(i + 1))));
+        ASSERT_EQ(stalled.back()->upgrade(name(i)), 101);
+        stalled.back()->stopReading();
+    }
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 5; }));
+    const QByteArray message(1024 * 1024, 'x');
+    for (int round = 0; round < 40 && slow.empty(); ++round) {
+        for (int i = 0; i < 5 && slow.empty(); ++i)
+            host->send(message, name(i));
+        settle(10);
+    }
+    ASSERT_EQ(slow.size(), 1u);
+    EXPECT_TRUE(largestWent);
+    qint64 total = 0;
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_LT(host->backlog(name(i)), PeerLink::maximumPeerBacklogBytes);
+        total += host->backlog(name(i));
+    }
+    EXPECT_LE(total, PeerLink::maximumTotalBacklogBytes);
+    EXPECT_GT(total, PeerLink::maximumTotalBacklogBytes / 2);
 }
 
 TEST(PeerLink, LocalNamesAndTheCertificateKey)

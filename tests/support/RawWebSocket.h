@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QSslSocket>
+
+#include <optional>
+
+namespace nimbrel::test {
+
+// A WebSocket client written by hand over TLS, for what a well-behaved client library will not do:
+// forged or refused upgrades, frames that lie about their size, a reader that stops reading, or a
+// connection from another local address.
+class RawWebSocket {
+public:
+    // Connects and finishes TLS; binds to `from` first when it is given.
+    RawWebSocket(quint16 port, const QHostAddress& from = {});
+
+    bool encrypted() const { return m_socket.isEncrypted(); }
+    // Sends an upgrade request for the name (percent-encoded here); withUpgradeHeaders false sends
+    // the bare GET. Returns the HTTP status the server answered with, or 0 when it closed first.
+    int upgrade(const QString& name, bool withUpgradeHeaders = true);
+    // One masked frame: opcode 0x1 text, 0x8 close, ...
+    void sendFrame(const QByteArray& payload, quint8 opcode = 0x1);
+    void sendText(const QByteArray& message) { sendFrame(message, 0x1); }
+    // Only the header of a masked text frame announcing `length` bytes.
+    void sendFrameHeader(quint64 length);
+    void sendBytes(const QByteArray& bytes) { m_socket.write(bytes); }
+    // Stops taking data from the network (the kernel buffers fill, then the sender's), or resumes.
+    void stopReading();
+    void resumeReading();
+    // The text messages received so far, read from what arrived.
+    QList<QByteArray> texts();
+    // The code of the close frame received, once one has come.
+    std::optional<int> closeCode();
+    bool isClosed() const { return m_socket.state() == QAbstractSocket::UnconnectedState; }
+    QSslSocket& socket() { return m_socket; }
+
+private:
+    void readFrames();
+
+    QSslSocket m_socket;
+    QByteArray m_buffer;
+    QList<QByteArray> m_texts;
+    std::optional<int> m_closeCode;
+};
+
+} // namespace nimbrel::test
