@@ -1,6 +1,7 @@
 #include "PeerLink.h"
 
 #include "peer/LinkCertificate.h"
+#include "peer/PeerOutbox.h"
 #include "platform/Property.h"
 #include "platform/ServiceDiscovery.h"
 #include "platform/TextFormatting.h"
@@ -16,7 +17,6 @@
 #include <QWebSocketServer>
 
 #include <algorithm>
-#include <deque>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -107,9 +107,7 @@ struct PeerLink::Connection {
     double lastHeard = 0;
     TaskHandle handshakeLimit;
     TaskHandle helloLimit;
-    // Messages waiting for room in the socket, and their size.
-    std::deque<QByteArray> outbox;
-    qint64 outboxBytes = 0;
+    PeerOutbox outbox; // messages waiting for room in the socket
     double lastProgress = 0;       // when the peer's side last took data, or data began to wait
     bool holdingBack = false;
 };
@@ -412,7 +410,6 @@ void PeerLink::closed(const std::shared_ptr<Connection>& connection)
         if (task)
             task->cancel();
     connection->outbox.clear();
-    connection->outboxBytes = 0;
     if (connection->socket) {
         QObject::disconnect(connection->socket, nullptr, this, nullptr);
         if (connection->tls)
@@ -471,8 +468,7 @@ std::optional<QString> PeerLink::send(const QByteArray& data, const QString& pee
         return peer + QStringLiteral(" is not connected.");
     if (connection->outbox.empty() && backlogOf(*connection) == 0)
         connection->lastProgress = m_scheduler.now(); // the wait starts now
-    connection->outbox.push_back(data);
-    connection->outboxBytes += data.size();
+    connection->outbox.push(data);
     pump(connection);
     if (backlogOf(*connection) > maximumPeerBacklogBytes)
         dropSlowPeer(connection);
@@ -491,7 +487,7 @@ qint64 PeerLink::backlogOf(const Connection& connection) const
         inSocket = connection.tls->bytesToWrite() + connection.tls->encryptedBytesToWrite();
     else if (connection.socket)
         inSocket = connection.socket->bytesToWrite();
-    return connection.outboxBytes + inSocket;
+    return connection.outbox.bytes() + inSocket;
 }
 
 qint64 PeerLink::backlog(const QString& peer) const
@@ -506,12 +502,8 @@ void PeerLink::pump(const std::shared_ptr<Connection>& connection)
     QWebSocket* socket = connection->socket;
     if (!socket || !connection->open)
         return;
-    while (!connection->outbox.empty() && backlogOf(*connection) - connection->outboxBytes < socketShareBytes) {
-        const QByteArray message = std::move(connection->outbox.front());
-        connection->outbox.pop_front();
-        connection->outboxBytes -= message.size();
-        socket->sendTextMessage(QString::fromUtf8(message));
-    }
+    while (!connection->outbox.empty() && backlogOf(*connection) - connection->outbox.bytes() < socketShareBytes)
+        socket->sendTextMessage(QString::fromUtf8(*connection->outbox.pop()));
     if (connection->holdingBack)
         updateCongestion();
 }
@@ -541,7 +533,6 @@ void PeerLink::dropSlowPeer(const std::shared_ptr<Connection>& connection)
     if (onSlowPeer)
         onSlowPeer(connection->name);
     connection->outbox.clear();
-    connection->outboxBytes = 0;
     closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("Peer is not keeping up"));
 }
 

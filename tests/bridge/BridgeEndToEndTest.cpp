@@ -1,7 +1,10 @@
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
+#include "support/RawWebSocket.h"
 #include "support/TemporaryHome.h"
+#include "support/TestPeer.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 
@@ -30,6 +33,16 @@ public:
         m_process.waitForFinished(5000);
     }
     void type(const QString& line) { m_process.write((line + "\n").toUtf8()); }
+    // The process's peak resident memory so far, in MiB.
+    double peakMiB() const
+    {
+        QFile status(QStringLiteral("/proc/%1/status").arg(m_process.processId()));
+        status.open(QIODevice::ReadOnly);
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith("VmHWM:"))
+                return line.simplified().split(' ').value(1).toDouble() / 1024;
+        return -1;
+    }
     bool saysOnError(const QString& text) { return waitFor([&] { return err.contains(text); }); }
     bool saysOnOutput(const QString& text) { return waitFor([&] { return out.contains(text); }); }
     QString captured(const QString& pattern)
@@ -76,6 +89,20 @@ protected:
         EXPECT_FALSE(port->isEmpty()) << bridge->err.toStdString();
         EXPECT_TRUE(bridge->saysOnError("Codex app-server ready")) << bridge->err.toStdString();
         return bridge;
+    }
+
+    // A test peer paired with the running bridge through its console.
+    std::unique_ptr<TestPeer> pairedPeer(Running& bridge, quint16 port, const QString& transportName, const QString& name)
+    {
+        auto peer = std::make_unique<TestPeer>(port, transportName, name);
+        EXPECT_TRUE(peer->waitFor(BridgeMessageKind::Hello));
+        peer->sendHello();
+        peer->send({1, BridgeMessageKind::PairingRequest, {}, {}, {}});
+        const QString code = pairingCode(*peer->localHello, *peer->bridgeHello);
+        EXPECT_TRUE(bridge.saysOnError("Compare code " + code));
+        bridge.type("approve " + code);
+        EXPECT_TRUE(peer->waitFor(BridgeMessageKind::PairingAccepted));
+        return peer;
     }
 
     std::unique_ptr<Running> startPeer(const QString& port)
@@ -139,3 +166,69 @@ TEST_F(BridgeEndToEndTest, WithoutASecretStoreTheEngineStillWorks)
 }
 
 } // namespace
+
+namespace {
+
+// The engine answers account/rateLimits/read, then sends a flood of deltas.
+JSONValue floodScenario(int count)
+{
+    const JSONValue delta = JSONValue::object({{"method", "item/agentMessage/delta"},
+        {"params", JSONValue::object({{"threadId", "thr_1"}, {"turnId", "turn_1"}, {"itemId", "item_1"},
+                                      {"delta", "the build passes over the tests "}})}});
+    return JSONValue::object({{"methods", JSONValue::object({
+        {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
+            {"after", JSONValue::array({JSONValue::object({{"flood", JSONValue::object({{"count", count}, {"message", delta}})}})})}})},
+    })}});
+}
+
+} // namespace
+
+// Memory is measured with the sanitiser's quarantine of freed blocks kept small, so that memory the
+// bridge has freed counts as freed.
+TEST_F(BridgeEndToEndTest, AFrameAnnouncingFourHundredMebibytesIsRefusedAtItsHeader)
+{
+    environment.insert("ASAN_OPTIONS", qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    QString port;
+    auto bridge = startBridge(&port);
+    RawWebSocket attacker(static_cast<quint16>(port.toUInt()));
+    ASSERT_EQ(attacker.upgrade("Attacker"), 101);
+    attacker.sendFrameHeader(400ull * 1024 * 1024);
+    const QByteArray chunk(1024 * 1024, 'a');
+    for (int i = 0; i < 64 && !attacker.isClosed(); ++i) {
+        attacker.sendBytes(chunk);
+        settle(5);
+    }
+    ASSERT_TRUE(waitFor([&] { return attacker.isClosed(); }));
+    EXPECT_LT(bridge->peakMiB(), 100) << "peak resident memory of the bridge";
+}
+
+TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
+{
+    constexpr int deltas = 400000;
+    engine.setScenario(floodScenario(deltas));
+    environment.insert("ASAN_OPTIONS", qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    QString portText;
+    auto bridge = startBridge(&portText);
+    const quint16 port = static_cast<quint16>(portText.toUInt());
+    auto reader = pairedPeer(*bridge, port, "Reader", "Reading Phone");
+    auto stalledDevice = pairedPeer(*bridge, port, "Stalled", "Stalled Phone");
+    stalledDevice->close();
+    ASSERT_TRUE(waitFor([&] { return !bridge->err.contains("Stalled was disconnected"); }));
+
+    // The same device again, as a client that stops reading once it is authorised.
+    RawWebSocket stalled(port);
+    ASSERT_EQ(stalled.upgrade("Stalled"), 101);
+    stalled.sendText(encodeBridgeMessage({1, BridgeMessageKind::Hello, {}, {}, stalledDevice->identity->makeHello("Stalled Phone").value().toBody()}).value());
+    ASSERT_TRUE(waitFor([&] { return bridge->err.count("Authenticated Stalled Phone.") == 1; }));
+    stalled.stopReading();
+
+    int received = 0;
+    reader->onText = [&](const QString& text) {
+        if (text.contains(QLatin1String("item/agentMessage/delta")))
+            ++received;
+    };
+    reader->request("flood", "account/rateLimits/read");
+    ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000)) << received << " of " << deltas;
+    EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."));
+    EXPECT_LT(bridge->peakMiB(), 150) << "peak resident memory of the bridge";
+}

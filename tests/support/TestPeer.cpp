@@ -28,6 +28,8 @@ void TestPeer::open(quint16 port, const QString& transportName)
     m_socket->setSslConfiguration(tls);
     QObject::connect(m_socket.get(), &QWebSocket::sslErrors, m_socket.get(), [s = m_socket.get()] { s->ignoreSslErrors(); });
     QObject::connect(m_socket.get(), &QWebSocket::textMessageReceived, [this](const QString& text) {
+        if (onText)
+            return onText(text);
         receivedText.append(text);
         auto message = decodeBridgeMessage(text.toStdString());
         if (!message.ok())

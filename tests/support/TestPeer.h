@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 #include <QWebSocket>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -30,6 +31,8 @@ public:
     std::optional<BridgeMessage> waitFor(BridgeMessageKind kind, const std::optional<QString>& method = {}, std::size_t from = 0);
     std::size_t count(BridgeMessageKind kind, const std::optional<QString>& method = {}) const;
 
+    // When set, every text message goes here instead of into `received` (for floods).
+    std::function<void(const QString& text)> onText;
     std::vector<BridgeMessage> received;
     QStringList receivedText; // the same messages as they came over the wire
     std::optional<HelloPayload> bridgeHello;

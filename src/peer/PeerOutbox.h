@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QByteArray>
+
+#include <deque>
+#include <optional>
+
+namespace nimbrel {
+
+// Messages waiting for one peer, first in first out, packed into shared blocks so that many small
+// messages cost their bytes and little more.
+class PeerOutbox {
+public:
+    static constexpr qsizetype blockBytes = 64 * 1024;
+
+    void push(const QByteArray& message);
+    // The oldest message, taken out; nothing when empty.
+    std::optional<QByteArray> pop();
+    void clear();
+
+    bool empty() const { return m_messages == 0; }
+    // The bytes of the messages waiting, without the packing.
+    qint64 bytes() const { return m_bytes; }
+
+private:
+    std::deque<QByteArray> m_blocks; // each holds [length: 4 bytes][message]...
+    qsizetype m_readOffset = 0;      // into the first block
+    qint64 m_bytes = 0;
+    qint64 m_messages = 0;
+};
+
+} // namespace nimbrel
