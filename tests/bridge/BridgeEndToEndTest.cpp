@@ -3,6 +3,8 @@
 #include "support/RawWebSocket.h"
 #include "support/TemporaryHome.h"
 #include "support/TestPeer.h"
+#include "support/VirtualScheduler.h"
+#include "peer/PeerLink.h"
 
 #include <QFile>
 #include <QProcess>
@@ -44,6 +46,8 @@ public:
         return -1;
     }
     bool saysOnError(const QString& text) { return waitFor([&] { return err.contains(text); }); }
+    bool waitForExit() { return waitFor([&] { return m_process.state() == QProcess::NotRunning; }); }
+    int exitCode() const { return m_process.exitCode(); }
     bool saysOnOutput(const QString& text) { return waitFor([&] { return out.contains(text); }); }
     QString captured(const QString& pattern)
     {
@@ -105,11 +109,11 @@ protected:
         return peer;
     }
 
-    std::unique_ptr<Running> startPeer(const QString& port)
+    std::unique_ptr<Running> startPeer(const QString& port, const QStringList& command = {})
     {
         return std::make_unique<Running>(NIMBREL_PEER_PATH,
                                          QStringList{"--host", "127.0.0.1", "--port", port, "--name", "Test Phone",
-                                                     "--state", home.filePath("peer-state")},
+                                                     "--state", home.filePath("peer-state")} + command,
                                          environment);
     }
 
@@ -231,4 +235,70 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
     ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000)) << received << " of " << deltas;
     EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."));
     EXPECT_LT(bridge->peakMiB(), 150) << "peak resident memory of the bridge";
+}
+
+namespace {
+
+// A bridge of the test's own: a host link whose certificate key and hello the test chooses, and
+// that accepts every pairing.
+class StandInBridge {
+public:
+    StandInBridge(EVP_PKEY* certificateKey, std::shared_ptr<const DeviceIdentity> helloIdentity)
+        : m_identity(std::move(helloIdentity)), m_link(PeerLinkMode::Host, "Stand-in", m_scheduler, certificateKey,
+                                                        PeerLinkSettings{QHostAddress::LocalHost, 0})
+    {
+        m_link.onConnected = [this](const QString& peer) {
+            send({1, BridgeMessageKind::Hello, {}, {}, m_identity->makeHello("Stand-in").value().toBody()}, peer);
+        };
+        m_link.onData = [this](const QByteArray& data, const QString& peer) {
+            auto message = decodeBridgeMessage(std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
+            if (message.ok() && message.value().kind == BridgeMessageKind::PairingRequest)
+                send({1, BridgeMessageKind::PairingAccepted, {}, {}, {}}, peer);
+        };
+        m_link.start();
+    }
+    QString port() const { return QString::number(m_link.listeningPort()); }
+
+private:
+    void send(const BridgeMessage& message, const QString& peer) { m_link.send(encodeBridgeMessage(message).value(), peer); }
+
+    VirtualScheduler m_scheduler;
+    std::shared_ptr<const DeviceIdentity> m_identity;
+    PeerLink m_link;
+};
+
+} // namespace
+
+TEST_F(BridgeEndToEndTest, ThePeerToolRefusesABridgeThatIsNotWhatItSays)
+{
+    MemoryUserDefaults bridgeDefaults;
+    const auto identity = DeviceIdentity::create(SecretStore(home.filePath("bridge-a")), bridgeDefaults).value();
+    // The same device id under a new key.
+    const auto rekeyed = DeviceIdentity::create(SecretStore(home.filePath("bridge-b")), bridgeDefaults).value();
+    ASSERT_EQ(rekeyed->deviceID(), identity->deviceID());
+    const auto exitsWith = [](Running& tool, const QString& text) { return tool.saysOnError(text) && tool.waitForExit(); };
+
+    {   // Its certificate carries another key than its hello.
+        StandInBridge impostor(rekeyed->key(), identity);
+        auto tool = startPeer(impostor.port(), {"pair"});
+        EXPECT_TRUE(exitsWith(*tool, "The bridge's certificate does not match its hello.")) << tool->err.toStdString();
+        EXPECT_EQ(tool->exitCode(), 3);
+    }
+    {   // A true bridge pairs, and is remembered.
+        StandInBridge bridge(identity->key(), identity);
+        auto tool = startPeer(bridge.port(), {"pair"});
+        EXPECT_TRUE(exitsWith(*tool, "Paired.")) << tool->err.toStdString();
+        EXPECT_EQ(tool->exitCode(), 0);
+    }
+    {   // Later the same id shows another key, consistent with its certificate.
+        StandInBridge changed(rekeyed->key(), rekeyed);
+        auto tool = startPeer(changed.port(), {"pair"});
+        EXPECT_TRUE(exitsWith(*tool, "This bridge's key changed since pairing.")) << tool->err.toStdString();
+        EXPECT_TRUE(tool->err.contains("nimbrel-peer forget-bridge " + identity->deviceID()));
+        EXPECT_EQ(tool->exitCode(), 4);
+        auto forget = startPeer(changed.port(), {"forget-bridge", identity->deviceID()});
+        EXPECT_TRUE(exitsWith(*forget, "Forgot bridge"));
+        auto again = startPeer(changed.port(), {"pair"});
+        EXPECT_TRUE(exitsWith(*again, "Paired.")) << again->err.toStdString();
+    }
 }

@@ -8,11 +8,15 @@
 #include "platform/Scheduler.h"
 #include "platform/SecretStore.h"
 #include "platform/StandardInputLines.h"
+#include "platform/TextFormatting.h"
 #include "platform/UserDefaults.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QSslKey>
+
+#include <algorithm>
 
 #include <cstdio>
 
@@ -22,16 +26,77 @@ namespace {
 
 void say(const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(line)); }
 
+// The bridges this device has paired with: their device id, key and name, kept in its state, so
+// that a bridge that later shows another key under the same id is caught.
+class KnownBridges {
+public:
+    explicit KnownBridges(UserDefaults& defaults) : m_defaults(defaults) {}
+
+    QStringList ids() const { return m_defaults.stringList(QStringLiteral("KnownBridgeIDs")); }
+    std::optional<QString> publicKey(const QString& id) const { return m_defaults.string(key(id, "publicKey")); }
+    std::optional<QString> name(const QString& id) const { return m_defaults.string(key(id, "name")); }
+
+    void remember(const HelloPayload& hello)
+    {
+        QStringList known = ids();
+        if (!known.contains(hello.deviceID))
+            known.append(hello.deviceID);
+        m_defaults.setValue(QStringLiteral("KnownBridgeIDs"), known);
+        m_defaults.setValue(key(hello.deviceID, "publicKey"), hello.publicKey);
+        m_defaults.setValue(key(hello.deviceID, "name"), hello.displayName);
+    }
+
+    bool forget(const QString& id)
+    {
+        QStringList known = ids();
+        if (!known.removeAll(id))
+            return false;
+        m_defaults.setValue(QStringLiteral("KnownBridgeIDs"), known);
+        m_defaults.remove(key(id, "publicKey"));
+        m_defaults.remove(key(id, "name"));
+        return true;
+    }
+
+    // Whether a service found nearby carries the name of a remembered bridge ("<name>-XXXX").
+    bool isRemembered(const QString& serviceName) const
+    {
+        const QStringList known = ids();
+        return std::any_of(known.begin(), known.end(), [&](const QString& id) {
+            const std::optional<QString> remembered = name(id);
+            return remembered && serviceName.startsWith(*remembered + QLatin1Char('-'));
+        });
+    }
+
+private:
+    static QString key(const QString& id, const char* field)
+    {
+        return QStringLiteral("KnownBridges/") + id + QLatin1Char('/') + QLatin1String(field);
+    }
+
+    UserDefaults& m_defaults;
+};
+
+// The raw P-256 key inside a certificate, as the Base64 text of a hello.
+QString certificateKeyText(const QSslCertificate& certificate)
+{
+    const QByteArray spki = certificate.publicKey().toDer();
+    if (spki.size() < 65 || spki[spki.size() - 65] != 0x04)
+        return {};
+    return QString::fromLatin1(spki.right(64).toBase64());
+}
+
 // One connection to one bridge, and the commands given to it.
 class PeerSession : public QObject {
 public:
     PeerSession(std::shared_ptr<const DeviceIdentity> identity, const QString& name, Scheduler& scheduler,
-                std::optional<JSONValue> automaticAnswer)
-        : m_identity(std::move(identity)), m_name(name), m_link(PeerLinkMode::Client, name, scheduler),
-          m_automaticAnswer(std::move(automaticAnswer))
+                KnownBridges& known, std::optional<JSONValue> automaticAnswer)
+        : m_identity(std::move(identity)), m_name(name), m_scheduler(scheduler), m_link(PeerLinkMode::Client, name, scheduler),
+          m_known(known), m_automaticAnswer(std::move(automaticAnswer))
     {
         m_link.onConnected = [this](const QString& host) { connected(host); };
         m_link.onDisconnected = [this](const QString&) {
+            if (m_stopped)
+                return;
             say(QStringLiteral("Disconnected."));
             QCoreApplication::exit(m_oneShot ? 2 : 0);
         };
@@ -59,16 +124,25 @@ public:
             if (m_link.statusText().startsWith(QStringLiteral("Discovery failed")))
                 say(m_link.statusText());
         });
-        QObject::connect(&m_link, &PeerLink::discoveredPeersChanged, this, [this] {
-            if (m_connecting || m_link.discoveredPeers().isEmpty())
-                return;
-            const QString found = m_link.discoveredPeers().first();
-            if (auto address = m_link.discoveredAddress(found)) {
-                m_connecting = true;
-                say(QStringLiteral("Found %1.").arg(found));
-                connectTo(address->first, address->second);
-            }
-        });
+        // A remembered bridge is taken at once; any other only when none has shown up for a while.
+        QObject::connect(&m_link, &PeerLink::discoveredPeersChanged, this, [this] { chooseFound(false); });
+        m_scheduler.schedule(this, preferRememberedSeconds, [this] { chooseFound(true); });
+    }
+
+    void chooseFound(bool takeAny)
+    {
+        if (m_connecting)
+            return;
+        const QStringList found = m_link.discoveredPeers();
+        const auto remembered = std::find_if(found.begin(), found.end(), [&](const QString& name) { return m_known.isRemembered(name); });
+        const QString chosen = remembered != found.end() ? *remembered : takeAny ? found.value(0) : QString();
+        if (chosen.isEmpty())
+            return;
+        if (auto address = m_link.discoveredAddress(chosen)) {
+            m_connecting = true;
+            say(QStringLiteral("Found ") + loggableText(chosen) + QLatin1Char('.'));
+            connectTo(address->first, address->second);
+        }
     }
 
     void start() { m_link.start(); }
@@ -115,6 +189,13 @@ private:
         return parsed.value();
     }
 
+    void stop(const QString& why, int exitCode)
+    {
+        say(why);
+        m_stopped = true;
+        QCoreApplication::exit(exitCode);
+    }
+
     void send(const BridgeMessage& message)
     {
         if (auto error = m_link.send(encodeBridgeMessage(message).value(), m_host))
@@ -140,6 +221,8 @@ private:
 
     void received(const QByteArray& data)
     {
+        if (m_stopped)
+            return;
         std::fprintf(stdout, "%s\n", data.constData());
         std::fflush(stdout);
         auto decoded = decodeBridgeMessage(std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
@@ -153,10 +236,22 @@ private:
                 say(QStringLiteral("The bridge's hello did not verify."));
                 return;
             }
-            say(QStringLiteral("Pairing code: %1").arg(pairingCode(*m_localHello, hello.value())));
+            // The TLS certificate must carry the key that signed the hello, or someone sits between.
+            if (certificateKeyText(m_link.peerCertificate(m_host)) != hello.value().publicKey)
+                return stop(QStringLiteral("The bridge's certificate does not match its hello."), 3);
+            const std::optional<QString> rememberedKey = m_known.publicKey(hello.value().deviceID);
+            if (rememberedKey && *rememberedKey != hello.value().publicKey)
+                return stop(QStringLiteral("This bridge's key changed since pairing.\nIf you trust it again, forget it first: "
+                                           "nimbrel-peer forget-bridge ")
+                                + hello.value().deviceID,
+                            4);
+            m_bridgeHello = hello.value();
+            say(QStringLiteral("Pairing code: ") + pairingCode(*m_localHello, hello.value()));
             break;
         }
         case BridgeMessageKind::PairingAccepted:
+            if (m_bridgeHello)
+                m_known.remember(*m_bridgeHello);
             say(QStringLiteral("Paired."));
             if (m_oneShotVerb == QLatin1String("pair"))
                 QCoreApplication::exit(0);
@@ -179,11 +274,16 @@ private:
         }
     }
 
+    static constexpr double preferRememberedSeconds = 2;
+
     std::shared_ptr<const DeviceIdentity> m_identity;
     QString m_name;
+    Scheduler& m_scheduler;
     PeerLink m_link;
+    KnownBridges& m_known;
     std::optional<JSONValue> m_automaticAnswer;
     std::optional<HelloPayload> m_localHello;
+    std::optional<HelloPayload> m_bridgeHello;
     QString m_host;
     QStringList m_queued;
     QString m_lastCallID;
@@ -192,6 +292,7 @@ private:
     bool m_connected = false;
     bool m_connecting = false;
     bool m_oneShot = false;
+    bool m_stopped = false;
 };
 
 QString defaultStateFolder()
@@ -220,7 +321,8 @@ int main(int argc, char** argv)
         {QStringLiteral("state"), QStringLiteral("Folder for this device's key and id."), QStringLiteral("folder")},
         {QStringLiteral("answer"), QStringLiteral("Answer every serverRequest with this JSON body."), QStringLiteral("json")},
     });
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("pair | call METHOD [PARAMS-JSON] | watch"));
+    parser.addPositionalArgument(QStringLiteral("command"),
+                                 QStringLiteral("pair | call METHOD [PARAMS-JSON] | watch | forget-bridge ID"));
     parser.process(app);
 
     const QString state = parser.isSet(QStringLiteral("state")) ? parser.value(QStringLiteral("state")) : defaultStateFolder();
@@ -230,6 +332,16 @@ int main(int argc, char** argv)
     if (!identity.ok()) {
         say(QStringLiteral("No device identity: ") + identity.error());
         return 70;
+    }
+    KnownBridges known(defaults);
+    const QStringList command = parser.positionalArguments();
+    if (command.value(0) == QLatin1String("forget-bridge")) {
+        if (!known.forget(command.value(1))) {
+            say(QStringLiteral("No remembered bridge has the id ") + loggableText(command.value(1)) + QLatin1Char('.'));
+            return 1;
+        }
+        say(QStringLiteral("Forgot bridge ") + command.value(1) + QLatin1Char('.'));
+        return 0;
     }
     std::optional<JSONValue> answer;
     if (parser.isSet(QStringLiteral("answer"))) {
@@ -244,8 +356,7 @@ int main(int argc, char** argv)
     SystemScheduler scheduler;
     const QString name = parser.isSet(QStringLiteral("name")) ? parser.value(QStringLiteral("name"))
                                                              : hostDisplayName() + QStringLiteral(" peer");
-    PeerSession session(identity.value(), name, scheduler, answer);
-    const QStringList command = parser.positionalArguments();
+    PeerSession session(identity.value(), name, scheduler, known, answer);
     if (!command.isEmpty())
         session.runOnce(command);
     session.start();
