@@ -150,12 +150,13 @@ public:
     // A command line: pair | call METHOD [JSON] | answer ID JSON [METHOD] | ping | quit.
     void command(const QStringList& words)
     {
-        if (!m_connected) {
+        if (!m_bridgeHello) { // commands wait until the bridge has shown who it is
             m_queued.append(words.join(QLatin1Char('\x1f')));
             return;
         }
         const QString verb = words.value(0);
         if (verb == QLatin1String("pair")) {
+            sendHello();
             send({bridgeProtocolVersion, BridgeMessageKind::PairingRequest, {}, {}, {}});
         } else if (verb == QLatin1String("call") && words.size() >= 2) {
             auto params = parseJSON(words.value(2, QStringLiteral("{}")));
@@ -205,7 +206,6 @@ private:
     void connected(const QString& host)
     {
         m_host = host;
-        m_connected = true;
         say(QStringLiteral("Connected."));
         auto hello = m_identity->makeHello(m_name);
         if (!hello.ok()) {
@@ -214,9 +214,16 @@ private:
             return;
         }
         m_localHello = hello.value();
+    }
+
+    // This device's signed hello goes only to a bridge that passed the checks, and only when it
+    // is remembered or asked to pair: a hello given to anyone else could be replayed.
+    void sendHello()
+    {
+        if (m_helloSent)
+            return;
+        m_helloSent = true;
         send({bridgeProtocolVersion, BridgeMessageKind::Hello, {}, {}, m_localHello->toBody()});
-        for (const QString& queued : std::exchange(m_queued, {}))
-            command(queued.split(QLatin1Char('\x1f')));
     }
 
     void received(const QByteArray& data)
@@ -247,6 +254,10 @@ private:
                             4);
             m_bridgeHello = hello.value();
             say(QStringLiteral("Pairing code: ") + pairingCode(*m_localHello, hello.value()));
+            if (rememberedKey)
+                sendHello();
+            for (const QString& queued : std::exchange(m_queued, {}))
+                command(queued.split(QLatin1Char('\x1f')));
             break;
         }
         case BridgeMessageKind::PairingAccepted:
@@ -289,10 +300,10 @@ private:
     QString m_lastCallID;
     QString m_oneShotVerb;
     int m_nextCall = 0;
-    bool m_connected = false;
     bool m_connecting = false;
     bool m_oneShot = false;
     bool m_stopped = false;
+    bool m_helloSent = false;
 };
 
 QString defaultStateFolder()
