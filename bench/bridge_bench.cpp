@@ -137,7 +137,8 @@ int main(int argc, char** argv)
     bridge.setProcessEnvironment(environment);
     QString errors;
     QObject::connect(&bridge, &QProcess::readyReadStandardError, [&] { errors += QString::fromUtf8(bridge.readAllStandardError()); });
-    bridge.start(QStringLiteral(NIMBREL_BRIDGE_PATH), {});
+    // NIMBREL_BENCH_BRIDGE runs another build of the bridge, for figures side by side.
+    bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", QStringLiteral(NIMBREL_BRIDGE_PATH)), {});
     pump([&] { return errors.contains("Codex app-server ready") && errors.contains("Listening on"); });
     const quint16 port = static_cast<quint16>(QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
 
