@@ -5,8 +5,7 @@
 
 namespace nimbrel {
 
-void PeerOutbox::push(const QByteArray& message)
-{
+void PeerOutbox::push(const QByteArray& message) {
     const qsizetype needed = 4 + message.size();
     if (m_blocks.empty() || m_blocks.back().capacity() - m_blocks.back().size() < needed) {
         m_blocks.emplace_back();
@@ -20,8 +19,7 @@ void PeerOutbox::push(const QByteArray& message)
     ++m_messages;
 }
 
-std::optional<QByteArray> PeerOutbox::pop()
-{
+std::optional<QByteArray> PeerOutbox::pop() {
     if (m_messages == 0)
         return std::nullopt;
     const QByteArray& block = m_blocks.front();
@@ -38,8 +36,7 @@ std::optional<QByteArray> PeerOutbox::pop()
     return message;
 }
 
-void PeerOutbox::clear()
-{
+void PeerOutbox::clear() {
     m_blocks.clear();
     m_readOffset = 0;
     m_bytes = 0;

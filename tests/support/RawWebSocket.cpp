@@ -7,27 +7,31 @@
 
 namespace nimbrel::test {
 
-RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from)
-{
+RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from) {
     m_socket.setSslConfiguration(PeerLink::tlsConfiguration());
-    QObject::connect(&m_socket, &QSslSocket::sslErrors, &m_socket, [this] { m_socket.ignoreSslErrors(); });
+    QObject::connect(&m_socket, &QSslSocket::sslErrors, &m_socket,
+                     [this] { m_socket.ignoreSslErrors(); });
     if (!from.isNull())
         m_socket.bind(from);
     m_socket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), port);
-    waitFor([&] { return m_socket.isEncrypted() || m_socket.state() == QAbstractSocket::UnconnectedState; });
+    waitFor([&] {
+        return m_socket.isEncrypted() || m_socket.state() == QAbstractSocket::UnconnectedState;
+    });
 }
 
-int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders)
-{
-    QByteArray request = "GET /sarvane?name=" + QUrl::toPercentEncoding(name) + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders) {
+    QByteArray request =
+        "GET /sarvane?name=" + QUrl::toPercentEncoding(name) + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
     if (withUpgradeHeaders)
-        request += "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+        request += "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: "
+                   "dGhlIHNhbXBsZSBub25jZQ==\r\n"
                    "Sec-WebSocket-Version: 13\r\n";
     m_socket.write(request + "\r\n");
     QByteArray response;
     waitFor([&] {
         response += m_socket.read(m_socket.bytesAvailable());
-        return response.contains("\r\n\r\n") || m_socket.state() == QAbstractSocket::UnconnectedState;
+        return response.contains("\r\n\r\n") ||
+               m_socket.state() == QAbstractSocket::UnconnectedState;
     });
     const qsizetype headerEnd = response.indexOf("\r\n\r\n");
     if (headerEnd < 0)
@@ -37,8 +41,7 @@ int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders)
     return response.split(' ').value(1).toInt();
 }
 
-void RawWebSocket::sendFrame(const QByteArray& payload, quint8 opcode)
-{
+void RawWebSocket::sendFrame(const QByteArray& payload, quint8 opcode) {
     QByteArray frame;
     frame.append(static_cast<char>(0x80 | opcode));
     const quint64 length = static_cast<quint64>(payload.size());
@@ -56,8 +59,7 @@ void RawWebSocket::sendFrame(const QByteArray& payload, quint8 opcode)
     m_socket.write(frame + payload);
 }
 
-void RawWebSocket::sendFrameHeader(quint64 length)
-{
+void RawWebSocket::sendFrameHeader(quint64 length) {
     QByteArray header;
     header.append(static_cast<char>(0x81)).append(static_cast<char>(0x80 | 127));
     for (int shift = 56; shift >= 0; shift -= 8)
@@ -65,28 +67,26 @@ void RawWebSocket::sendFrameHeader(quint64 length)
     m_socket.write(header + QByteArray(4, '\0'));
 }
 
-void RawWebSocket::stopReading() { m_socket.setReadBufferSize(1); }
+void RawWebSocket::stopReading() {
+    m_socket.setReadBufferSize(1);
+}
 
-void RawWebSocket::resumeReading()
-{
+void RawWebSocket::resumeReading() {
     m_socket.setReadBufferSize(0);
     readFrames();
 }
 
-QList<QByteArray> RawWebSocket::texts()
-{
+QList<QByteArray> RawWebSocket::texts() {
     readFrames();
     return m_texts;
 }
 
-std::optional<int> RawWebSocket::closeCode()
-{
+std::optional<int> RawWebSocket::closeCode() {
     readFrames();
     return m_closeCode;
 }
 
-void RawWebSocket::readFrames()
-{
+void RawWebSocket::readFrames() {
     if (m_socket.readBufferSize() == 1)
         return; // not reading
     m_buffer += m_socket.readAll();
