@@ -107,7 +107,8 @@ struct PeerLink::Connection {
     double lastHeard = 0;
     TaskHandle handshakeLimit;
     TaskHandle helloLimit;
-    PeerOutbox outbox; // messages waiting for room in the socket
+    PeerOutbox outbox;             // messages waiting for room in the socket
+    qint64 backlog = 0;            // outbox and socket, as last counted (see account)
     double lastProgress = 0;       // when the peer's side last took data, or data began to wait
     bool holdingBack = false;
 };
@@ -410,6 +411,8 @@ void PeerLink::closed(const std::shared_ptr<Connection>& connection)
         if (task)
             task->cancel();
     connection->outbox.clear();
+    m_totalBacklog -= connection->backlog;
+    connection->backlog = 0;
     if (connection->socket) {
         QObject::disconnect(connection->socket, nullptr, this, nullptr);
         if (connection->tls)
@@ -431,7 +434,7 @@ void PeerLink::closed(const std::shared_ptr<Connection>& connection)
         connection->tls->deleteLater();
     }
     refreshConnectedPeers();
-    updateCongestion();
+    publishCongestion();
     setStatusText(idleStatus());
     // Only a connection that was announced raises its end: a refused or failed upgrade raises nothing.
     if (connection->announced && onDisconnected)
@@ -466,34 +469,30 @@ std::optional<QString> PeerLink::send(const QByteArray& data, const QString& pee
     const std::shared_ptr<Connection> connection = openConnectionNamed(peer);
     if (!connection)
         return peer + QStringLiteral(" is not connected.");
-    if (connection->outbox.empty() && backlogOf(*connection) == 0)
+    if (connection->backlog == 0)
         connection->lastProgress = m_scheduler.now(); // the wait starts now
     connection->outbox.push(data);
     pump(connection);
-    if (backlogOf(*connection) > maximumPeerBacklogBytes)
+    if (connection->backlog > maximumPeerBacklogBytes)
         dropSlowPeer(connection);
-    else
+    else if (m_totalBacklog > maximumTotalBacklogBytes)
         enforceTotalBacklog();
-    updateCongestion();
     return std::nullopt;
 }
 
 // ---- what waits for a peer
 
-qint64 PeerLink::backlogOf(const Connection& connection) const
+qint64 PeerLink::bytesInSocket(const Connection& connection) const
 {
-    qint64 inSocket = 0;
     if (connection.tls)
-        inSocket = connection.tls->bytesToWrite() + connection.tls->encryptedBytesToWrite();
-    else if (connection.socket)
-        inSocket = connection.socket->bytesToWrite();
-    return connection.outbox.bytes() + inSocket;
+        return connection.tls->bytesToWrite() + connection.tls->encryptedBytesToWrite();
+    return connection.socket ? connection.socket->bytesToWrite() : 0;
 }
 
 qint64 PeerLink::backlog(const QString& peer) const
 {
     const auto connection = openConnectionNamed(peer);
-    return connection ? backlogOf(*connection) : 0;
+    return connection ? connection->backlog : 0;
 }
 
 // Hands queued messages to the socket while it holds less than its share.
@@ -502,66 +501,61 @@ void PeerLink::pump(const std::shared_ptr<Connection>& connection)
     QWebSocket* socket = connection->socket;
     if (!socket || !connection->open)
         return;
-    while (!connection->outbox.empty() && backlogOf(*connection) - connection->outbox.bytes() < socketShareBytes)
-        socket->sendTextMessage(QString::fromUtf8(*connection->outbox.pop()));
-    if (connection->holdingBack)
-        updateCongestion();
+    while (!connection->outbox.empty() && bytesInSocket(*connection) < socketShareBytes)
+        socket->sendTextMessage(connection->outbox.popText());
+    account(*connection);
+}
+
+// Counts what waits for one peer after it changed: the peer's backlog, the total, and whether
+// the peer holds the sender back. A peer far behind does so only while it keeps taking data; one
+// that has taken nothing for a while is left to run into its bound.
+void PeerLink::account(Connection& connection)
+{
+    const qint64 bytes = connection.outbox.bytes() + bytesInSocket(connection);
+    m_totalBacklog += bytes - connection.backlog;
+    connection.backlog = bytes;
+    const bool draining = m_scheduler.now() - connection.lastProgress < drainingWithinSeconds;
+    const bool wasHoldingBack = connection.holdingBack;
+    if (!draining || bytes <= congestionBytes / 2)
+        connection.holdingBack = false;
+    else if (bytes >= congestionBytes)
+        connection.holdingBack = true;
+    // While a peer is far behind, look again as time passes even if no socket event comes.
+    if (bytes >= congestionBytes / 2 && !m_congestionCheck)
+        m_congestionCheck = m_scheduler.schedule(this, drainingWithinSeconds / 4, [this] {
+            m_congestionCheck.reset();
+            for (const auto& each : m_connections)
+                account(*each);
+        });
+    if (connection.holdingBack != wasHoldingBack)
+        publishCongestion();
+}
+
+void PeerLink::publishCongestion()
+{
+    const bool congested = std::any_of(m_connections.begin(), m_connections.end(),
+                                       [](const auto& connection) { return connection->holdingBack; });
+    if (congested != m_congested) {
+        m_congested = congested;
+        emit congestedChanged(congested);
+    }
 }
 
 // When all backlogs together pass their bound, the peer furthest behind goes first.
 void PeerLink::enforceTotalBacklog()
 {
-    for (;;) {
-        qint64 total = 0, largestBytes = -1;
-        std::shared_ptr<Connection> largest;
-        for (const auto& connection : m_connections) {
-            const qint64 bytes = backlogOf(*connection);
-            total += bytes;
-            if (bytes > largestBytes) {
-                largestBytes = bytes;
-                largest = connection;
-            }
-        }
-        if (total <= maximumTotalBacklogBytes || !largest)
-            return;
-        dropSlowPeer(largest);
-    }
+    for (const auto& connection : m_connections)
+        account(*connection); // sockets may have drained since they were last counted
+    while (m_totalBacklog > maximumTotalBacklogBytes && !m_connections.empty())
+        dropSlowPeer(*std::max_element(m_connections.begin(), m_connections.end(),
+                                       [](const auto& a, const auto& b) { return a->backlog < b->backlog; }));
 }
 
 void PeerLink::dropSlowPeer(const std::shared_ptr<Connection>& connection)
 {
     if (onSlowPeer)
         onSlowPeer(connection->name);
-    connection->outbox.clear();
     closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("Peer is not keeping up"));
-}
-
-// A peer far behind holds the sender back only while it keeps taking data; one that has taken
-// nothing for a while is left to run into its bound.
-void PeerLink::updateCongestion()
-{
-    const double now = m_scheduler.now();
-    bool congested = false, watching = false;
-    for (const auto& connection : m_connections) {
-        const qint64 bytes = backlogOf(*connection);
-        const bool draining = now - connection->lastProgress < drainingWithinSeconds;
-        if (!draining || bytes <= congestionBytes / 2)
-            connection->holdingBack = false;
-        else if (bytes >= congestionBytes)
-            connection->holdingBack = true;
-        congested = congested || connection->holdingBack;
-        watching = watching || bytes >= congestionBytes / 2;
-    }
-    // While anyone is far behind, look again as time passes even if no socket event comes.
-    if (watching && !m_congestionCheck)
-        m_congestionCheck = m_scheduler.schedule(this, drainingWithinSeconds / 4, [this] {
-            m_congestionCheck.reset();
-            updateCongestion();
-        });
-    if (congested != m_congested) {
-        m_congested = congested;
-        emit congestedChanged(congested);
-    }
 }
 
 // ---- what the controller tells the link

@@ -140,11 +140,12 @@ private:
     void expireHello(const std::shared_ptr<Connection>& connection);
     bool admits(const QHostAddress& address) const;
     void pump(const std::shared_ptr<Connection>& connection);
-    qint64 backlogOf(const Connection& connection) const;
+    qint64 bytesInSocket(const Connection& connection) const;
+    void account(Connection& connection);
+    void publishCongestion();
     void enforceTotalBacklog();
     void dropSlowPeer(const std::shared_ptr<Connection>& connection);
     void closeConnection(const std::shared_ptr<Connection>& connection, int code, const QString& reason);
-    void updateCongestion();
     std::shared_ptr<Connection> connectionFor(const QObject* socket) const;
     std::shared_ptr<Connection> openConnectionNamed(const QString& name) const;
     void refreshConnectedPeers();
@@ -166,6 +167,7 @@ private:
     QStringList m_connectedPeers;
     QString m_statusText = QStringLiteral("Starting…");
     TaskHandle m_keepAlive;
+    qint64 m_totalBacklog = 0; // the sum of the connections' counted backlogs
     bool m_congested = false;
     TaskHandle m_congestionCheck;
 };

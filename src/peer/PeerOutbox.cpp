@@ -5,7 +5,8 @@
 
 namespace nimbrel {
 
-void PeerOutbox::push(const QByteArray& message) {
+void PeerOutbox::push(const QByteArray& message)
+{
     const qsizetype needed = 4 + message.size();
     if (m_blocks.empty() || m_blocks.back().capacity() - m_blocks.back().size() < needed) {
         m_blocks.emplace_back();
@@ -19,24 +20,25 @@ void PeerOutbox::push(const QByteArray& message) {
     ++m_messages;
 }
 
-std::optional<QByteArray> PeerOutbox::pop() {
-    if (m_messages == 0)
-        return std::nullopt;
+QString PeerOutbox::popText()
+{
     const QByteArray& block = m_blocks.front();
     quint32 length;
     std::memcpy(&length, block.constData() + m_readOffset, sizeof(length));
-    QByteArray message(block.constData() + m_readOffset + 4, static_cast<qsizetype>(length));
-    m_readOffset += 4 + static_cast<qsizetype>(length);
+    const auto size = static_cast<qsizetype>(length);
+    QString text = QString::fromUtf8(block.constData() + m_readOffset + 4, size);
+    m_readOffset += 4 + size;
     if (m_readOffset >= block.size()) {
         m_blocks.pop_front();
         m_readOffset = 0;
     }
-    m_bytes -= message.size();
+    m_bytes -= size;
     --m_messages;
-    return message;
+    return text;
 }
 
-void PeerOutbox::clear() {
+void PeerOutbox::clear()
+{
     m_blocks.clear();
     m_readOffset = 0;
     m_bytes = 0;

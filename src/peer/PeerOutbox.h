@@ -1,9 +1,9 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
 
 #include <deque>
-#include <optional>
 
 namespace nimbrel {
 
@@ -14,8 +14,8 @@ public:
     static constexpr qsizetype blockBytes = 64 * 1024;
 
     void push(const QByteArray& message);
-    // The oldest message, taken out; nothing when empty.
-    std::optional<QByteArray> pop();
+    // The oldest message, taken out as text (messages are UTF-8); call only when not empty.
+    QString popText();
     void clear();
 
     bool empty() const { return m_messages == 0; }
