@@ -184,7 +184,7 @@ std::optional<QString> BridgeController::sendToPeer(const BridgeMessage& message
 void BridgeController::broadcast(const BridgeMessage& message)
 {
     for (const QString& peer : m_link->connectedPeers())
-        if (m_authorizedPeerNames.contains(peer))
+        if (isAuthorized(peer))
             sendToPeer(message, peer);
 }
 

@@ -63,7 +63,9 @@ public:
     QString codexAccountStatus() const { return m_codexAccountStatus; }
     const std::vector<PairingRequest>& pairingRequests() const { return m_pairingRequests; }
     const std::vector<TrustedPeer>& trustedPeers() const { return m_trustedPeers; }
-    QStringList authorizedPeerNames() const { return m_authorizedPeerNames; }
+    // The transport names of the authorised connections, in text order.
+    QStringList authorizedPeerNames() const;
+    bool isAuthorized(const QString& peer) const { return m_authorizedDevices.count(peer) > 0; }
     QStringList logs() const { return m_logs; }
     bool launchAtLogin() const { return m_launchAtLogin; }
     bool hasIdentity() const { return m_identity != nullptr; }
@@ -150,7 +152,6 @@ private:
     QString m_codexAccountStatus = QStringLiteral("Waiting for Codex…");
     std::vector<PairingRequest> m_pairingRequests;
     std::vector<TrustedPeer> m_trustedPeers;
-    QStringList m_authorizedPeerNames;
     QStringList m_logs;
     bool m_launchAtLogin = false;
 
@@ -161,7 +162,7 @@ private:
     std::unique_ptr<AppServerClient> m_appServer;
     std::map<QString, HelloPayload> m_localHellos;
     std::map<QString, HelloPayload> m_remoteHellos;
-    // The device each authorised connection proved to be.
+    // Each authorised connection, by transport name, and the device it proved to be.
     std::map<QString, QString> m_authorizedDevices;
     // Engine id of each open approval, by local id.
     std::map<QString, JSONValue> m_pendingServerRequests;

@@ -155,13 +155,10 @@ void BridgeController::forgetPeer(const TrustedPeer& peer)
         return;
     }
     rebuildTrustedPeers();
-    // Every connection this device authorised, and every one whose latest hello names it.
+    // Every connection this device authorised; a connection's hello cannot change its device.
     QStringList ending;
     for (const auto& [name, device] : m_authorizedDevices)
         if (device == peer.deviceID)
-            ending.append(name);
-    for (const auto& [name, hello] : m_remoteHellos)
-        if (hello.deviceID == peer.deviceID)
             ending.append(name);
     for (const QString& name : ending)
         setAuthorized(name, false);
@@ -218,18 +215,19 @@ void BridgeController::rebuildTrustedPeers()
 
 void BridgeController::setAuthorized(const QString& peer, bool authorized, const QString& deviceID)
 {
-    if (authorized)
-        m_authorizedDevices[peer] = deviceID;
-    else
-        m_authorizedDevices.erase(peer);
     m_link->setAuthorized(peer, authorized);
-    if (authorized == m_authorizedPeerNames.contains(peer))
-        return;
-    if (authorized)
-        m_authorizedPeerNames.append(peer);
-    else
-        m_authorizedPeerNames.removeAll(peer);
-    emit authorizedPeerNamesChanged();
+    const bool changed = authorized ? m_authorizedDevices.insert_or_assign(peer, deviceID).second
+                                    : m_authorizedDevices.erase(peer) > 0;
+    if (changed)
+        emit authorizedPeerNamesChanged();
+}
+
+QStringList BridgeController::authorizedPeerNames() const
+{
+    QStringList names;
+    for (const auto& [name, device] : m_authorizedDevices)
+        names.append(name);
+    return names;
 }
 
 void BridgeController::removePairingRequests(const std::function<bool(const PairingRequest&)>& matches)

@@ -23,7 +23,7 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
     auto refuse = [&](const char* text) {
         sendToPeer(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, message.id, std::nullopt, JSONValue(text)}, peer);
     };
-    if (!m_authorizedPeerNames.contains(peer))
+    if (!isAuthorized(peer))
         return refuse("Pair this device first.");
     if (!message.id || !message.method || !allowedEngineMethods().count(*message.method))
         return refuse("That method is not available through Nimbrel.");

@@ -118,6 +118,13 @@ TEST_F(BridgePairingRelayTest, NewDevicePairsWhenTheUserApprovesItsCode)
     EXPECT_EQ(request.peer, "Phone-1A2B");
     EXPECT_TRUE(controller->authorizedPeerNames().isEmpty());
 
+    // Its verified hello lets it wait past the hello limit; a connection without one is closed.
+    TestPeer silent(port, "Silent");
+    ASSERT_TRUE(silent.waitFor(Kind::Hello));
+    scheduler.advance(PeerLink::helloLimitSeconds);
+    ASSERT_TRUE(waitFor([&] { return !controller->link().connectedPeers().contains("Silent"); }));
+    EXPECT_EQ(controller->pairingRequests().size(), 1u);
+
     // Rejected, asked again: the same code comes back.
     controller->rejectPairing(request);
     ASSERT_TRUE(peer.waitFor(Kind::PairingRejected));

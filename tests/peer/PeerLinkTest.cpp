@@ -210,11 +210,8 @@ TEST_F(PeerLinkTest, ANameBelongsToOneConnection)
     // A bare GET under a free name never becomes a WebSocket, and raises nothing when it fails.
     stranger.upgrade("Phone-B", false);
     ASSERT_TRUE(waitFor([&] { return twin.isClosed() && forged.isClosed() && controlled.isClosed() && stranger.isClosed(); }));
-    for (const QString& name : {QStringLiteral("Tab\tlet"), QStringLiteral("Del\u007F"), QStringLiteral("C1\u0085"),
-                               QStringLiteral("Line\u2028sep")}) {
-        RawWebSocket refused(port);
-        EXPECT_EQ(refused.upgrade(name), 400) << name.toStdString();
-    }
+    RawWebSocket separated(port);
+    EXPECT_EQ(separated.upgrade("Line\u2028sep"), 400);
     settle(100);
     EXPECT_EQ(events.connected, std::vector<QString>{"Phone-A"});
     EXPECT_TRUE(events.disconnected.empty());
