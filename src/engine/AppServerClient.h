@@ -8,9 +8,9 @@
 #include <QObject>
 #include <QThread>
 
+#include <condition_variable>
 #include <functional>
 #include <map>
-#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <vector>

@@ -58,4 +58,11 @@ std::optional<LinkCertificate> makeLinkCertificate(EVP_PKEY* key, const QString&
     return LinkCertificate{drain(certificateBio.get()), drain(keyBio.get())};
 }
 
+QByteArray rawPublicKeyOfCertificateKey(const QByteArray& subjectPublicKeyInfo)
+{
+    const auto* der = reinterpret_cast<const unsigned char*>(subjectPublicKeyInfo.constData());
+    const EvpKey key(d2i_PUBKEY(nullptr, &der, subjectPublicKeyInfo.size()));
+    return key ? rawPublicKey(key.get()) : QByteArray();
+}
+
 } // namespace nimbrel

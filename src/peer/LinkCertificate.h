@@ -18,4 +18,8 @@ struct LinkCertificate {
 // Made for key, or for a fresh key of this run where key is null.
 std::optional<LinkCertificate> makeLinkCertificate(EVP_PKEY* key, const QString& commonName);
 
+// The raw 64-byte P-256 public key of a certificate's SubjectPublicKeyInfo (DER), as a hello
+// carries it; empty for any other key.
+QByteArray rawPublicKeyOfCertificateKey(const QByteArray& subjectPublicKeyInfo);
+
 } // namespace nimbrel

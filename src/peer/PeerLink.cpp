@@ -583,10 +583,12 @@ bool PeerLink::admits(const QHostAddress& address) const
     return waiting < maximumUnauthorizedPerAddress;
 }
 
-QSslCertificate PeerLink::peerCertificate(const QString& peer) const
+QByteArray PeerLink::peerPublicKey(const QString& peer) const
 {
     const auto connection = openConnectionNamed(peer);
-    return connection && connection->socket ? connection->socket->sslConfiguration().peerCertificate() : QSslCertificate();
+    if (!connection)
+        return {};
+    return rawPublicKeyOfCertificateKey(connection->socket->sslConfiguration().peerCertificate().publicKey().toDer());
 }
 
 std::shared_ptr<PeerLink::Connection> PeerLink::openConnectionNamed(const QString& name) const

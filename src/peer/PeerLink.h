@@ -104,8 +104,9 @@ public:
     // True while a peer that is still taking data is far behind: whoever feeds the link should
     // wait. A peer that takes nothing holds nobody back; it runs into its bound instead.
     bool congested() const { return m_congested; }
-    // Client mode: the certificate the host showed, once connected.
-    QSslCertificate peerCertificate(const QString& peer) const;
+    // Client mode: the raw P-256 key of the certificate the host showed (empty if none or another
+    // kind), to compare with the key of its hello.
+    QByteArray peerPublicKey(const QString& peer) const;
 
     PeerLinkMode mode() const { return m_mode; }
     QString localName() const { return m_localName; }

@@ -14,7 +14,6 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
-#include <QSslKey>
 
 #include <algorithm>
 
@@ -75,15 +74,6 @@ private:
 
     UserDefaults& m_defaults;
 };
-
-// The raw P-256 key inside a certificate, as the Base64 text of a hello.
-QString certificateKeyText(const QSslCertificate& certificate)
-{
-    const QByteArray spki = certificate.publicKey().toDer();
-    if (spki.size() < 65 || spki[spki.size() - 65] != 0x04)
-        return {};
-    return QString::fromLatin1(spki.right(64).toBase64());
-}
 
 // One connection to one bridge, and the commands given to it.
 class PeerSession : public QObject {
@@ -244,7 +234,7 @@ private:
                 return;
             }
             // The TLS certificate must carry the key that signed the hello, or someone sits between.
-            if (certificateKeyText(m_link.peerCertificate(m_host)) != hello.value().publicKey)
+            if (QString::fromLatin1(m_link.peerPublicKey(m_host).toBase64()) != hello.value().publicKey)
                 return stop(QStringLiteral("The bridge's certificate does not match its hello."), 3);
             const std::optional<QString> rememberedKey = m_known.publicKey(hello.value().deviceID);
             if (rememberedKey && *rememberedKey != hello.value().publicKey)
