@@ -7,7 +7,8 @@
 
 namespace nimbrel::test {
 
-RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from) {
+RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from)
+{
     m_socket.setSslConfiguration(PeerLink::tlsConfiguration());
     QObject::connect(&m_socket, &QSslSocket::sslErrors, &m_socket,
                      [this] { m_socket.ignoreSslErrors(); });
@@ -19,7 +20,8 @@ RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from) {
     });
 }
 
-int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders) {
+int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders)
+{
     QByteArray request =
         "GET /sarvane?name=" + QUrl::toPercentEncoding(name) + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
     if (withUpgradeHeaders)
@@ -41,7 +43,8 @@ int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders) {
     return response.split(' ').value(1).toInt();
 }
 
-void RawWebSocket::sendFrame(const QByteArray& payload, quint8 opcode) {
+void RawWebSocket::sendFrame(const QByteArray& payload, quint8 opcode)
+{
     QByteArray frame;
     frame.append(static_cast<char>(0x80 | opcode));
     const quint64 length = static_cast<quint64>(payload.size());
@@ -59,7 +62,8 @@ void RawWebSocket::sendFrame(const QByteArray& payload, quint8 opcode) {
     m_socket.write(frame + payload);
 }
 
-void RawWebSocket::sendFrameHeader(quint64 length) {
+void RawWebSocket::sendFrameHeader(quint64 length)
+{
     QByteArray header;
     header.append(static_cast<char>(0x81)).append(static_cast<char>(0x80 | 127));
     for (int shift = 56; shift >= 0; shift -= 8)
@@ -67,30 +71,29 @@ void RawWebSocket::sendFrameHeader(quint64 length) {
     m_socket.write(header + QByteArray(4, '\0'));
 }
 
-void RawWebSocket::stopReading() {
+void RawWebSocket::stopReading()
+{
     m_socket.setReadBufferSize(1);
 }
 
-void RawWebSocket::resumeReading() {
+void RawWebSocket::resumeReading()
+{
     m_socket.setReadBufferSize(0);
     readFrames();
 }
 
-QList<QByteArray> RawWebSocket::texts() {
-    readFrames();
-    return m_texts;
-}
-
-std::optional<int> RawWebSocket::closeCode() {
+std::optional<int> RawWebSocket::closeCode()
+{
     readFrames();
     return m_closeCode;
 }
 
-void RawWebSocket::readFrames() {
+void RawWebSocket::readFrames()
+{
     if (m_socket.readBufferSize() == 1)
         return; // not reading
     m_buffer += m_socket.readAll();
-    // Server frames are not masked and, here, not fragmented.
+    // Server frames are not masked and, here, not fragmented; only the close frame is kept.
     for (;;) {
         if (m_buffer.size() < 2)
             return;
@@ -115,9 +118,7 @@ void RawWebSocket::readFrames() {
             return;
         const QByteArray payload = m_buffer.mid(offset, static_cast<qsizetype>(length));
         m_buffer.remove(0, offset + static_cast<qsizetype>(length));
-        if (opcode == 0x1)
-            m_texts.append(payload);
-        else if (opcode == 0x8 && payload.size() >= 2)
+        if (opcode == 0x8 && payload.size() >= 2)
             m_closeCode = (static_cast<quint8>(payload[0]) << 8) | static_cast<quint8>(payload[1]);
     }
 }

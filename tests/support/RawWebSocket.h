@@ -29,19 +29,15 @@ public:
     // Stops taking data from the network (the kernel buffers fill, then the sender's), or resumes.
     void stopReading();
     void resumeReading();
-    // The text messages received so far, read from what arrived.
-    QList<QByteArray> texts();
     // The code of the close frame received, once one has come.
     std::optional<int> closeCode();
     bool isClosed() const { return m_socket.state() == QAbstractSocket::UnconnectedState; }
-    QSslSocket& socket() { return m_socket; }
 
 private:
     void readFrames();
 
     QSslSocket m_socket;
     QByteArray m_buffer;
-    QList<QByteArray> m_texts;
     std::optional<int> m_closeCode;
 };
 
