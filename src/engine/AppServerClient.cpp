@@ -7,6 +7,7 @@
 #include <QProcess>
 #include <QStringDecoder>
 
+#include <algorithm>
 #include <cmath>
 
 namespace nimbrel {
@@ -107,13 +108,14 @@ void AppServerClient::request(const QString& method, const JSONValue& params, Re
 void AppServerClient::respond(const JSONValue& id, const JSONValue& result, WriteCompletion completion)
 {
     onIoQueue([this, id, result, completion = std::move(completion)]() mutable {
-        std::optional<AppServerError> outcome;
+        // Whatever the outcome, the completion runs on the owner's thread, once.
+        WriteCompletion reached = [this, completion = std::move(completion)](const std::optional<AppServerError>& outcome) {
+            if (completion)
+                onMainQueue([completion, outcome] { completion(outcome); });
+        };
         if (!m_ready)
-            outcome = AppServerError::notReady();
-        else
-            outcome = writeLine(JSONValue::object({{"id", id}, {"result", result}}));
-        if (completion)
-            onMainQueue([completion = std::move(completion), outcome] { completion(outcome); });
+            return reached(AppServerError::notReady());
+        writeLine(JSONValue::object({{"id", id}, {"result", result}}), std::move(reached));
     });
 }
 
@@ -149,9 +151,12 @@ void AppServerClient::launch(const std::optional<QString>& executable)
     });
     // A failed write surfaces here, after QProcess has flushed its buffer to a pipe with no reader.
     connect(child, &QProcess::errorOccurred, m_io, [this, child](QProcess::ProcessError error) {
-        if (error == QProcess::WriteError)
-            log(QStringLiteral("Write failed: ") + child->errorString());
+        if (error == QProcess::WriteError) {
+            m_inputBroken = child->errorString();
+            failWrites(writeFailed(*m_inputBroken));
+        }
     });
+    connect(child, &QProcess::bytesWritten, m_io, [this](qint64 bytes) { writeProgressed(bytes); });
 
     child->start(QIODevice::ReadWrite);
     if (!child->waitForStarted(-1)) {
@@ -177,6 +182,9 @@ void AppServerClient::stopProcess()
     }
     m_outputBuffer.clear();
     failPending(AppServerError::notReady());
+    failWrites(AppServerError::notReady());
+    m_bytesQueued = m_bytesTaken = 0;
+    m_inputBroken.reset();
 }
 
 // Lets an old child end on its own terms: asked to stop, killed if it will not, then deleted.
@@ -240,24 +248,58 @@ AppServerClient::IoCompletion AppServerClient::onMainThread(RequestCompletion co
     };
 }
 
-std::optional<AppServerError> AppServerClient::writeLine(const JSONValue& message)
+std::optional<AppServerError> AppServerClient::writeLine(const JSONValue& message, WriteCompletion reached)
 {
+    const auto fail = [&](const AppServerError& error) {
+        if (reached)
+            reached(error);
+        return error;
+    };
     if (!m_process)
-        return AppServerError::notReady();
+        return fail(AppServerError::notReady());
     std::string line;
-    if (!message.encodeTo(line)) {
-        const QString reason = message.encode().error().message;
-        log(QStringLiteral("Write failed: ") + reason);
-        return AppServerError::server(reason);
-    }
+    if (!message.encodeTo(line))
+        return fail(writeFailed(message.encode().error().message));
     line.push_back('\n');
-    const qint64 written = m_process->write(line.data(), static_cast<qint64>(line.size()));
-    if (written != static_cast<qint64>(line.size())) {
-        const QString reason = m_process->errorString();
-        log(QStringLiteral("Write failed: ") + reason);
-        return AppServerError::server(reason);
-    }
+    const auto size = static_cast<qint64>(line.size());
+    // QProcess would take more after a failed write, and never send it.
+    if (m_inputBroken)
+        return fail(writeFailed(*m_inputBroken));
+    // A child that does not read makes no one wait for ever, and holds no unbounded input.
+    if (m_process->bytesToWrite() + size > maximumUnsentInputBytes)
+        return fail(writeFailed(QStringLiteral("Codex is not reading its input.")));
+    if (m_process->write(line.data(), size) != size)
+        return fail(writeFailed(m_process->errorString()));
+    m_bytesQueued += size;
+    if (reached)
+        m_writeWaiters.emplace_back(m_bytesQueued, std::move(reached));
     return std::nullopt;
+}
+
+// Logs the failure and gives the error that callers get.
+AppServerError AppServerClient::writeFailed(const QString& reason)
+{
+    const QString text = QStringLiteral("Write failed: ") + reason;
+    log(text);
+    return AppServerError::server(text);
+}
+
+void AppServerClient::writeProgressed(qint64 bytes)
+{
+    m_bytesTaken += bytes;
+    const auto arrived = std::find_if(m_writeWaiters.begin(), m_writeWaiters.end(),
+                                      [this](const auto& waiter) { return waiter.first > m_bytesTaken; });
+    std::vector<std::pair<qint64, WriteCompletion>> done(std::make_move_iterator(m_writeWaiters.begin()),
+                                                         std::make_move_iterator(arrived));
+    m_writeWaiters.erase(m_writeWaiters.begin(), arrived);
+    for (auto& [target, reached] : done)
+        reached(std::nullopt);
+}
+
+void AppServerClient::failWrites(const AppServerError& error)
+{
+    for (auto& [target, reached] : std::exchange(m_writeWaiters, {}))
+        reached(error);
 }
 
 // ---- reading
@@ -271,7 +313,8 @@ void AppServerClient::readOutput(QProcess* child)
     m_outputBuffer.consume(std::string_view(bytes.constData(), static_cast<std::size_t>(bytes.size())), [this](std::string_view line) {
         auto decoded = JSONValue::decode(line);
         if (!decoded.ok()) {
-            log(QStringLiteral("Could not decode a Codex response (%1 bytes): %2").arg(line.size()).arg(decoded.error().message));
+            log(QStringLiteral("Could not decode a Codex response (") + QString::number(line.size())
+                + QStringLiteral(" bytes): ") + decoded.error().message);
             return;
         }
         handleLine(decoded.value());
@@ -349,6 +392,9 @@ void AppServerClient::handleTermination(qint64 generation, QProcess* child, cons
     m_outputBuffer.clear();
     const AppServerError error = AppServerError::terminated(exitCode);
     failPending(error);
+    failWrites(error);
+    m_bytesQueued = m_bytesTaken = 0;
+    m_inputBroken.reset();
     scheduleRecovery(executable, error.text());
 }
 
@@ -371,7 +417,9 @@ void AppServerClient::scheduleRecovery(const QString& executable, const QString&
     const int attempt = ++m_recoveryAttempts;
     const qint64 generation = m_lifecycleGeneration;
     emitStatus(QStringLiteral("Codex connection interrupted; reconnecting automatically…"), false);
-    log(QStringLiteral("%1 Retry %2 of %3.").arg(reason).arg(attempt).arg(maximumRecoveryAttempts));
+    // The engine's own text goes in as it is: no placeholder of it is ever filled.
+    log(reason + QStringLiteral(" Retry ") + QString::number(attempt) + QStringLiteral(" of ")
+        + QString::number(maximumRecoveryAttempts) + QLatin1Char('.'));
     if (m_scheduledRecovery)
         m_scheduledRecovery->cancel();
     m_scheduledRecovery = m_scheduler.schedule(m_io, attempt * recoveryDelaySeconds, [this, generation, executable] {

@@ -37,6 +37,8 @@ public:
     // Deliveries read from the engine and not yet taken by the owner's thread. Past this the I/O
     // queue stops reading the engine's output until the owner catches up, so the engine waits.
     static constexpr std::size_t maximumUndelivered = 4096;
+    // Input written for the child that it has not read yet. Past this, writes fail at once.
+    static constexpr qint64 maximumUnsentInputBytes = 16 * 1024 * 1024;
 
     explicit AppServerClient(Scheduler& scheduler, QObject* parent = nullptr);
     ~AppServerClient() override;
@@ -50,6 +52,8 @@ public:
     // The one way in: first start, restart and recheck. No executable means Codex was not found.
     void start(const std::optional<QString>& executable);
     void request(const QString& method, const JSONValue& params, RequestCompletion completion);
+    // The completion runs once the answer has reached the child, or with "Write failed: …" when it
+    // cannot.
     void respond(const JSONValue& id, const JSONValue& result, WriteCompletion completion = {});
     void respondError(const JSONValue& id, const QString& message);
     // While paused, nothing more is delivered: what the engine sends waits, up to the bound above,
@@ -69,7 +73,10 @@ private:
     void retire(QProcess* child);
     void sendInitialize(QProcess* child, const QString& executable, qint64 generation);
     void sendRequest(const QString& method, const JSONValue& params, IoCompletion completion);
-    std::optional<AppServerError> writeLine(const JSONValue& message);
+    std::optional<AppServerError> writeLine(const JSONValue& message, WriteCompletion reached = {});
+    AppServerError writeFailed(const QString& reason);
+    void writeProgressed(qint64 bytes);
+    void failWrites(const AppServerError& error);
     void readOutput(QProcess* child);
     void readError(QProcess* child);
     void handleLine(const JSONValue& message);
@@ -108,6 +115,11 @@ private:
     int m_recoveryAttempts = 0;
     TaskHandle m_scheduledRecovery;
     std::map<qint64, PendingRequest> m_pending;
+    // Bytes handed to the current child and bytes it has taken, and who waits for which to arrive.
+    qint64 m_bytesQueued = 0;
+    qint64 m_bytesTaken = 0;
+    std::vector<std::pair<qint64, WriteCompletion>> m_writeWaiters;
+    std::optional<QString> m_inputBroken; // why the current child's input failed, once it has
 
     // While a chunk of output is read, deliveries gather here and leave together.
     bool m_staging = false;

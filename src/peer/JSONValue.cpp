@@ -200,7 +200,7 @@ private:
 
     bool fail(const char* what)
     {
-        m_error = QStringLiteral("%1 at byte %2").arg(QLatin1String(what)).arg(m_cursor - m_begin);
+        m_error = QLatin1String(what) + QStringLiteral(" at byte ") + QString::number(m_cursor - m_begin);
         return false;
     }
     bool failAt(const char* what, const char* where)

@@ -242,7 +242,7 @@ void PeerLink::listen()
                          : address.protocol() == QAbstractSocket::IPv6Protocol
                              ? QLatin1Char('[') + address.toString() + QLatin1Char(']')
                              : address.toString();
-    emit listening(QStringLiteral("wss://%1:%2%3").arg(host).arg(listeningPort()).arg(resourcePath));
+    emit listening(QStringLiteral("wss://") + host + QLatin1Char(':') + QString::number(listeningPort()) + resourcePath);
     m_discovery->publish(m_localName, serviceType, listeningPort(), {QStringLiteral("version=1")});
 }
 
@@ -319,7 +319,7 @@ void PeerLink::adoptWebSocket(QWebSocket* socket)
 void PeerLink::connectTo(const QHostAddress& address, quint16 port, const QString& peerName)
 {
     auto connection = std::make_shared<Connection>();
-    connection->name = peerName.isEmpty() ? QStringLiteral("%1:%2").arg(address.toString()).arg(port) : peerName;
+    connection->name = peerName.isEmpty() ? address.toString() + QLatin1Char(':') + QString::number(port) : peerName;
     auto* socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     socket->setSslConfiguration(tlsConfiguration());
     connect(socket, &QWebSocket::sslErrors, socket, [socket](const QList<QSslError>&) { socket->ignoreSslErrors(); });

@@ -339,7 +339,7 @@ TEST_F(AppServerClientTest, MissingOrUnlaunchableExecutable)
     EXPECT_FALSE(statuses.back().first.isEmpty());
 }
 
-TEST_F(AppServerClientTest, WriteToAChildThatStoppedReadingIsLoggedAndSurvived)
+TEST_F(AppServerClientTest, AnAnswerToAChildThatClosedItsInputFailsForItsCaller)
 {
     engine.setScenario(JSONValue::object({
         {"notifications", JSONValue::object({{"initialized", actions({JSONValue::object({{"closeStdin", true}})})}})},
@@ -350,19 +350,45 @@ TEST_F(AppServerClientTest, WriteToAChildThatStoppedReadingIsLoggedAndSurvived)
         const auto records = engine.records();
         return std::any_of(records.begin(), records.end(), [](const JSONValue& r) { return r["event"] == JSONValue("eof"); });
     }));
-    // The first write may still fit the pipe's buffer; the failure surfaces within a few.
-    for (int i = 0; i < 20 && !std::any_of(logs.begin(), logs.end(), [](const QString& l) { return l.startsWith("Write failed: "); }); ++i) {
-        client->respondError(JSONValue(i), QStringLiteral("x"));
-        settle(20);
-    }
-    EXPECT_TRUE(std::any_of(logs.begin(), logs.end(), [](const QString& l) { return l.startsWith("Write failed: "); }));
-    // Still alive, and still answering requests that fail by their own limit.
+    std::vector<std::optional<AppServerError>> outcomes;
+    client->respond(JSONValue("q1"), JSONValue::object({}), [&](const auto& outcome) { outcomes.push_back(outcome); });
+    ASSERT_TRUE(waitFor([&] { return outcomes.size() == 1; }));
+    ASSERT_TRUE(outcomes[0].has_value());
+    EXPECT_THAT(outcomes[0]->text().toStdString(), ::testing::StartsWith("Write failed: "));
+    EXPECT_TRUE(logged(outcomes[0]->text()));
+    // Every later write fails and says so; the client stays, and requests end by their limit.
+    client->respond(JSONValue("q2"), JSONValue::object({}), [&](const auto& outcome) { outcomes.push_back(outcome); });
+    ASSERT_TRUE(waitFor([&] { return outcomes.size() == 2; }));
+    EXPECT_TRUE(outcomes[1].has_value());
+    EXPECT_GE(std::count_if(logs.begin(), logs.end(), [](const QString& l) { return l.startsWith("Write failed: "); }), 2);
     std::optional<AppServerClient::RequestResult> outcome;
     client->request(QStringLiteral("thread/list"), JSONValue::object({}), [&](const auto& r) { outcome = r; });
     settle(50);
     scheduler.advance(30);
     ASSERT_TRUE(waitFor([&] { return outcome.has_value(); }));
-    EXPECT_FALSE(outcome->ok());
+    EXPECT_EQ(outcome->error(), AppServerError::requestTimedOut("thread/list"));
+}
+
+TEST_F(AppServerClientTest, AChildThatNeverReadsIsGivenAtMostSixteenMebibytes)
+{
+    engine.setScenario(JSONValue::object(
+        {{"notifications", JSONValue::object({{"initialized", actions({JSONValue::object({{"sleepMs", 60000}})})}})}}));
+    startAndWaitUntilReady();
+    // Two mebibytes a request: the pipe takes a little, the rest waits, until the bound refuses.
+    const JSONValue params = JSONValue::object({{"text", QString(2 * 1024 * 1024, QLatin1Char('x'))}});
+    std::vector<AppServerClient::RequestResult> outcomes;
+    for (int i = 0; i < 12; ++i)
+        client->request(QStringLiteral("turn/start"), params, [&](const auto& r) { outcomes.push_back(r); });
+    std::optional<AppServerError> answered;
+    client->respond(JSONValue(7), params, [&](const auto& outcome) { answered = outcome; });
+    ASSERT_TRUE(waitFor([&] { return answered.has_value(); }));
+    EXPECT_EQ(answered->text(), "Write failed: Codex is not reading its input.");
+    EXPECT_GE(logsEndingWith("Write failed: Codex is not reading its input."), 5); // refused requests and the answer
+    EXPECT_TRUE(outcomes.empty());
+    scheduler.advance(AppServerClient::requestTimeoutSeconds);
+    ASSERT_TRUE(waitFor([&] { return outcomes.size() == 12; }));
+    for (const auto& outcome : outcomes)
+        EXPECT_EQ(outcome.error(), AppServerError::requestTimedOut("turn/start"));
 }
 
 } // namespace

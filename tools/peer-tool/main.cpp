@@ -103,7 +103,7 @@ public:
 
     void connectTo(const QHostAddress& address, quint16 port)
     {
-        say(QStringLiteral("Connecting to %1:%2…").arg(address.toString()).arg(port));
+        say(QStringLiteral("Connecting to ") + address.toString() + QLatin1Char(':') + QString::number(port) + QChar(0x2026));
         m_link.connectTo(address, port, QStringLiteral("bridge"));
     }
 
