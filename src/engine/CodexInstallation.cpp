@@ -89,7 +89,8 @@ std::optional<CodexInstallation> discoverCodex(const std::optional<QString>& pre
         seen.insert(candidate.path);
         if (!isExecutableFile(candidate.path))
             continue;
-        const QString executable = QDir::cleanPath(candidate.path);
+        // Made absolute against this program's folder: the child runs in the home folder.
+        const QString executable = QDir::cleanPath(QFileInfo(candidate.path).absoluteFilePath());
         QString resolved = QFileInfo(executable).canonicalFilePath();
         if (resolved.isEmpty())
             resolved = executable;

@@ -276,6 +276,14 @@ TEST_F(AppServerClientTest, TwoRetriesThenGivesUpWithTheReasonAsStatus)
     EXPECT_EQ(call(QStringLiteral("thread/list")).error(), AppServerError::notReady());
 }
 
+TEST_F(AppServerClientTest, TheEnginesOwnErrorTextReachesTheLogAsItIs)
+{
+    engine.setScenario(handlers({{"initialize", JSONValue::object({{"error", JSONValue::object({{"code", 1}, {"message", "disk 50%1 full %2"}})}})}}));
+    client->start(FakeEngine::executablePath());
+    ASSERT_TRUE(waitFor([&] { return logsEndingWith("Retry 1 of 2.") == 1; }));
+    EXPECT_TRUE(logged("Initialization failed: disk 50%1 full %2 Retry 1 of 2."));
+}
+
 TEST_F(AppServerClientTest, StartDuringAWaitCancelsTheArmedRetry)
 {
     engine.setScenario(JSONValue::object({{"onStart", actions({JSONValue::object({{"exit", 1}})})}}));

@@ -12,9 +12,11 @@ using namespace nimbrel::test;
 namespace {
 
 // Runs the real program in a temporary home until its standard error holds every expected line.
-QString runUntil(const TemporaryHome& home, const QString& pathVariable, const QStringList& expected, bool* stillRunning)
+QString runUntil(const TemporaryHome& home, const QString& pathVariable, const QStringList& expected, bool* stillRunning,
+                 const QString& workingDirectory = {})
 {
     QProcess program;
+    program.setWorkingDirectory(workingDirectory.isEmpty() ? home.path() : workingDirectory);
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("HOME", home.path());
     environment.insert("PATH", pathVariable);
@@ -42,10 +44,12 @@ TEST(NimbrelBridgeProgram, RunsTheEngineFoundOnPath)
     TemporaryHome home;
     FakeEngine engine(JSONValue::object({{"methods", JSONValue::object({{"account/read", JSONValue::object({{"result",
         JSONValue::object({{"account", JSONValue::object({{"type", "chatgpt"}, {"email", "dev@example.com"}})}})}})}})}}));
-    home.makeLink("bin/codex", FakeEngine::executablePath());
+    // A relative PATH entry, from a folder that is not the home folder the engine runs in.
+    home.makeLink("project/bin/codex", FakeEngine::executablePath());
     bool running = false;
-    const QString output = runUntil(home, home.filePath("bin") + ":/usr/bin:/bin",
-                                    {"Codex app-server ready", "Signed in with chatgpt: dev@example.com", "Listening on wss://127.0.0.1:"}, &running);
+    const QString output = runUntil(home, "bin:/usr/bin:/bin",
+                                    {"Codex app-server ready", "Signed in with chatgpt: dev@example.com", "Listening on wss://127.0.0.1:"},
+                                    &running, home.filePath("project"));
     EXPECT_TRUE(output.contains("Listening on wss://127.0.0.1:")) << output.toStdString();
     EXPECT_TRUE(output.contains("Codex app-server ready")) << output.toStdString();
     EXPECT_TRUE(output.contains("Signed in with chatgpt: dev@example.com")) << output.toStdString();
