@@ -18,15 +18,15 @@ public:
     QString popText();
     void clear();
 
-    bool empty() const { return m_messages == 0; }
+    bool empty() const { return m_lengths.empty(); }
     // The bytes of the messages waiting, without the packing.
     qint64 bytes() const { return m_bytes; }
 
 private:
-    std::deque<QByteArray> m_blocks; // each holds [length: 4 bytes][message]...
+    std::deque<QByteArray> m_blocks; // messages back to back
+    std::deque<qsizetype> m_lengths; // of each message, oldest first
     qsizetype m_readOffset = 0;      // into the first block
     qint64 m_bytes = 0;
-    qint64 m_messages = 0;
 };
 
 } // namespace nimbrel
