@@ -471,7 +471,11 @@ std::optional<QString> PeerLink::send(const QByteArray& data, const QString& pee
         return peer + QStringLiteral(" is not connected.");
     if (connection->backlog == 0)
         connection->lastProgress = m_scheduler.now(); // the wait starts now
-    connection->outbox.push(data);
+    // Nothing waits and the socket has room: the message goes straight to it.
+    if (connection->outbox.empty() && bytesInSocket(*connection) < socketShareBytes)
+        connection->socket->sendTextMessage(QString::fromUtf8(data));
+    else
+        connection->outbox.push(data);
     pump(connection);
     if (connection->backlog > maximumPeerBacklogBytes)
         dropSlowPeer(connection);
