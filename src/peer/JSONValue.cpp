@@ -20,7 +20,7 @@ namespace detail {
 // One heap block per string, array or object: this header, then the payload.
 struct alignas(16) JSONNode {
     std::atomic<std::uint32_t> refs;
-    std::uint32_t asciiOnly; // strings: every byte below 0x80
+    std::uint32_t asciiOnly; // strings: every byte below 0x80; objects: every key so
     std::size_t size;        // strings: bytes; arrays: items; objects: members
 };
 static_assert(sizeof(JSONNode) == 16);
@@ -63,6 +63,14 @@ bool isAscii(std::string_view bytes)
         if (static_cast<unsigned char>(bytes[i]) >= 0x80)
             return false;
     return true;
+}
+
+// Text in canonical composition (NFC), as UTF-8: texts are equal when these are.
+std::string canonicalText(std::string_view utf8)
+{
+    return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()))
+        .normalized(QString::NormalizationForm_C)
+        .toStdString();
 }
 
 // Length of the well-formed UTF-8 sequence at p (first byte >= 0x80), or 0.
@@ -196,6 +204,7 @@ private:
     struct Frame {
         bool isObject;
         std::size_t firstValue;
+        bool asciiKeys = true; // objects: no key read so far held a byte above 0x7F
     };
 
     bool fail(const char* what)
@@ -224,8 +233,10 @@ private:
         if (*m_cursor != '"')
             return fail("Expected a member name");
         ++m_cursor;
-        if (!parseString())
+        bool ascii = true;
+        if (!parseString(&ascii))
             return false;
+        m_frames.back().asciiKeys = m_frames.back().asciiKeys && ascii;
         skipWhitespace();
         if (m_cursor >= m_end)
             return fail("Unexpected end of input");
@@ -250,7 +261,7 @@ private:
                 if (m_frames.size() >= maximumDepth)
                     return fail("Nesting deeper than 512 levels");
                 ++m_cursor;
-                m_frames.push_back(Frame{c == '{', m_values.size()});
+                m_frames.push_back(Frame{c == '{', m_values.size(), true});
                 skipWhitespace();
                 const char closer = c == '{' ? '}' : ']';
                 if (m_cursor < m_end && *m_cursor == closer) {
@@ -340,8 +351,9 @@ private:
                 new (items + i) JSONValue(std::move(source[i]));
         } else {
             const std::size_t pairs = count / 2;
-            const std::size_t unique = deduplicateMembers(source, pairs);
+            const std::size_t unique = deduplicateMembers(source, pairs, frame.asciiKeys);
             node = detail::allocateNode(unique * sizeof(JSONMember), unique);
+            node->asciiOnly = frame.asciiKeys ? 1 : 0;
             JSONMember* members = detail::objectMembers(node);
             for (std::size_t i = 0; i < unique; ++i)
                 new (members + i)
@@ -353,9 +365,18 @@ private:
 
 public:
     // Packs key/value pairs so that each key appears once, holding the last value given for it.
-    static std::size_t deduplicateMembers(JSONValue* pairs, std::size_t count)
+    // Keys are the same when their texts are equal; the first spelling stays. allAsciiKeys tells
+    // whether every key is ASCII, where byte equality is text equality.
+    static std::size_t deduplicateMembers(JSONValue* pairs, std::size_t count, bool allAsciiKeys)
     {
-        auto keyOf = [&](std::size_t i) { return *pairs[2 * i].stringView(); };
+        // Other keys compare in their canonical form, kept beside the pairs as they move.
+        std::vector<std::string> canonical;
+        if (!allAsciiKeys) {
+            canonical.reserve(count);
+            for (std::size_t i = 0; i < count; ++i)
+                canonical.push_back(canonicalText(*pairs[2 * i].stringView()));
+        }
+        auto keyOf = [&](std::size_t i) { return allAsciiKeys ? *pairs[2 * i].stringView() : std::string_view(canonical[i]); };
         std::size_t kept = 0;
         auto keep = [&](std::size_t i, std::size_t existing) {
             if (existing != kept) {
@@ -365,6 +386,8 @@ public:
             if (i != kept) {
                 pairs[2 * kept] = std::move(pairs[2 * i]);
                 pairs[2 * kept + 1] = std::move(pairs[2 * i + 1]);
+                if (!allAsciiKeys)
+                    canonical[kept] = std::move(canonical[i]);
             }
             ++kept;
         };
@@ -388,7 +411,8 @@ public:
     }
 
 private:
-    bool parseString()
+    // asciiOut, where given, learns whether the text is ASCII.
+    bool parseString(bool* asciiOut = nullptr)
     {
         const char* runStart = m_cursor;
         bool ascii = true;
@@ -416,6 +440,8 @@ private:
                     bytes = m_scratch;
                 }
                 m_values.push_back(JSONValue::makeString(bytes, ascii));
+                if (asciiOut)
+                    *asciiOut = ascii;
                 ++m_cursor;
                 return true;
             }
@@ -649,8 +675,12 @@ JSONValue JSONValue::object(std::vector<std::pair<std::string, JSONValue>> membe
         pairs.emplace_back(std::string_view(key));
         pairs.push_back(std::move(value));
     }
-    const std::size_t unique = JSONParser::deduplicateMembers(pairs.data(), members.size());
+    bool allAsciiKeys = true;
+    for (std::size_t i = 0; i < members.size() && allAsciiKeys; ++i)
+        allAsciiKeys = pairs[2 * i].isAsciiText();
+    const std::size_t unique = JSONParser::deduplicateMembers(pairs.data(), members.size(), allAsciiKeys);
     JSONNode* node = detail::allocateNode(unique * sizeof(JSONMember), unique);
+    node->asciiOnly = allAsciiKeys ? 1 : 0;
     JSONMember* target = detail::objectMembers(node);
     for (std::size_t i = 0; i < unique; ++i)
         new (target + i) JSONMember{std::move(pairs[2 * i]), std::move(pairs[2 * i + 1])};
@@ -731,8 +761,22 @@ const JSONValue* JSONValue::find(std::string_view key) const
     for (std::size_t i = 0; i < object->size; ++i)
         if (members[i].name() == key)
             return &members[i].value;
+    // Bytes differ, texts may not: only where a key on either side is not ASCII.
+    const bool asciiKey = isAscii(key);
+    if (asciiKey && object->asciiOnly)
+        return nullptr;
+    const std::string wanted = asciiKey ? std::string(key) : canonicalText(key);
+    for (std::size_t i = 0; i < object->size; ++i) {
+        const bool asciiName = members[i].key.isAsciiText();
+        if (asciiName && asciiKey)
+            continue; // compared above
+        if (asciiName ? members[i].name() == wanted : canonicalText(members[i].name()) == wanted)
+            return &members[i].value;
+    }
     return nullptr;
 }
+
+bool JSONValue::isAsciiText() const { return hasNode() ? node()->asciiOnly != 0 : isAscii(*stringView()); }
 
 std::optional<JSONValue> JSONValue::operator[](std::string_view key) const
 {
@@ -1004,13 +1048,9 @@ bool sameText(const JSONValue& a, const JSONValue& b)
     const std::string_view y = *b.stringView();
     if (x == y)
         return true;
-    const bool asciiA = a.hasNode() ? a.node()->asciiOnly != 0 : isAscii(x);
-    const bool asciiB = b.hasNode() ? b.node()->asciiOnly != 0 : isAscii(y);
-    if (asciiA && asciiB)
+    if (a.isAsciiText() && b.isAsciiText())
         return false;
-    const QString left = QString::fromUtf8(x.data(), static_cast<qsizetype>(x.size()));
-    const QString right = QString::fromUtf8(y.data(), static_cast<qsizetype>(y.size()));
-    return left.normalized(QString::NormalizationForm_C) == right.normalized(QString::NormalizationForm_C);
+    return canonicalText(x) == canonicalText(y);
 }
 
 bool operator==(const JSONValue& a, const JSONValue& b)
@@ -1041,13 +1081,6 @@ bool operator==(const JSONValue& a, const JSONValue& b)
             return false;
         for (const JSONMember& member : left) {
             const JSONValue* other = b.find(member.name());
-            if (!other && !isAscii(member.name())) {
-                for (const JSONMember& candidate : right)
-                    if (sameText(candidate.key, member.key)) {
-                        other = &candidate.value;
-                        break;
-                    }
-            }
             if (!other || !(member.value == *other))
                 return false;
         }

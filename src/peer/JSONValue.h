@@ -104,6 +104,8 @@ private:
     friend class JSONParser;
     friend bool sameText(const JSONValue& a, const JSONValue& b);
     static JSONValue makeString(std::string_view bytes, bool asciiOnly);
+    // A string: whether every byte is ASCII, where byte equality is text equality.
+    bool isAsciiText() const;
     explicit JSONValue(Kind kind, detail::JSONNode* node) noexcept : JSONValue()
     {
         m_kind = kind;

@@ -96,6 +96,18 @@ TEST(JSONValue, EqualityIsStructuralAndTextIsCanonical)
     EXPECT_EQ(JSONValue("\xC3\xA9"), JSONValue("e\xCC\x81"));
     EXPECT_EQ(decoded(R"({"caf\u00e9":1})"), decoded(R"({"cafe\u0301":1})"));
     EXPECT_NE(JSONValue("e"), JSONValue("E"));
+
+    // Keys are texts too: found in either spelling, and one key however it is spelled.
+    const JSONValue composed = decoded(R"({"caf\u00e9":1,"x":2})");
+    ASSERT_TRUE(composed.find("cafe\xCC\x81"));
+    EXPECT_EQ(*composed.find("cafe\xCC\x81"), JSONValue(1));
+    EXPECT_FALSE(composed.find("cafe"));
+    const JSONValue both = decoded(R"({"caf\u00e9":1,"cafe\u0301":2})");
+    ASSERT_EQ(both.members().size(), 1u);
+    EXPECT_EQ(*both.find("caf\xC3\xA9"), JSONValue(2));
+    // The Kelvin sign is K once composed: an ASCII key finds it.
+    EXPECT_EQ(*decoded(R"({"\u212a":3})").find("K"), JSONValue(3));
+    EXPECT_EQ(JSONValue::object({{"a", 1}, {"b\xCC\x87", 2}, {"\xE1\xB8\x83", 3}}).members().size(), 2u);
 }
 
 TEST(JSONValue, DecodesEveryValidShape)
