@@ -1,4 +1,5 @@
 #include "engine/AppServerClient.h"
+#include "engine/ChildEnvironment.h"
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
 #include "support/VirtualScheduler.h"
@@ -266,7 +267,11 @@ TEST_F(AppServerClientTest, TwoRetriesThenGivesUpWithTheReasonAsStatus)
     EXPECT_EQ(engine.launches(), 1);
     scheduler.advance(0.01);
     ASSERT_TRUE(waitFor([&] { return logsEndingWith("Retry 2 of 2.") == 1; }));
-    scheduler.advance(1.0);
+    // The second retry waits one second.
+    scheduler.advance(0.99);
+    settle(50);
+    EXPECT_EQ(engine.launches(), 2);
+    scheduler.advance(0.01);
     ASSERT_TRUE(waitFor([&] { return lastStatus() == "Codex app-server exited with code 1."; }));
     EXPECT_EQ(engine.launches(), 3);
     scheduler.advance(10);
@@ -282,6 +287,65 @@ TEST_F(AppServerClientTest, TheEnginesOwnErrorTextReachesTheLogAsItIs)
     client->start(FakeEngine::executablePath());
     ASSERT_TRUE(waitFor([&] { return logsEndingWith("Retry 1 of 2.") == 1; }));
     EXPECT_TRUE(logged("Initialization failed: disk 50%1 full %2 Retry 1 of 2."));
+}
+
+TEST_F(AppServerClientTest, AFailedInitializeAndTheChildsExitUseUpBothAttempts)
+{
+    // Every launch: initialize fails, then the child says something and exits a moment later.
+    const JSONValue late = JSONValue::object({{"method", "item/agentMessage/delta"}, {"params", JSONValue::object({})}});
+    engine.setScenario(handlers({{"initialize", JSONValue::object({
+        {"error", JSONValue::object({{"code", 1}, {"message", "no"}})},
+        {"after", actions({JSONValue::object({{"sleepMs", 100}}), JSONValue::object({{"send", late}}),
+                           JSONValue::object({{"exit", 1}})})}})}}));
+    client->start(FakeEngine::executablePath());
+    ASSERT_TRUE(waitFor([&] { return logsEndingWith("Retry 2 of 2.") == 1; }));
+    EXPECT_TRUE(logged("Initialization failed: no Retry 1 of 2."));
+    EXPECT_TRUE(logged("Codex app-server exited with code 1. Retry 2 of 2."));
+    EXPECT_EQ(engine.launches(), 1);
+
+    // The last launch fails too: the client gives up with that child still running and read.
+    scheduler.advance(1.0);
+    ASSERT_TRUE(waitFor([&] { return lastStatus() == "Initialization failed: no"; }));
+    EXPECT_EQ(engine.launches(), 2);
+    EXPECT_FALSE(isReady());
+    const std::size_t heard = notifications.size();
+    ASSERT_TRUE(waitFor([&] { return notifications.size() == heard + 1; }));
+}
+
+TEST_F(AppServerClientTest, EveryCompletionRunsOnceThroughLateRepliesAndRestarts)
+{
+    engine.setScenario(handlers({{"thread/read", JSONValue::object({{"result", JSONValue::object({})}, {"delayMs", 300}})},
+                                 {"turn/start", JSONValue::object({{"noReply", true}})}}));
+    startAndWaitUntilReady();
+    int completions = 0;
+    std::optional<AppServerClient::RequestResult> late;
+    client->request(QStringLiteral("thread/read"), JSONValue::object({}), [&](const auto& r) { late = r; ++completions; });
+    ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 3; }));
+    scheduler.advance(AppServerClient::requestTimeoutSeconds);
+    ASSERT_TRUE(waitFor([&] { return late.has_value(); }));
+    settle(500); // the reply comes after its limit, and runs nothing
+    EXPECT_EQ(completions, 1);
+    EXPECT_EQ(late->error(), AppServerError::requestTimedOut("thread/read"));
+
+    std::optional<AppServerClient::RequestResult> inFlight;
+    client->request(QStringLiteral("turn/start"), JSONValue::object({}), [&](const auto& r) { inFlight = r; });
+    ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 4; }));
+    client->start(FakeEngine::executablePath());
+    ASSERT_TRUE(waitFor([&] { return inFlight.has_value(); }));
+    EXPECT_EQ(inFlight->error().text(), "Codex app-server is still starting.");
+}
+
+TEST(ChildEnvironment, SearchPathStartsAtTheExecutableAndEndsWithTheSystemFolders)
+{
+    QProcessEnvironment environment;
+    environment.insert("PATH", "/home/u/bin::/usr/bin:/home/u/bin:/opt/codex/bin");
+    environment.insert("HOME", "/home/u");
+    EXPECT_EQ(childSearchPath("/opt/codex/bin/codex", environment),
+              "/opt/codex/bin:/home/u/bin:/usr/bin:/opt/homebrew/bin:/usr/local/bin:/bin:/usr/sbin:/sbin");
+    environment.remove("PATH");
+    EXPECT_EQ(childSearchPath("/opt/codex/bin/codex", environment),
+              "/opt/codex/bin:/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin");
+    EXPECT_EQ(childEnvironment("/x/codex", environment).value("HOME"), "/home/u");
 }
 
 TEST_F(AppServerClientTest, StartDuringAWaitCancelsTheArmedRetry)
