@@ -41,6 +41,13 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
         if (self)
             self->m_appServer->request(method, params, std::move(completion));
     };
+    m_workspace->userInputResponder = [self](const QString& requestID, const JSONValue& response,
+                                             CodexWorkspace::AnswerCompletion completion) {
+        if (self)
+            self->answerUserInput(requestID, response, std::move(completion));
+        else
+            completion(AppServerError::notReady());
+    };
     // The link and the client deliver on this thread and die with this object.
     m_link->onConnected = [this](const QString& peer) { handleConnected(peer); };
     m_link->onDisconnected = [this](const QString& peer) { handleDisconnected(peer); };
@@ -161,7 +168,19 @@ void BridgeController::handleEngineStatus(const QString& message, bool ready)
 }
 
 // What hangs on the live engine goes with it; the engine's open requests are not answered.
-void BridgeController::dropEngineBoundState() { m_pendingServerRequests.clear(); }
+void BridgeController::dropEngineBoundState()
+{
+    m_pendingServerRequests.clear();
+    if (!m_queuedApprovals.empty()) {
+        m_queuedApprovals.clear();
+        emit queuedApprovalsChanged();
+    }
+    setApproval(std::nullopt);
+    if (!m_pendingUserInput.requests.empty()) {
+        m_pendingUserInput.requests.clear();
+        emit pendingUserInputChanged();
+    }
+}
 
 BridgeMessage BridgeController::engineStatusEvent() const
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bridge/PairingRequest.h"
+#include "bridge/PendingUserInputRequests.h"
 #include "engine/AppServerClient.h"
 #include "engine/CodexInstallation.h"
 #include "peer/BridgeMessage.h"
@@ -16,6 +17,7 @@
 #include <QObject>
 #include <QStringList>
 #include <QVariantList>
+#include <QVariantMap>
 
 #include <map>
 #include <memory>
@@ -39,6 +41,10 @@ class BridgeController : public QObject {
     Q_PROPERTY(QStringList authorizedPeerNames READ authorizedPeerNames NOTIFY authorizedPeerNamesChanged)
     Q_PROPERTY(QStringList logs READ logs NOTIFY logsChanged)
     Q_PROPERTY(bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
+    // The engine's approval shown on this computer (empty when none), and those waiting behind it.
+    Q_PROPERTY(QVariantMap approval READ approvalMap NOTIFY approvalChanged)
+    Q_PROPERTY(bool hasApproval READ hasApproval NOTIFY approvalChanged)
+    Q_PROPERTY(QVariantList queuedApprovals READ queuedApprovalList NOTIFY queuedApprovalsChanged)
 
 public:
     static constexpr int maximumLogLines = 100;
@@ -69,6 +75,16 @@ public:
     QStringList logs() const { return m_logs; }
     bool launchAtLogin() const { return m_launchAtLogin; }
     bool hasIdentity() const { return m_identity != nullptr; }
+    const std::optional<ApprovalPrompt>& approval() const { return m_approval; }
+    bool hasApproval() const { return m_approval.has_value(); }
+    const std::vector<ApprovalPrompt>& queuedApprovals() const { return m_queuedApprovals; }
+    const PendingUserInputRequests& pendingUserInput() const { return m_pendingUserInput; }
+
+    // The engine methods whose requests are approvals, and the one that asks the user questions.
+    static const QStringList& approvalMethods();
+    static inline const QString questionMethod = QStringLiteral("item/tool/requestUserInput");
+    static inline const QString questionClosedText =
+        QStringLiteral("This question has already closed, is being answered, or has an incomplete answer.");
 
     AppServerClient& appServer() { return *m_appServer; }
     PeerLink& link() { return *m_link; }
@@ -79,6 +95,10 @@ public:
     Q_INVOKABLE void clearCustomExecutable();
     Q_INVOKABLE void restartCodex();
     void setLaunchAtLogin(bool enabled);
+    // The user's decision on the shown approval: "accept", "acceptForSession" or "decline".
+    Q_INVOKABLE void respondToApproval(const QString& decision);
+    // Answers an open question; completion hears whether the answer reached the engine.
+    void answerUserInput(const QString& requestID, const JSONValue& response, CodexWorkspace::AnswerCompletion completion);
 
     void approvePairing(const PairingRequest& request);
     void rejectPairing(const PairingRequest& request);
@@ -103,6 +123,9 @@ signals:
     void authorizedPeerNamesChanged();
     void logsChanged();
     void launchAtLoginChanged();
+    void approvalChanged();
+    void queuedApprovalsChanged();
+    void pendingUserInputChanged();
     // Each line as it enters the log.
     void logAppended(const QString& line);
 
@@ -131,6 +154,17 @@ private:
     void handleRequest(const BridgeMessage& message, const QString& peer);
     void handleNotification(const QString& method, const JSONValue& params);
     void handleServerRequest(const JSONValue& id, const QString& method, const JSONValue& params);
+
+    // Approvals and questions.
+    void handleServerResponse(const BridgeMessage& message, const QString& peer);
+    void answerQuestionFromPeer(const BridgeMessage& message, const QString& peer);
+    void showNextApproval();
+    void setApproval(std::optional<ApprovalPrompt> prompt);
+    void finishUserInput(const QString& requestID);
+    void announceQuestionClosed(const PendingUserInputRequests::Pending& entry);
+    void expireUserInput(const QString& method, const JSONValue& params);
+    QVariantMap approvalMap() const;
+    QVariantList queuedApprovalList() const;
 
     QVariantList pairingRequestList() const;
     QVariantList trustedPeerList() const;
@@ -164,8 +198,11 @@ private:
     std::map<QString, HelloPayload> m_remoteHellos;
     // Each authorised connection, by transport name, and the device it proved to be.
     std::map<QString, QString> m_authorizedDevices;
-    // Engine id of each open approval, by local id.
+    // Engine id of each open approval, by local id, until someone answers it.
     std::map<QString, JSONValue> m_pendingServerRequests;
+    std::optional<ApprovalPrompt> m_approval;
+    std::vector<ApprovalPrompt> m_queuedApprovals; // oldest first
+    PendingUserInputRequests m_pendingUserInput;
     bool m_started = false;
 };
 

@@ -63,10 +63,11 @@ void BridgeController::handleData(const QByteArray& data, const QString& peer)
             case BridgeMessageKind::Hello: failure = handleHello(message.body, peer); break;
             case BridgeMessageKind::PairingRequest: handlePairingRequest(peer); break;
             case BridgeMessageKind::Request: handleRequest(message, peer); break;
+            case BridgeMessageKind::ServerResponse: handleServerResponse(message, peer); break;
             case BridgeMessageKind::Ping:
                 failure = sendToPeer(messageOf(BridgeMessageKind::Response, message.id, {}, JSONValue("pong")), peer);
                 break;
-            default: break; // answers to approvals and questions, and kinds only the bridge sends
+            default: break; // kinds only the bridge sends
             }
         }
     }
@@ -195,6 +196,10 @@ void BridgeController::sendInitialState(const QString& peer)
                                                 {"sarvaneUpdatedAt", session.tokenUsage->updatedAt}})),
                    peer);
     }
+    // Open questions can still be answered by the newcomer; open approvals are not replayed.
+    for (const PendingUserInputRequests::Pending& entry : m_pendingUserInput.requests)
+        if (!entry.isSubmitting)
+            sendToPeer(PendingUserInputRequests::questionEvent(entry), peer);
 }
 
 // ---- bookkeeping

@@ -44,19 +44,9 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
 
 void BridgeController::handleNotification(const QString& method, const JSONValue& params)
 {
+    expireUserInput(method, params);
     m_workspace->handleNotification(method, params);
     broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, method, params});
-}
-
-// Requests of the engine that this program never handles are refused at once, so nothing waits.
-// Approvals and questions stay with the engine until they are answered.
-void BridgeController::handleServerRequest(const JSONValue& id, const QString& method, const JSONValue&)
-{
-    static const QStringList answered{QStringLiteral("item/commandExecution/requestApproval"),
-                                      QStringLiteral("item/fileChange/requestApproval"),
-                                      QStringLiteral("item/tool/requestUserInput")};
-    if (!answered.contains(method))
-        m_appServer->respondError(id, QStringLiteral("Nimbrel Bridge does not implement ") + method + QLatin1Char('.'));
 }
 
 } // namespace nimbrel

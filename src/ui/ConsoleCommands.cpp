@@ -7,35 +7,60 @@
 
 namespace nimbrel {
 
-ConsoleCommands::ConsoleCommands(BridgeController& controller, QObject* parent) : QObject(parent), m_controller(controller)
+ConsoleCommands::ConsoleCommands(BridgeController& controller,
+                                 std::function<void(const QString&)> print, QObject* parent)
+    : QObject(parent)
+    , m_controller(controller)
+    , m_print(std::move(print))
 {
+    if (!m_print)
+        m_print = [](const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(line)); };
     connect(new StandardInputLines(this), &StandardInputLines::lineRead, this,
-            [this](const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(run(line))); });
+            [this](const QString& line) { m_print(run(line)); });
+    connect(&m_controller, &BridgeController::approvalChanged, this,
+            &ConsoleCommands::showApproval);
+    connect(&m_controller, &BridgeController::pendingUserInputChanged, this,
+            &ConsoleCommands::showNewQuestions);
 }
 
 QString ConsoleCommands::run(const QString& line)
 {
-    const QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    const QString command = words.value(0), argument = words.value(1);
-    const auto pairing = m_controller.pairingRequestWithCode(argument);
-    if (command == QLatin1String("approve") || command == QLatin1String("reject")) {
-        if (!pairing)
-            return QStringLiteral("No pairing shows code %1.").arg(argument);
-        if (command == QLatin1String("approve")) {
-            m_controller.approvePairing(*pairing);
-            return QStringLiteral("Approved %1.").arg(argument);
-        }
-        m_controller.rejectPairing(*pairing);
-        return QStringLiteral("Rejected %1.").arg(argument);
-    }
+    const QString command = line.section(QLatin1Char(' '), 0, 0, QString::SectionSkipEmpty);
+    const QString rest = line.section(QLatin1Char(' '), 1, -1, QString::SectionSkipEmpty);
+    if (command == QLatin1String("approve") || command == QLatin1String("reject") ||
+        command == QLatin1String("forget"))
+        return runPairing(command, rest);
+    if (command == QLatin1String("accept"))
+        return decideApproval(QStringLiteral("accept"), rest);
+    if (command == QLatin1String("accept-session"))
+        return decideApproval(QStringLiteral("acceptForSession"), rest);
+    if (command == QLatin1String("decline"))
+        return decideApproval(QStringLiteral("decline"), rest);
+    if (command == QLatin1String("answer"))
+        return answerQuestion(rest);
+    return QStringLiteral(
+        "Commands: approve <code>, reject <code>, forget <device id>, accept [<id>], "
+        "accept-session [<id>], decline [<id>], answer <id> <reply> [| <reply>…].");
+}
+
+QString ConsoleCommands::runPairing(const QString& command, const QString& argument)
+{
     if (command == QLatin1String("forget")) {
         const auto peer = m_controller.trustedPeerWithID(argument);
         if (!peer)
-            return QStringLiteral("No trusted device has the id %1.").arg(argument);
+            return QStringLiteral("No trusted device has the id ") + argument + QLatin1Char('.');
         m_controller.forgetPeer(*peer);
-        return QStringLiteral("Forgot %1.").arg(argument);
+        return QStringLiteral("Forgot ") + argument + QLatin1Char('.');
     }
-    return QStringLiteral("Commands: approve <code>, reject <code>, forget <device id>.");
+    const auto pairing = m_controller.pairingRequestWithCode(argument);
+    if (!pairing)
+        return QStringLiteral("No pairing shows code ") + argument + QLatin1Char('.');
+    if (command == QLatin1String("approve")) {
+        m_controller.approvePairing(*pairing);
+        return QStringLiteral("Approved ") + argument + QLatin1Char('.');
+    }
+    m_controller.rejectPairing(*pairing);
+    return QStringLiteral("Rejected ") + argument + QLatin1Char('.');
 }
 
 } // namespace nimbrel

@@ -1,25 +1,46 @@
 #pragma once
 
 #include <QObject>
+#include <QSet>
+
+#include <functional>
 
 namespace nimbrel {
 
 class BridgeController;
 
 // Lines typed on standard input while there is no window:
-//   approve <code>    accept the pairing showing that code
-//   reject <code>     refuse it
-//   forget <deviceID> end a device's trust
+//   approve <code>                 accept the pairing showing that code
+//   reject <code>                  refuse it
+//   forget <deviceID>              end a device's trust
+//   accept | accept-session | decline [<id>]
+//                                  decide the approval shown (its id, or the start of it, to be
+//                                  sure)
+//   answer <id> <reply> [| <reply>…]
+//                                  answer a question: one reply per question, an option's number or
+//                                  a text
+// Approvals and questions are printed as they arrive, with their ids.
 class ConsoleCommands : public QObject {
     Q_OBJECT
 public:
-    explicit ConsoleCommands(BridgeController& controller, QObject* parent = nullptr);
+    // print takes every line meant for the user; by default standard error.
+    explicit ConsoleCommands(BridgeController& controller,
+                             std::function<void(const QString&)> print = {},
+                             QObject* parent = nullptr);
 
-    // The answer to one line, for standard error.
+    // The answer to one line.
     QString run(const QString& line);
 
 private:
+    QString runPairing(const QString& command, const QString& argument);
+    QString decideApproval(const QString& decision, const QString& id);
+    QString answerQuestion(const QString& arguments);
+    void showApproval();
+    void showNewQuestions();
+
     BridgeController& m_controller;
+    std::function<void(const QString&)> m_print;
+    QSet<QString> m_shownQuestions;
 };
 
 } // namespace nimbrel

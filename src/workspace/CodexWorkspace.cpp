@@ -291,13 +291,12 @@ void CodexWorkspace::setEngineReady(bool ready, const std::optional<QString>& me
         m_automaticRefreshTask.reset();
     }
     resetUsage();
-    for (auto& [id, state] : std::map(m_sessions)) {
-        if (state.userInputPrompts.empty())
-            continue;
-        CodexSessionState changed = state;
-        changed.userInputPrompts.clear();
-        storeSession(changed);
-    }
+    QStringList asking;
+    for (const auto& [id, state] : m_sessions)
+        if (!state.userInputPrompts.empty())
+            asking.append(id);
+    for (const QString& id : asking)
+        changeSession(id, [](CodexSessionState& session) { session.userInputPrompts.clear(); });
     for (const auto& [id, loadID] : std::map(m_transcriptLoadIDs)) {
         m_transcriptLoadIDs.erase(id);
         if (auto timeout = m_transcriptLoadTimeouts.find(id); timeout != m_transcriptLoadTimeouts.end()) {
@@ -360,8 +359,14 @@ void CodexWorkspace::automaticRefreshTick()
         refreshThreads();
 }
 
-void CodexWorkspace::handleNotification(const QString& method, const JSONValue&)
+void CodexWorkspace::handleNotification(const QString& method, const JSONValue& params)
 {
+    const std::optional<QString> threadID = stringAt(params, "threadId");
+    if (method == QLatin1String("sarvane/userInputResolved") && threadID) {
+        if (const std::optional<QString> requestID = stringAt(params, "requestId"))
+            removeUserInputPrompt(*requestID, *threadID);
+        return;
+    }
     if (method.startsWith(QStringLiteral("thread/")))
         refreshThreads();
 }
@@ -374,6 +379,17 @@ void CodexWorkspace::storeSession(const CodexSessionState& state)
     if (found != m_sessions.end() && found->second == state)
         return;
     m_sessions[state.threadID] = state;
+    emit sessionChanged(state.threadID);
+    emit sessionsChanged();
+}
+
+void CodexWorkspace::changeSession(const QString& id, const std::function<void(CodexSessionState&)>& change)
+{
+    auto found = m_sessions.find(id);
+    if (found == m_sessions.end())
+        found = m_sessions.emplace(id, newSession(id)).first;
+    change(found->second);
+    emit sessionChanged(id);
     emit sessionsChanged();
 }
 

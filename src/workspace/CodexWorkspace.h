@@ -37,8 +37,10 @@ class CodexWorkspace : public QObject {
 public:
     using RequestCompletion = AppServerClient::RequestCompletion;
     using Requester = std::function<void(const QString& method, const JSONValue& params, RequestCompletion completion)>;
-    using UserInputResponder = std::function<void(const QString& requestID, const JSONValue& response,
-                                                  std::function<void(const std::optional<AppServerError>&)> completion)>;
+    using AnswerCompletion = std::function<void(const std::optional<AppServerError>&)>;
+    using UserInputResponder = std::function<void(const QString& requestID, const JSONValue& response, AnswerCompletion completion)>;
+    // What became of a submitted answer: nothing once it has reached the engine, else why not.
+    using SubmitCompletion = std::function<void(const std::optional<QString>& error)>;
 
     static constexpr int threadListLimit = 100;
     static constexpr double usageRefreshSpacingSeconds = 60;
@@ -91,8 +93,19 @@ public:
     // The one way in for the engine's notifications.
     void handleNotification(const QString& method, const JSONValue& params);
 
+    // ---- the engine's questions, answered from this computer
+    void addUserInputPrompt(const UserInputRequest& request);
+    void removeUserInputPrompt(const QString& requestID, const QString& threadID);
+    void setUserInputDraft(const QString& requestID, const QString& threadID, const QString& questionID,
+                           const UserInputAnswerDraft& draft);
+    // done, where given, runs once the answer has been sent or has failed; not when nothing was sent.
+    void submitUserInput(const QString& requestID, const QString& threadID, SubmitCompletion done = {});
+    const UserInputPrompt* userInputPrompt(const QString& requestID, const QString& threadID) const;
+
     // Stores a session's changed copy; a session comes to exist on its first change.
     void storeSession(const CodexSessionState& state);
+    // Changes a session where it lives (making it first where needed) and announces which one.
+    void changeSession(const QString& id, const std::function<void(CodexSessionState&)>& change);
 
 signals:
     void threadsChanged();
@@ -100,6 +113,7 @@ signals:
     void openThreadIDsChanged();
     void selectedThreadIDChanged();
     void sessionsChanged();
+    void sessionChanged(const QString& threadID);
     void availableModelsChanged();
     void isLoadingModelsChanged();
     void modelLoadErrorChanged();

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "peer/JSONValue.h"
+#include "workspace/SessionRecords.h"
+
 #include <QString>
 
 #include <map>
@@ -30,7 +33,7 @@ struct UserInputRequest {
     QString threadID;
     QString turnID;
     std::vector<UserInputQuestion> questions;
-    bool isBlocking = false;
+    bool isBlocking = true;
 
     friend bool operator==(const UserInputRequest&, const UserInputRequest&) = default;
 };
@@ -52,5 +55,21 @@ struct UserInputPrompt {
 
     friend bool operator==(const UserInputPrompt&, const UserInputPrompt&) = default;
 };
+
+// The engine's params of "item/tool/requestUserInput" under a local id; nothing unless they hold a
+// thread, a turn and at least one question, each with an id of its own and a text.
+std::optional<UserInputRequest> parseUserInputRequest(const QString& id, const JSONValue& params);
+
+// Whether response answers every question of request and nothing else, each with one non-blank
+// text:
+// {"answers": {"<question id>": {"answers": ["<text>"]}}}.
+bool isCompleteResponse(const UserInputRequest& request, const JSONValue& response);
+
+// The response to the engine from the drafts of prompt, or nothing while a question lacks an
+// answer.
+std::optional<JSONValue> makeResponse(const UserInputPrompt& prompt);
+
+// The transcript entry that records the user's answers; a secret answer is never written in it.
+TranscriptEntry answersEntry(const UserInputPrompt& prompt);
 
 } // namespace nimbrel

@@ -2,6 +2,7 @@
 #include "platform/LaunchAtLogin.h"
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
+#include "support/PairedPeer.h"
 #include "support/RawWebSocket.h"
 #include "support/TemporaryHome.h"
 #include "support/TestPeer.h"
@@ -64,12 +65,7 @@ protected:
 
     std::unique_ptr<TestPeer> pairedPeer(const QString& transportName, const QString& helloName = "Test Phone")
     {
-        auto peer = greetedPeer(transportName, helloName);
-        peer->send({1, Kind::PairingRequest, {}, {}, {}});
-        EXPECT_TRUE(waitFor([&] { return controller->pairingRequests().size() == 1; }));
-        controller->approvePairing(controller->pairingRequests().front());
-        EXPECT_TRUE(peer->waitFor(Kind::PairingAccepted));
-        return peer;
+        return test::pairedPeer(*controller, port, transportName, helloName);
     }
 
     bool logged(const QString& line) const { return controller->logs().contains(line); }

@@ -274,6 +274,103 @@ TEST_F(CodexWorkspaceTest, RefreshesEveryFourSecondsWhileReadyAndNeverTwice)
     EXPECT_EQ(engine.count("thread/list"), before + 1);
 }
 
+UserInputRequest questionRequest(const char* threadID, bool blocking = true)
+{
+    const auto params = JSONValue::decode(QStringLiteral(R"({"threadId":"%1","turnId":"turn-1","isBlocking":%2,"questions":[
+        {"id":"db","header":"","question":"Which database?","options":[{"label":"Postgres","description":""}]},
+        {"id":"token","header":"","question":"Your token?","isSecret":true}]})")
+                                              .arg(QLatin1String(threadID), QLatin1String(blocking ? "true" : "false"))
+                                              .toStdString());
+    return *parseUserInputRequest(QStringLiteral("Q-") + QLatin1String(threadID), params.value());
+}
+
+TEST_F(CodexWorkspaceTest, AQuestionOpensItsSessionOnceAndLeavesWithItsActivityLine)
+{
+    auto workspace = makeWorkspace();
+    workspace->setEngineReady(true, {});
+    engine.answerLast(listResult({threadJSON("a")}));
+    ASSERT_EQ(workspace->selectedThreadID(), QStringLiteral("a"));
+
+    // A question of a session the list does not show: a tab, a placeholder and a fresh list.
+    workspace->addUserInputPrompt(questionRequest("new"));
+    workspace->addUserInputPrompt(questionRequest("new"));
+    EXPECT_EQ(workspace->sessionState("new").userInputPrompts.size(), 1u);
+    EXPECT_EQ(workspace->sessionState("new").activityText, QStringLiteral("Waiting for your answer…"));
+    EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "new"));
+    EXPECT_EQ(workspace->selectedThreadID(), QStringLiteral("a"));
+    const auto placeholder = workspace->threadForID("new");
+    ASSERT_TRUE(placeholder);
+    EXPECT_EQ(placeholder->title, "Question from Codex");
+    EXPECT_EQ(placeholder->preview, "Which database?");
+    EXPECT_EQ(placeholder->status, "active");
+    EXPECT_EQ(engine.count("thread/list"), 2);
+
+    // Leaving: "Codex is thinking…" while a turn runs, nothing once idle.
+    setRunning(*workspace, "new");
+    workspace->handleNotification("sarvane/userInputResolved", JSONValue::object({{"threadId", "new"}, {"requestId", "Q-new"}}));
+    EXPECT_TRUE(workspace->sessionState("new").userInputPrompts.empty());
+    EXPECT_EQ(workspace->sessionState("new").activityText, QStringLiteral("Codex is thinking…"));
+    workspace->addUserInputPrompt(questionRequest("a"));
+    workspace->removeUserInputPrompt("Q-a", "a");
+    EXPECT_FALSE(workspace->sessionState("a").activityText);
+    // A question that does not block leaves the activity line alone.
+    workspace->addUserInputPrompt(questionRequest("b", false));
+    EXPECT_FALSE(workspace->sessionState("b").activityText);
+}
+
+TEST_F(CodexWorkspaceTest, AnAnswerIsSentOnceRecordedWithoutSecretsAndKeptWhenItFails)
+{
+    auto workspace = makeWorkspace();
+    std::vector<std::pair<JSONValue, CodexWorkspace::AnswerCompletion>> sent;
+    workspace->userInputResponder = [&](const QString& id, const JSONValue& response, CodexWorkspace::AnswerCompletion done) {
+        EXPECT_EQ(id, "Q-a");
+        sent.emplace_back(response, std::move(done));
+    };
+    workspace->setEngineReady(true, {});
+    workspace->addUserInputPrompt(questionRequest("a"));
+    auto prompt = [&] { return *workspace->userInputPrompt("Q-a", "a"); };
+    std::vector<std::optional<QString>> outcomes;
+    auto submit = [&] { workspace->submitUserInput("Q-a", "a", [&](const std::optional<QString>& error) { outcomes.push_back(error); }); };
+
+    workspace->setUserInputDraft("Q-a", "a", "db", {0, false, {}});
+    submit(); // the secret question has no answer yet
+    EXPECT_TRUE(sent.empty());
+    workspace->setUserInputDraft("Q-a", "a", "token", {std::nullopt, false, "hunter2"});
+    submit();
+    submit();
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].first, JSONValue::decode(R"({"answers":{"db":{"answers":["Postgres"]},"token":{"answers":["hunter2"]}}})").value());
+    EXPECT_TRUE(prompt().isSubmitting);
+    workspace->setUserInputDraft("Q-a", "a", "token", {std::nullopt, false, "changed"}); // ignored while sending
+    EXPECT_EQ(prompt().drafts.at("token").text, "hunter2");
+
+    sent[0].second(AppServerError::server("Write failed: Broken pipe"));
+    EXPECT_FALSE(prompt().isSubmitting);
+    EXPECT_EQ(prompt().errorMessage, QStringLiteral("Write failed: Broken pipe"));
+    EXPECT_EQ(prompt().drafts.at("token").text, "hunter2");
+    workspace->setUserInputDraft("Q-a", "a", "db", {0, false, {}}); // editing clears the error
+    EXPECT_FALSE(prompt().errorMessage);
+
+    submit();
+    ASSERT_EQ(sent.size(), 2u);
+    sent[1].second(std::nullopt);
+    EXPECT_FALSE(workspace->userInputPrompt("Q-a", "a"));
+    const CodexSessionState session = workspace->sessionState("a");
+    ASSERT_EQ(session.transcript.size(), 1u);
+    EXPECT_EQ(session.transcript[0].text, "Which database?\nPostgres\n\nYour token?\n[Private response sent]");
+    EXPECT_THAT(outcomes, ElementsAre(QStringLiteral("Write failed: Broken pipe"), std::nullopt));
+
+    // With no way to the engine the failure is the workspace's own; with the engine down, nothing happens.
+    workspace->userInputResponder = nullptr;
+    workspace->addUserInputPrompt(questionRequest("b"));
+    workspace->setUserInputDraft("Q-b", "b", "db", {0, false, {}});
+    workspace->setUserInputDraft("Q-b", "b", "token", {std::nullopt, false, "x"});
+    workspace->submitUserInput("Q-b", "b");
+    EXPECT_EQ(workspace->userInputPrompt("Q-b", "b")->errorMessage, QStringLiteral("The Codex connection is unavailable."));
+    workspace->setEngineReady(false, {});
+    EXPECT_FALSE(workspace->userInputPrompt("Q-b", "b"));
+}
+
 TEST(CodexWorkspaceEndToEnd, TheControllerFeedsTheWorkspaceFromTheEngine)
 {
     TemporaryHome home;

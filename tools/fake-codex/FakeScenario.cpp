@@ -58,3 +58,17 @@ JSONValue FakeScenario::notificationActions(const std::string& method) const
             return *found;
     return JSONValue::array({});
 }
+
+JSONValue FakeScenario::cuedActions(const std::string& encodedParams) const
+{
+    std::vector<JSONValue> cued;
+    if (const JSONValue* cues = engine.find("cues"))
+        for (const JSONValue& cue : cues->items()) {
+            const JSONValue* word = cue.find("when");
+            const JSONValue* actions = cue.find("actions");
+            if (word && actions && encodedParams.find(word->stringView().value_or("\x01")) != std::string::npos)
+                for (const JSONValue& action : actions->items())
+                    cued.push_back(action);
+        }
+    return JSONValue::array(std::move(cued));
+}

@@ -16,7 +16,11 @@
 //               "methods": {"name": handler or [handler...] (one per call, the last repeats)},
 //               "defaultHandler": handler,              for unlisted methods; {"result": {}}
 //               "notifications": {"name": [action...]},
-//               "responses": [action...],               on each answer to a server request
+//               "responses": [action...],               on each answer to a server request; the
+//                                                       text "$id" in them stands for its id
+//               "cues": [{"when": "word", "actions": [action...]}, ...]
+//                                                       after replying to a request whose params
+//                                                       hold the word (a turn/start text, say)
 //               "onEof": [action...] }                  default: exit 0
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
@@ -32,4 +36,6 @@ struct FakeScenario {
     nimbrel::JSONValue handlerFor(const std::string& method, int call) const;
     nimbrel::JSONValue actions(const char* key) const;
     nimbrel::JSONValue notificationActions(const std::string& method) const;
+    // The actions of every cue whose word appears in the encoded params, in the scenario's order.
+    nimbrel::JSONValue cuedActions(const std::string& encodedParams) const;
 };

@@ -129,6 +129,27 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
         send(JSONValue::object({{"id", id}, {"result", *result}}));
     if (const JSONValue* after = handler.find("after"))
         perform(*after);
+    perform(scenario.cuedActions(*params.encode()));
+}
+
+// value with every text "$id" replaced by id.
+JSONValue withID(const JSONValue& value, const JSONValue& id)
+{
+    if (value.stringView() == std::string_view("$id"))
+        return id;
+    if (value.isArray()) {
+        std::vector<JSONValue> items;
+        for (const JSONValue& item : value.items())
+            items.push_back(withID(item, id));
+        return JSONValue::array(std::move(items));
+    }
+    if (value.isObject()) {
+        std::vector<std::pair<std::string, JSONValue>> members;
+        for (const auto& member : value.members())
+            members.emplace_back(std::string(member.name()), withID(member.value, id));
+        return JSONValue::object(std::move(members));
+    }
+    return value;
 }
 
 int printVersion(const FakeScenario& scenario)
@@ -192,7 +213,7 @@ int main(int argc, char** argv)
             else
                 perform(scenario.notificationActions(name));
         } else if (id) {
-            perform(scenario.actions("responses"));
+            perform(withID(scenario.actions("responses"), *id));
         }
     }
     record(JSONValue::object({{"launch", launchNumber}, {"event", "eof"}}));

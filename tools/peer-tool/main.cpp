@@ -296,6 +296,23 @@ private:
     bool m_helloSent = false;
 };
 
+// The words of a typed command. The JSON of call and answer may hold blanks: after the verb and
+// the id or method, the rest is one word, except that answer's last word is its method when the
+// JSON is whole without it.
+QStringList commandWords(const QString& line)
+{
+    QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    const QString verb = words.value(0);
+    if (words.size() <= 3 || (verb != QLatin1String("call") && verb != QLatin1String("answer")))
+        return words;
+    const QString rest = QStringList(words.mid(2)).join(QLatin1Char(' '));
+    if (verb == QLatin1String("answer") && !JSONValue::decode(rest.toStdString()).ok()) {
+        const QString json = QStringList(words.mid(2, words.size() - 3)).join(QLatin1Char(' '));
+        return QStringList{verb, words[1], json, words.last()};
+    }
+    return QStringList{verb, words[1], rest};
+}
+
 QString defaultStateFolder()
 {
     QString data = qEnvironmentVariable("XDG_DATA_HOME");
@@ -320,7 +337,8 @@ int main(int argc, char** argv)
         {QStringLiteral("port"), QStringLiteral("Port of the bridge (48215)."), QStringLiteral("port"), QStringLiteral("48215")},
         {QStringLiteral("name"), QStringLiteral("This device's name."), QStringLiteral("name")},
         {QStringLiteral("state"), QStringLiteral("Folder for this device's key and id."), QStringLiteral("folder")},
-        {QStringLiteral("answer"), QStringLiteral("Answer every serverRequest with this JSON body."), QStringLiteral("json")},
+        {QStringLiteral("answer"), QStringLiteral("Answer every approval (serverRequest) with this JSON body, "
+                                                  "for example {\"decision\":\"accept\"}."), QStringLiteral("json")},
     });
     parser.addPositionalArgument(QStringLiteral("command"),
                                  QStringLiteral("pair | call METHOD [PARAMS-JSON] | watch | forget-bridge ID"));
@@ -369,11 +387,7 @@ int main(int argc, char** argv)
     if (command.isEmpty()) {
         auto* input = new StandardInputLines(&app);
         QObject::connect(input, &StandardInputLines::lineRead, [&](const QString& line) {
-            // The JSON argument of call may hold blanks: split off the verb and the method only.
-            QStringList words = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-            if (words.size() > 3 && words[0] == QLatin1String("call"))
-                words = QStringList{words[0], words[1], QStringList(words.mid(2)).join(QLatin1Char(' '))};
-            session.command(words);
+            session.command(commandWords(line));
         });
     }
     return app.exec();

@@ -1,0 +1,224 @@
+// The engine's approvals and questions: held under local ids, shown here, offered to every
+// authorised peer, answered once by whoever answers first, dropped when no longer wanted.
+#include "bridge/BridgeController.h"
+
+#include "platform/TextFormatting.h"
+#include "workspace/SessionParsers.h"
+
+#include <QPointer>
+
+namespace nimbrel {
+
+namespace {
+
+BridgeMessage eventOf(const QString& method, JSONValue body)
+{
+    return BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, method,
+                         std::move(body)};
+}
+
+} // namespace
+
+const QStringList& BridgeController::approvalMethods()
+{
+    static const QStringList methods{QStringLiteral("item/commandExecution/requestApproval"),
+                                     QStringLiteral("item/fileChange/requestApproval")};
+    return methods;
+}
+
+// ---- arrival
+
+void BridgeController::handleServerRequest(const JSONValue& id, const QString& method,
+                                           const JSONValue& params)
+{
+    if (method == questionMethod) {
+        const std::optional<PendingUserInputRequests::Pending> entry =
+            m_pendingUserInput.add(id, params);
+        if (!entry) {
+            m_appServer->respondError(id, QStringLiteral("The question request is malformed."));
+            return;
+        }
+        emit pendingUserInputChanged();
+        m_workspace->addUserInputPrompt(entry->request);
+        broadcast(PendingUserInputRequests::questionEvent(*entry));
+        return;
+    }
+    if (!approvalMethods().contains(method)) {
+        m_appServer->respondError(id, QStringLiteral("Nimbrel Bridge does not implement ") +
+                                          method + QLatin1Char('.'));
+        return;
+    }
+    const QString localID = randomUUIDText();
+    m_pendingServerRequests[localID] = id;
+    ApprovalPrompt prompt = makeApprovalPrompt(localID, method, params);
+    if (!m_approval) {
+        setApproval(std::move(prompt));
+    } else {
+        m_queuedApprovals.push_back(std::move(prompt));
+        emit queuedApprovalsChanged();
+    }
+    // Every peer hears of every approval at once; the queue is only how this computer shows them.
+    broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::ServerRequest, localID,
+                            method, params});
+}
+
+// ---- approvals
+
+void BridgeController::respondToApproval(const QString& decision)
+{
+    if (!m_approval)
+        return;
+    const auto pending = m_pendingServerRequests.find(m_approval->id);
+    if (pending == m_pendingServerRequests.end())
+        return;
+    const JSONValue serverID = pending->second;
+    m_pendingServerRequests.erase(pending);
+    showNextApproval();
+    m_appServer->respond(serverID, JSONValue::object({{"decision", decision}}));
+}
+
+void BridgeController::showNextApproval()
+{
+    if (m_queuedApprovals.empty())
+        return setApproval(std::nullopt);
+    ApprovalPrompt next = std::move(m_queuedApprovals.front());
+    m_queuedApprovals.erase(m_queuedApprovals.begin());
+    emit queuedApprovalsChanged();
+    setApproval(std::move(next));
+}
+
+void BridgeController::setApproval(std::optional<ApprovalPrompt> prompt)
+{
+    if (m_approval == prompt)
+        return;
+    m_approval = std::move(prompt);
+    emit approvalChanged();
+}
+
+void BridgeController::handleServerResponse(const BridgeMessage& message, const QString& peer)
+{
+    if (message.method == questionMethod)
+        return answerQuestionFromPeer(message, peer);
+    if (!isAuthorized(peer) || !message.id)
+        return;
+    // Taking the entry out is what makes the first answer win.
+    const auto pending = m_pendingServerRequests.find(*message.id);
+    if (pending == m_pendingServerRequests.end())
+        return;
+    const JSONValue serverID = pending->second;
+    m_pendingServerRequests.erase(pending);
+    if (m_approval && m_approval->id == *message.id) {
+        showNextApproval();
+    } else if (std::erase_if(m_queuedApprovals, [&](const ApprovalPrompt& prompt) {
+                   return prompt.id == *message.id;
+               }) > 0) {
+        emit queuedApprovalsChanged();
+    }
+    // The answer passes to the engine as the peer wrote it.
+    m_appServer->respond(serverID,
+                         message.body.value_or(JSONValue::object({{"decision", "decline"}})));
+}
+
+// ---- questions
+
+void BridgeController::answerQuestionFromPeer(const BridgeMessage& message, const QString& peer)
+{
+    if (!isAuthorized(peer) || !message.id)
+        return;
+    const QString id = *message.id;
+    QPointer<BridgeController> self(this);
+    answerUserInput(id, message.body.value_or(JSONValue()),
+                    [self, id, peer](const std::optional<AppServerError>& error) {
+                        if (!self)
+                            return;
+                        self->sendToPeer(
+                            error
+                                ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id,
+                                                std::nullopt, JSONValue(error->text())}
+                                : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response,
+                                                id, std::nullopt, JSONValue::object({})},
+                            peer);
+                    });
+}
+
+void BridgeController::answerUserInput(const QString& requestID, const JSONValue& response,
+                                       CodexWorkspace::AnswerCompletion completion)
+{
+    const std::optional<PendingUserInputRequests::Pending> entry =
+        m_appServerReady ? m_pendingUserInput.beginAnswer(requestID, response) : std::nullopt;
+    if (!entry) {
+        completion(AppServerError::server(questionClosedText));
+        return;
+    }
+    QPointer<BridgeController> self(this);
+    m_appServer->respond(entry->serverID, response,
+                         [self, requestID, completion](const std::optional<AppServerError>& error) {
+                             if (!self)
+                                 return;
+                             // A failed write leaves the question open for anyone to answer again.
+                             if (error)
+                                 self->m_pendingUserInput.endAnswer(requestID);
+                             else
+                                 self->finishUserInput(requestID);
+                             completion(error);
+                         });
+}
+
+void BridgeController::finishUserInput(const QString& requestID)
+{
+    if (const std::optional<PendingUserInputRequests::Pending> entry =
+            m_pendingUserInput.remove(requestID))
+        announceQuestionClosed(*entry);
+}
+
+void BridgeController::announceQuestionClosed(const PendingUserInputRequests::Pending& entry)
+{
+    emit pendingUserInputChanged();
+    const JSONValue body =
+        JSONValue::object({{"threadId", entry.request.threadID}, {"requestId", entry.request.id}});
+    const QString method = QStringLiteral("sarvane/userInputResolved");
+    m_workspace->handleNotification(method, body);
+    broadcast(eventOf(method, body));
+}
+
+// The engine has ended these questions itself, so it is told nothing.
+void BridgeController::expireUserInput(const QString& method, const JSONValue& params)
+{
+    QStringList closed;
+    for (const PendingUserInputRequests::Pending& entry : m_pendingUserInput.requests)
+        if (closesQuestion(entry, method, params))
+            closed.append(entry.request.id);
+    for (const QString& id : closed)
+        finishUserInput(id);
+}
+
+// ---- for the views
+
+namespace {
+
+QVariantMap approvalVariant(const ApprovalPrompt& prompt)
+{
+    return QVariantMap{{"id", prompt.id},
+                       {"method", prompt.method},
+                       {"title", prompt.title},
+                       {"detail", prompt.detail},
+                       {"command", prompt.command.value_or(QString())},
+                       {"cwd", prompt.cwd.value_or(QString())}};
+}
+
+} // namespace
+
+QVariantMap BridgeController::approvalMap() const
+{
+    return m_approval ? approvalVariant(*m_approval) : QVariantMap();
+}
+
+QVariantList BridgeController::queuedApprovalList() const
+{
+    QVariantList list;
+    for (const ApprovalPrompt& prompt : m_queuedApprovals)
+        list.append(approvalVariant(prompt));
+    return list;
+}
+
+} // namespace nimbrel

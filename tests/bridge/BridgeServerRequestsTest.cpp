@@ -1,0 +1,314 @@
+#include "bridge/BridgeController.h"
+#include "support/EventLoop.h"
+#include "support/FakeEngine.h"
+#include "support/PairedPeer.h"
+#include "support/TemporaryHome.h"
+#include "support/VirtualScheduler.h"
+
+#include <QRegularExpression>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+using Kind = BridgeMessageKind;
+using ::testing::ElementsAre;
+
+namespace {
+
+JSONValue decoded(const char* text)
+{
+    return JSONValue::decode(text).value();
+}
+
+JSONValue serverRequest(JSONValue id, const char* method, const char* params)
+{
+    return JSONValue::object(
+        {{"send", JSONValue::object(
+                      {{"id", std::move(id)}, {"method", method}, {"params", decoded(params)}})}});
+}
+
+JSONValue notification(const char* method, const char* params)
+{
+    return JSONValue::object(
+        {{"send", JSONValue::object({{"method", method}, {"params", decoded(params)}})}});
+}
+
+JSONValue cue(const char* word, std::vector<JSONValue> actions)
+{
+    return JSONValue::object({{"when", word}, {"actions", JSONValue::array(std::move(actions))}});
+}
+
+const char* commandParams =
+    R"({"threadId":"thr_1","turnId":"turn_1","itemId":"call_1","command":"make test","cwd":"/work"})";
+const char* questionParams =
+    R"({"threadId":"thr_1","turnId":"turn_1","itemId":"call_2","isBlocking":true,
+    "questions":[{"id":"name","header":"","question":"Name?","isOther":true,"isSecret":false}]})";
+const char* closedText =
+    "This question has already closed, is being answered, or has an incomplete answer.";
+
+// The engine sends its server requests when a turn/start text holds a cue word.
+JSONValue serverRequestScenario()
+{
+    return JSONValue::object({
+        {"cues",
+         JSONValue::array({
+             cue("two-approvals",
+                 {serverRequest(0, "item/commandExecution/requestApproval", commandParams),
+                  serverRequest(
+                      "file-1", "item/fileChange/requestApproval",
+                      R"({"threadId":"thr_1","turnId":"turn_1","itemId":"call_3","reason":null})")}),
+             cue("ask", {serverRequest(7, "item/tool/requestUserInput", questionParams)}),
+             cue("other-request",
+                 {serverRequest(9, "item/tool/call", R"({"tool":"x"})"),
+                  serverRequest(10, "item/tool/requestUserInput", R"({"threadId":"thr_1"})")}),
+             cue("complete",
+                 {notification(
+                     "turn/completed",
+                     R"({"threadId":"thr_1","turn":{"id":"turn_1","status":"completed"}})")}),
+             cue("crash", {JSONValue::object({{"exit", 3}})}),
+             cue("deaf", {JSONValue::object({{"closeStdin", true}})}),
+         })},
+        {"onEof", JSONValue::array({JSONValue::object({{"sleepMs", 3000}})})},
+    });
+}
+
+class BridgeServerRequestsTest : public ::testing::Test {
+protected:
+    BridgeServerRequestsTest()
+        : engine(serverRequestScenario())
+        , defaults(home.filePath("defaults.ini"))
+    {
+        home.makeLink("bin/codex", FakeEngine::executablePath());
+        home.setPath(home.filePath("bin"));
+        controller = std::make_unique<BridgeController>(
+            scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
+            SecretStore(home.filePath("secrets")));
+        controller->startOnce();
+        EXPECT_TRUE(waitFor([&] { return controller->appServerReady(); }));
+        port = controller->link().listeningPort();
+        first = pairedPeer(*controller, port, "First", "First Phone");
+        second = pairedPeer(*controller, port, "Second", "Second Phone");
+    }
+
+    void say(const char* word)
+    {
+        controller->appServer().request("turn/start",
+                                        JSONValue::object({{"threadId", "thr_1"}, {"text", word}}),
+                                        [](const AppServerClient::RequestResult&) {});
+    }
+
+    // What the engine read that was no request of the bridge's own: answers and refusals.
+    std::vector<JSONValue> answers() const
+    {
+        std::vector<JSONValue> found;
+        for (const JSONValue& message : engine.received())
+            if (!message.contains("method"))
+                found.push_back(message);
+        return found;
+    }
+
+    static void answer(TestPeer& peer, const QString& id, std::optional<JSONValue> body,
+                       std::optional<QString> method = {})
+    {
+        peer.send({1, Kind::ServerResponse, id, std::move(method), std::move(body)});
+    }
+
+    TemporaryHome home;
+    FakeEngine engine;
+    SettingsUserDefaults defaults;
+    VirtualScheduler scheduler;
+    std::unique_ptr<BridgeController> controller;
+    quint16 port = 0;
+    std::unique_ptr<TestPeer> first, second;
+};
+
+TEST_F(BridgeServerRequestsTest, ApprovalsReachEveryPeerAndTheFirstAnswerWins)
+{
+    say("two-approvals");
+    ASSERT_TRUE(waitFor([&] {
+        return first->count(Kind::ServerRequest) == 2 && second->count(Kind::ServerRequest) == 2;
+    }));
+    const BridgeMessage command = *first->waitFor(Kind::ServerRequest);
+    const BridgeMessage files =
+        *first->waitFor(Kind::ServerRequest, {},
+                        1 + std::find(first->received.begin(), first->received.end(), command) -
+                            first->received.begin());
+    EXPECT_EQ(command.method, QStringLiteral("item/commandExecution/requestApproval"));
+    EXPECT_EQ(command.body, decoded(commandParams));
+    EXPECT_TRUE(QRegularExpression("^[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}$")
+                    .match(*command.id)
+                    .hasMatch())
+        << command.id->toStdString();
+    EXPECT_NE(command.id, files.id);
+    EXPECT_EQ(second->waitFor(Kind::ServerRequest)->id, command.id);
+
+    // This computer shows the first and queues the second.
+    ASSERT_TRUE(controller->approval());
+    EXPECT_EQ(controller->approval()->id, *command.id);
+    EXPECT_EQ(controller->approval()->command, QStringLiteral("make test"));
+    ASSERT_EQ(controller->queuedApprovals().size(), 1u);
+    EXPECT_EQ(controller->queuedApprovals()[0].id, *files.id);
+
+    // A peer answers the queued one; an answer on the question path gets the failure text and
+    // changes nothing; a late second answer finds nothing to answer.
+    answer(*second, *files.id, decoded(R"({"decision":"accept"})"));
+    answer(*first, *command.id, decoded(R"({"answers":{}})"), BridgeController::questionMethod);
+    const auto refused = first->waitFor(Kind::Error);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->body, JSONValue(closedText));
+    answer(*first, *files.id, decoded(R"({"decision":"decline"})"));
+    ASSERT_TRUE(waitFor([&] { return controller->queuedApprovals().empty(); }));
+    EXPECT_EQ(controller->approval()->id, *command.id);
+
+    // The user answers the shown one here; the peer that answers later changes nothing.
+    controller->respondToApproval("acceptForSession");
+    EXPECT_FALSE(controller->approval());
+    answer(*second, *command.id, decoded(R"({"decision":"decline"})"));
+    ASSERT_TRUE(waitFor([&] { return answers().size() >= 2; }));
+    settle(150);
+    EXPECT_THAT(answers(),
+                ElementsAre(decoded(R"({"id":"file-1","result":{"decision":"accept"}})"),
+                            decoded(R"({"id":0,"result":{"decision":"acceptForSession"}})")));
+
+    // An answer without a body declines; a peer that is not paired is not heard.
+    say("two-approvals");
+    ASSERT_TRUE(waitFor([&] { return controller->queuedApprovals().size() == 1; }));
+    TestPeer stranger(port, "Stranger");
+    ASSERT_TRUE(stranger.waitFor(Kind::Hello));
+    answer(stranger, controller->approval()->id, decoded(R"({"decision":"accept"})"));
+    answer(*first, controller->queuedApprovals()[0].id, std::nullopt);
+    ASSERT_TRUE(waitFor([&] { return answers().size() == 3; }));
+    EXPECT_EQ(answers()[2], decoded(R"({"id":"file-1","result":{"decision":"decline"}})"));
+    settle(100);
+    EXPECT_EQ(answers().size(), 3u);
+    EXPECT_TRUE(controller->approval());
+}
+
+TEST_F(BridgeServerRequestsTest, RequestsOfOtherMethodsAndMalformedQuestionsAreRefusedAtOnce)
+{
+    say("other-request");
+    ASSERT_TRUE(waitFor([&] { return answers().size() == 2; }));
+    EXPECT_EQ(
+        answers()[0],
+        decoded(
+            R"({"id":9,"error":{"code":-32601,"message":"Nimbrel Bridge does not implement item/tool/call."}})"));
+    EXPECT_EQ(
+        answers()[1],
+        decoded(
+            R"({"id":10,"error":{"code":-32601,"message":"The question request is malformed."}})"));
+    EXPECT_EQ(first->count(Kind::ServerRequest), 0u);
+    EXPECT_EQ(first->count(Kind::Event, "sarvane/userInputRequest"), 0u);
+    EXPECT_FALSE(controller->approval());
+}
+
+TEST_F(BridgeServerRequestsTest, AQuestionIsAnsweredOnceByWhoeverAnswersFirst)
+{
+    say("ask");
+    say("ask"); // the same engine id again: one question, offered twice under one local id
+    ASSERT_TRUE(
+        waitFor([&] { return second->count(Kind::Event, "sarvane/userInputRequest") == 2; }));
+    ASSERT_EQ(controller->pendingUserInput().requests.size(), 1u);
+    const QString id = controller->pendingUserInput().requests[0].request.id;
+    EXPECT_EQ(first->waitFor(Kind::Event, "sarvane/userInputRequest")->id, id);
+    EXPECT_EQ(first->waitFor(Kind::Event, "sarvane/userInputRequest")->body,
+              decoded(questionParams));
+    ASSERT_TRUE(controller->workspace().userInputPrompt(id, "thr_1"));
+
+    const JSONValue reply = decoded(R"({"answers":{"name":{"answers":["Ada"]}}})");
+    answer(*first, id, decoded(R"({"answers":{"name":{"answers":[" "]}}})"),
+           BridgeController::questionMethod);
+    ASSERT_TRUE(first->waitFor(Kind::Error));
+    EXPECT_EQ(first->waitFor(Kind::Error)->body, JSONValue(closedText));
+    const std::size_t before = first->received.size();
+    answer(*first, id, reply, BridgeController::questionMethod);
+    answer(*second, id, reply, BridgeController::questionMethod);
+
+    // The answerer hears the closing event, then its own reply; the other hears the event and the
+    // refusal.
+    const auto done = first->waitFor(Kind::Response, {}, before);
+    ASSERT_TRUE(done);
+    EXPECT_EQ(done->id, id);
+    EXPECT_EQ(done->body, JSONValue::object({}));
+    const auto resolved = first->waitFor(Kind::Event, "sarvane/userInputResolved", before);
+    ASSERT_TRUE(resolved);
+    EXPECT_LT(std::find(first->received.begin(), first->received.end(), *resolved),
+              std::find(first->received.begin(), first->received.end(), *done));
+    EXPECT_EQ(resolved->body, JSONValue::object({{"threadId", "thr_1"}, {"requestId", id}}));
+    EXPECT_TRUE(second->waitFor(Kind::Event, "sarvane/userInputResolved"));
+    const auto late = second->waitFor(Kind::Error);
+    ASSERT_TRUE(late);
+    EXPECT_EQ(late->body, JSONValue(closedText));
+    EXPECT_FALSE(controller->workspace().userInputPrompt(id, "thr_1"));
+    EXPECT_TRUE(controller->pendingUserInput().requests.empty());
+    EXPECT_THAT(answers(), ElementsAre(JSONValue::object({{"id", 7}, {"result", reply}})));
+
+    // A peer that comes while a question is open is offered it; the engine then closes it itself.
+    say("ask");
+    ASSERT_TRUE(waitFor([&] { return controller->pendingUserInput().requests.size() == 1; }));
+    auto late_comer = pairedPeer(*controller, port, "Third", "Third Phone");
+    const auto offered = late_comer->waitFor(Kind::Event, "sarvane/userInputRequest");
+    ASSERT_TRUE(offered);
+    say("complete");
+    const auto closed = late_comer->waitFor(Kind::Event, "sarvane/userInputResolved");
+    ASSERT_TRUE(closed);
+    EXPECT_EQ(closed->body,
+              JSONValue::object({{"threadId", "thr_1"}, {"requestId", *offered->id}}));
+    // The event that closes it goes out before the engine's own notification.
+    EXPECT_LT(std::find(late_comer->received.begin(), late_comer->received.end(), *closed),
+              std::find(late_comer->received.begin(), late_comer->received.end(),
+                        *late_comer->waitFor(Kind::Event, "turn/completed")));
+    EXPECT_TRUE(controller->pendingUserInput().requests.empty());
+    settle(100);
+    EXPECT_EQ(answers().size(), 1u);
+}
+
+TEST_F(BridgeServerRequestsTest, TheEnginesFallEmptiesEverythingItAsked)
+{
+    say("two-approvals");
+    say("ask");
+    ASSERT_TRUE(waitFor([&] {
+        return controller->pendingUserInput().requests.size() == 1 &&
+               controller->queuedApprovals().size() == 1;
+    }));
+    const QString question = controller->pendingUserInput().requests[0].request.id;
+    say("crash");
+    ASSERT_TRUE(waitFor([&] { return !controller->appServerReady(); }));
+    EXPECT_FALSE(controller->approval());
+    EXPECT_TRUE(controller->queuedApprovals().empty());
+    EXPECT_TRUE(controller->pendingUserInput().requests.empty());
+    EXPECT_FALSE(controller->workspace().userInputPrompt(question, "thr_1"));
+
+    const std::size_t before = first->received.size();
+    answer(*first, question, decoded(R"({"answers":{"name":{"answers":["Ada"]}}})"),
+           BridgeController::questionMethod);
+    const auto refused = first->waitFor(Kind::Error, {}, before);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->body, JSONValue(closedText));
+}
+
+TEST_F(BridgeServerRequestsTest, AnAnswerThatCannotBeWrittenLeavesTheQuestionOpen)
+{
+    say("ask");
+    ASSERT_TRUE(waitFor([&] { return controller->pendingUserInput().requests.size() == 1; }));
+    const QString id = controller->pendingUserInput().requests[0].request.id;
+    say("deaf");
+    ASSERT_TRUE(waitFor([&] {
+        const auto records = engine.records();
+        return std::any_of(records.begin(), records.end(), [](const JSONValue& entry) {
+            return entry.find("event") && *entry.find("event") == JSONValue("eof");
+        });
+    }));
+    answer(*first, id, decoded(R"({"answers":{"name":{"answers":["Ada"]}}})"),
+           BridgeController::questionMethod);
+    const auto failed = first->waitFor(Kind::Error);
+    ASSERT_TRUE(failed);
+    EXPECT_TRUE(failed->body->stringValue()->startsWith("Write failed:"))
+        << failed->body->textFormUtf8();
+    ASSERT_EQ(controller->pendingUserInput().requests.size(), 1u);
+    EXPECT_FALSE(controller->pendingUserInput().requests[0].isSubmitting);
+    EXPECT_EQ(second->count(Kind::Event, "sarvane/userInputResolved"), 0u);
+}
+
+} // namespace
