@@ -49,11 +49,12 @@ public:
     bool waitForExit() { return waitFor([&] { return m_process.state() == QProcess::NotRunning; }); }
     int exitCode() const { return m_process.exitCode(); }
     bool saysOnOutput(const QString& text) { return waitFor([&] { return out.contains(text); }); }
-    QString captured(const QString& pattern)
+    // The first group of pattern's first match on standard error (or output), waiting for one.
+    QString captured(const QString& pattern, const QString Running::*stream = &Running::err)
     {
         QString found;
         waitFor([&] {
-            const auto match = QRegularExpression(pattern).match(err);
+            const auto match = QRegularExpression(pattern).match(this->*stream);
             found = match.hasMatch() ? match.captured(1) : QString();
             return !found.isEmpty();
         });
@@ -109,12 +110,36 @@ protected:
         return peer;
     }
 
-    std::unique_ptr<Running> startPeer(const QString& port, const QStringList& command = {})
+    std::unique_ptr<Running> startPeer(const QString& port, const QStringList& command = {},
+                                       const QString& name = "Test Phone", const QString& state = "peer-state")
     {
         return std::make_unique<Running>(NIMBREL_PEER_PATH,
-                                         QStringList{"--host", "127.0.0.1", "--port", port, "--name", "Test Phone",
-                                                     "--state", home.filePath("peer-state")} + command,
+                                         QStringList{"--host", "127.0.0.1", "--port", port, "--name", name,
+                                                     "--state", home.filePath(state)} + command,
                                          environment);
+    }
+
+    // nimbrel-peer paired with the running bridge: it asks, the bridge's console approves the code.
+    std::unique_ptr<Running> pairedTool(Running& bridge, const QString& port, const QString& name)
+    {
+        auto peer = startPeer(port, {}, name, name);
+        peer->type("pair");
+        const QString code = peer->captured("Pairing code: (\\d{6})");
+        EXPECT_EQ(code.size(), 6) << peer->err.toStdString();
+        EXPECT_TRUE(bridge.saysOnError("Pairing requested by " + name + ". Compare code " + code + "."));
+        bridge.type("approve " + code);
+        EXPECT_TRUE(peer->saysOnOutput(R"("kind":"pairingAccepted")")) << peer->err.toStdString();
+        return peer;
+    }
+
+    // The answers to its own requests that the engine read.
+    std::vector<JSONValue> engineAnswers() const
+    {
+        std::vector<JSONValue> answers;
+        for (const JSONValue& message : engine.received())
+            if (message.contains("result") && !message.contains("method"))
+                answers.push_back(message);
+        return answers;
     }
 
     TemporaryHome home;
@@ -127,13 +152,7 @@ TEST_F(BridgeEndToEndTest, PeerPairsCallsWatchesAndIsRecognisedAfterARestart)
     QString port;
     {
         auto bridge = startBridge(&port);
-        auto peer = startPeer(port);
-        peer->type("pair");
-        const QString code = peer->captured("Pairing code: (\\d{6})");
-        ASSERT_EQ(code.size(), 6) << peer->err.toStdString();
-        ASSERT_TRUE(bridge->saysOnError(QStringLiteral("Pairing requested by Test Phone. Compare code %1.").arg(code)));
-        bridge->type("approve " + code);
-        ASSERT_TRUE(peer->saysOnOutput(R"("kind":"pairingAccepted")")) << peer->err.toStdString();
+        auto peer = pairedTool(*bridge, port, "Test Phone");
         ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"event","method":"sarvane/engineStatus","body":{"ready":true,"status":"Codex app-server ready"}})"));
         EXPECT_TRUE(bridge->saysOnError("Paired Test Phone."));
 
@@ -150,7 +169,7 @@ TEST_F(BridgeEndToEndTest, PeerPairsCallsWatchesAndIsRecognisedAfterARestart)
 
     // Both programs again: the trusted device is authorised by its hello alone.
     auto bridge = startBridge(&port);
-    auto peer = startPeer(port);
+    auto peer = startPeer(port, {}, "Test Phone", "Test Phone");
     ASSERT_TRUE(peer->saysOnOutput(R"("kind":"pairingAccepted")")) << peer->err.toStdString();
     ASSERT_TRUE(bridge->saysOnError("Authenticated Test Phone."));
     EXPECT_FALSE(bridge->err.contains("Pairing requested"));
@@ -301,4 +320,111 @@ TEST_F(BridgeEndToEndTest, ThePeerToolRefusesABridgeThatIsNotWhatItSays)
         auto again = startPeer(changed.port(), {"pair"});
         EXPECT_TRUE(exitsWith(*again, "Paired.")) << again->err.toStdString();
     }
+}
+
+namespace {
+
+JSONValue sendAction(const char* message) { return JSONValue::object({{"send", JSONValue::decode(message).value()}}); }
+
+JSONValue cue(const char* word, std::vector<JSONValue> actions)
+{
+    return JSONValue::object({{"when", word}, {"actions", JSONValue::array(std::move(actions))}});
+}
+
+// The engine asks on cue words in a turn/start, and resolves each request it has an answer to.
+JSONValue askingScenario()
+{
+    const char* question = R"({"id":%1,"method":"item/tool/requestUserInput","params":{"threadId":"thr_1","turnId":"turn_1",
+        "questions":[{"id":"name","header":"","question":"Name?"}]}})";
+    return JSONValue::object({
+        {"cues", JSONValue::array({
+            cue("approve-me", {sendAction(R"({"id":0,"method":"item/commandExecution/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1","command":"make test"}})"),
+                               sendAction(R"({"id":1,"method":"item/fileChange/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1"}})")}),
+            cue("ask-me", {sendAction(QString(question).arg(5).toUtf8().constData())}),
+            cue("ask-and-close", {sendAction(QString(question).arg(6).toUtf8().constData()),
+                                  sendAction(R"({"method":"turn/completed","params":{"threadId":"thr_1","turn":{"id":"turn_1"}}})")}),
+            cue("crash-me", {JSONValue::object({{"exit", 3}})}),
+        })},
+        {"responses", JSONValue::array({sendAction(R"({"method":"serverRequest/resolved","params":{"threadId":"thr_1","requestId":"$id"}})")})},
+    });
+}
+
+const QString uuidPattern = QStringLiteral("([0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12})");
+
+} // namespace
+
+TEST_F(BridgeEndToEndTest, AnApprovalReachesBothPeersAndTheFirstAnswerWins)
+{
+    engine.setScenario(askingScenario());
+    QString port;
+    auto bridge = startBridge(&port);
+    auto ada = pairedTool(*bridge, port, "Ada");
+    auto bob = pairedTool(*bridge, port, "Bob");
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "approve-me"})");
+
+    const QString serverRequest = R"(\{"version":1,"kind":"serverRequest","id":")" + uuidPattern + R"(","method":"item/commandExecution/requestApproval")";
+    const QString id = ada->captured(serverRequest, &Running::out);
+    ASSERT_FALSE(id.isEmpty()) << ada->out.toStdString();
+    EXPECT_EQ(bob->captured(serverRequest, &Running::out), id);
+    ASSERT_TRUE(bridge->saysOnError("Approval " + id + ": Run this command?\n")) << bridge->err.toStdString();
+    EXPECT_TRUE(bridge->err.contains("  Command: make test\n"));
+
+    ada->type("answer " + id + R"( {"decision": "accept"})");
+    ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));
+    bob->type("answer " + id + R"( {"decision": "decline"})");
+    // The bridge's user now sees the file change that waited behind it, and decides it on the console.
+    const QString next = bridge->captured("Approval " + uuidPattern + ": Apply file changes\\?");
+    ASSERT_FALSE(next.isEmpty()) << bridge->err.toStdString();
+    EXPECT_NE(next, id);
+    bridge->type("accept-session");
+    ASSERT_TRUE(bridge->saysOnError("Answered " + next + " with acceptForSession."));
+    ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 2; }));
+    settle(150);
+    const std::vector<JSONValue> answers = engineAnswers();
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(answers[0], JSONValue::decode(R"({"id":0,"result":{"decision":"accept"}})").value());
+    EXPECT_EQ(answers[1], JSONValue::decode(R"({"id":1,"result":{"decision":"acceptForSession"}})").value());
+}
+
+TEST_F(BridgeEndToEndTest, AQuestionIsAnsweredOnceClosedByTheEngineAndGoneWithIt)
+{
+    engine.setScenario(askingScenario());
+    QString port;
+    auto bridge = startBridge(&port);
+    auto ada = pairedTool(*bridge, port, "Ada");
+    auto bob = pairedTool(*bridge, port, "Bob");
+    const QString offered = R"("kind":"event","id":")" + uuidPattern + R"(","method":"sarvane/userInputRequest")";
+    const QString resolved = R"("kind":"event","method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")";
+    const QString closedText = "This question has already closed, is being answered, or has an incomplete answer.";
+
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-me"})");
+    const QString id = bob->captured(offered, &Running::out);
+    ASSERT_FALSE(id.isEmpty()) << bob->out.toStdString();
+    EXPECT_EQ(ada->captured(offered, &Running::out), id);
+    ASSERT_TRUE(bridge->saysOnError("Question " + id + " in session thr_1\n  1. Name?"));
+    bob->type("answer " + id + R"( {"answers": {"name": {"answers": ["Ada"]}}} item/tool/requestUserInput)");
+    ASSERT_TRUE(bob->saysOnOutput(R"({"version":1,"kind":"response","id":")" + id + R"(","body":{}})")) << bob->out.toStdString();
+    EXPECT_LT(bob->out.indexOf(resolved + id), bob->out.indexOf(R"("kind":"response","id":")" + id));
+    ASSERT_TRUE(ada->saysOnOutput(resolved + id));
+    ada->type("answer " + id + R"( {"answers": {"name": {"answers": ["Bob"]}}} item/tool/requestUserInput)");
+    ASSERT_TRUE(ada->saysOnOutput(R"("kind":"error","id":")" + id + R"(","body":")" + closedText));
+
+    // The engine closes a question itself: no answer reaches it.
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-and-close"})");
+    ASSERT_TRUE(waitFor([&] { return bob->out.count("sarvane/userInputResolved") == 2; })) << bob->out.toStdString();
+
+    // A peer that comes while a question is open is offered it; the engine's fall ends it.
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-me"})");
+    ASSERT_TRUE(waitFor([&] { return ada->out.count("sarvane/userInputRequest") == 3; }));
+    auto cy = pairedTool(*bridge, port, "Cy");
+    const QString open = cy->captured(offered, &Running::out);
+    ASSERT_FALSE(open.isEmpty()) << cy->out.toStdString();
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "crash-me"})");
+    ASSERT_TRUE(cy->saysOnOutput(R"("ready":false)"));
+    cy->type("answer " + open + R"( {"answers": {"name": {"answers": ["Cy"]}}} item/tool/requestUserInput)");
+    ASSERT_TRUE(cy->saysOnOutput(R"("kind":"error","id":")" + open + R"(","body":")" + closedText));
+
+    const std::vector<JSONValue> answers = engineAnswers();
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(answers[0], JSONValue::decode(R"({"id":5,"result":{"answers":{"name":{"answers":["Ada"]}}}})").value());
 }
