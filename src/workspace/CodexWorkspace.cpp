@@ -361,9 +361,10 @@ void CodexWorkspace::automaticRefreshTick()
 
 void CodexWorkspace::handleNotification(const QString& method, const JSONValue& params)
 {
-    const std::optional<QString> threadID = stringAt(params, "threadId");
-    if (method == QLatin1String("sarvane/userInputResolved") && threadID) {
-        if (const std::optional<QString> requestID = stringAt(params, "requestId"))
+    if (method == QLatin1String("sarvane/userInputResolved")) {
+        const std::optional<QString> threadID = stringAt(params, "threadId");
+        const std::optional<QString> requestID = stringAt(params, "requestId");
+        if (threadID && requestID)
             removeUserInputPrompt(*requestID, *threadID);
         return;
     }

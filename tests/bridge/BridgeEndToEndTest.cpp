@@ -353,7 +353,7 @@ const QString uuidPattern = QStringLiteral("([0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}
 
 } // namespace
 
-TEST_F(BridgeEndToEndTest, AnApprovalReachesBothPeersAndTheFirstAnswerWins)
+TEST_F(BridgeEndToEndTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
 {
     engine.setScenario(askingScenario());
     QString port;
@@ -384,6 +384,15 @@ TEST_F(BridgeEndToEndTest, AnApprovalReachesBothPeersAndTheFirstAnswerWins)
     ASSERT_EQ(answers.size(), 2u);
     EXPECT_EQ(answers[0], JSONValue::decode(R"({"id":0,"result":{"decision":"accept"}})").value());
     EXPECT_EQ(answers[1], JSONValue::decode(R"({"id":1,"result":{"decision":"acceptForSession"}})").value());
+
+    // A question answered on the console, by the start of its id.
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-me"})");
+    const QString question = bridge->captured("Question " + uuidPattern + " in session thr_1");
+    ASSERT_FALSE(question.isEmpty()) << bridge->err.toStdString();
+    bridge->type("answer " + question.left(6).toLower() + "  Grace Hopper ");
+    ASSERT_TRUE(bridge->saysOnError("The answers to " + question + " reached Codex.")) << bridge->err.toStdString();
+    EXPECT_EQ(engineAnswers().back(), JSONValue::decode(R"({"id":5,"result":{"answers":{"name":{"answers":["Grace Hopper"]}}}})").value());
+    EXPECT_TRUE(bob->saysOnOutput(R"("method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")" + question));
 }
 
 TEST_F(BridgeEndToEndTest, AQuestionIsAnsweredOnceClosedByTheEngineAndGoneWithIt)

@@ -1,7 +1,9 @@
 // Decodes arbitrary bytes as a peer message; whatever decodes must encode and decode to the same
-// message, and any body is tried as a hello: read, verified, and paired with itself.
+// message, and any body is tried as a hello (read, verified, and paired with itself), as the answer
+// to an open question, and as the engine's question itself.
 #include "peer/BridgeMessage.h"
 #include "peer/HelloPayload.h"
+#include "workspace/UserInputRecords.h"
 
 #include <cstdlib>
 
@@ -25,6 +27,20 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
             (void)verify(hello.value());
             if (pairingCode(hello.value(), hello.value()).size() != 6)
                 std::abort();
+        }
+        static const UserInputRequest open = *parseUserInputRequest(
+            QStringLiteral("Q"), JSONValue::decode(R"({"threadId":"t","turnId":"u","questions":[
+                {"id":"a","header":"","question":"A?"},{"id":"b","header":"","question":"B?","options":[]}]})").value());
+        (void)isCompleteResponse(open, *message.body);
+        if (auto asked = parseUserInputRequest(QStringLiteral("Q"), *message.body)) {
+            if (asked->questions.empty() || asked->threadID.isEmpty())
+                std::abort();
+            UserInputPrompt prompt{*asked, {}, false, std::nullopt};
+            for (const UserInputQuestion& question : asked->questions)
+                prompt.drafts[question.id] = UserInputAnswerDraft{0, question.header.size() % 2 == 1, question.question};
+            if (auto response = makeResponse(prompt))
+                (void)isCompleteResponse(*asked, *response);
+            (void)answersEntry(prompt);
         }
     }
     return 0;
