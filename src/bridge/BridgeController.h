@@ -161,7 +161,6 @@ private:
     void showNextApproval();
     void setApproval(std::optional<ApprovalPrompt> prompt);
     void finishUserInput(const QString& requestID);
-    void announceQuestionClosed(const PendingUserInputRequests::Pending& entry);
     void expireUserInput(const QString& method, const JSONValue& params);
     QVariantMap approvalMap() const;
     QVariantList queuedApprovalList() const;

@@ -164,18 +164,16 @@ void BridgeController::answerUserInput(const QString& requestID, const JSONValue
                          });
 }
 
+// The question leaves, and everyone hears of it once: this computer's window and every peer.
 void BridgeController::finishUserInput(const QString& requestID)
 {
-    if (const std::optional<PendingUserInputRequests::Pending> entry =
-            m_pendingUserInput.remove(requestID))
-        announceQuestionClosed(*entry);
-}
-
-void BridgeController::announceQuestionClosed(const PendingUserInputRequests::Pending& entry)
-{
+    const std::optional<PendingUserInputRequests::Pending> entry =
+        m_pendingUserInput.remove(requestID);
+    if (!entry)
+        return;
     emit pendingUserInputChanged();
-    const JSONValue body =
-        JSONValue::object({{"threadId", entry.request.threadID}, {"requestId", entry.request.id}});
+    const JSONValue body = JSONValue::object(
+        {{"threadId", entry->request.threadID}, {"requestId", entry->request.id}});
     const QString method = QStringLiteral("sarvane/userInputResolved");
     m_workspace->handleNotification(method, body);
     broadcast(eventOf(method, body));

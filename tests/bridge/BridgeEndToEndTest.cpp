@@ -351,15 +351,25 @@ JSONValue askingScenario()
 
 const QString uuidPattern = QStringLiteral("([0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12})");
 
+// The bridge over an engine that asks, with two nimbrel-peers paired.
+class AskingEngineTest : public BridgeEndToEndTest {
+protected:
+    void SetUp() override
+    {
+        engine.setScenario(askingScenario());
+        bridge = startBridge(&port);
+        ada = pairedTool(*bridge, port, "Ada");
+        bob = pairedTool(*bridge, port, "Bob");
+    }
+
+    QString port;
+    std::unique_ptr<Running> bridge, ada, bob;
+};
+
 } // namespace
 
-TEST_F(BridgeEndToEndTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
+TEST_F(AskingEngineTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
 {
-    engine.setScenario(askingScenario());
-    QString port;
-    auto bridge = startBridge(&port);
-    auto ada = pairedTool(*bridge, port, "Ada");
-    auto bob = pairedTool(*bridge, port, "Bob");
     ada->type(R"(call turn/start {"threadId": "thr_1", "text": "approve-me"})");
 
     const QString serverRequest = R"(\{"version":1,"kind":"serverRequest","id":")" + uuidPattern + R"(","method":"item/commandExecution/requestApproval")";
@@ -395,13 +405,8 @@ TEST_F(BridgeEndToEndTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsol
     EXPECT_TRUE(bob->saysOnOutput(R"("method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")" + question));
 }
 
-TEST_F(BridgeEndToEndTest, AQuestionIsAnsweredOnceClosedByTheEngineAndGoneWithIt)
+TEST_F(AskingEngineTest, AQuestionIsAnsweredOnceClosedByTheEngineAndGoneWithIt)
 {
-    engine.setScenario(askingScenario());
-    QString port;
-    auto bridge = startBridge(&port);
-    auto ada = pairedTool(*bridge, port, "Ada");
-    auto bob = pairedTool(*bridge, port, "Bob");
     const QString offered = R"("kind":"event","id":")" + uuidPattern + R"(","method":"sarvane/userInputRequest")";
     const QString resolved = R"("kind":"event","method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")";
     const QString closedText = "This question has already closed, is being answered, or has an incomplete answer.";
