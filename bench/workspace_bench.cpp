@@ -1,5 +1,6 @@
 // The cost of one periodic thread-list answer, paid every four seconds for as long as the program
-// runs: 100 listed threads into a workspace that has seen 10,000 and holds 50 tabs.
+// runs: 100 listed threads into a workspace that has seen 10,000 and holds 50 tabs. And the cost
+// of one write to a session (the live stream makes one per flush), by the transcript's length.
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 #include "workspace/CodexWorkspace.h"
@@ -55,8 +56,33 @@ void HandleThreadList_SettingsFile(benchmark::State& state)
     run(state, defaults);
 }
 
+// A workspace holding one session with entries transcript entries.
+std::unique_ptr<CodexWorkspace> workspaceWithTranscript(Scheduler& scheduler, UserDefaults& defaults, int entries)
+{
+    auto workspace = std::make_unique<CodexWorkspace>(defaults, scheduler, "SarvaneBridgeOpenSessionTabs", 4, 20);
+    workspace->changeSession("thr_1", [&](CodexSessionState& session) {
+        for (int i = 0; i < entries; ++i)
+            session.transcript.push_back(TranscriptEntry{QStringLiteral("item-%1").arg(i), TranscriptKind::Assistant,
+                                                         "Codex", QString(400, 'x'), std::nullopt, std::nullopt, {}});
+    });
+    return workspace;
+}
+
+void SessionWrite(benchmark::State& state)
+{
+    SystemScheduler scheduler;
+    MemoryUserDefaults defaults;
+    auto workspace = workspaceWithTranscript(scheduler, defaults, static_cast<int>(state.range(0)));
+    int tick = 0;
+    for (auto _ : state)
+        workspace->changeSession("thr_1", [&](CodexSessionState& session) {
+            session.activityText = (++tick % 2) ? QStringLiteral("Writing the response…") : QStringLiteral("Codex is thinking…");
+        });
+}
+
 } // namespace
 
+BENCHMARK(SessionWrite)->Arg(10)->Arg(10000);
 BENCHMARK(HandleThreadList_MemoryDefaults)->Unit(benchmark::kMicrosecond);
 BENCHMARK(HandleThreadList_SettingsFile)->Unit(benchmark::kMicrosecond);
 

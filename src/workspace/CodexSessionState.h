@@ -30,8 +30,4 @@ struct CodexSessionState {
 // Which engine method a session's history pages come from.
 enum class TranscriptPageSource { Items, Turns };
 
-enum class CodexWorkspaceError { TransportUnavailable, HistoryTimedOut };
-
-QString codexWorkspaceErrorText(CodexWorkspaceError error);
-
 } // namespace nimbrel

@@ -4,6 +4,7 @@
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 #include "workspace/CodexSessionState.h"
+#include "workspace/WorkspaceError.h"
 
 #include <QObject>
 #include <QStringList>
@@ -18,7 +19,10 @@ namespace nimbrel {
 
 // The model behind the window's Codex sessions: the thread list, the open tabs, each session's
 // state, the model catalogue and the usage readings. It reaches the engine only through requester.
-// Everything here runs on the main thread.
+// Everything here runs on the main thread. Its capabilities live in files of their own:
+// CodexWorkspaceThreads (the list and the tabs), CodexWorkspaceHistory (new sessions and history
+// pages), CodexWorkspaceTurns (starting, steering and stopping turns), CodexWorkspaceQuestions,
+// CodexWorkspaceModels and CodexWorkspaceDemo (the offline tour).
 class CodexWorkspace : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantList threads READ threadList NOTIFY threadsChanged)
@@ -28,7 +32,8 @@ class CodexWorkspace : public QObject {
     Q_PROPERTY(bool isLoadingModels READ isLoadingModels NOTIFY isLoadingModelsChanged)
     Q_PROPERTY(QString modelLoadError READ modelLoadErrorText NOTIFY modelLoadErrorChanged)
     Q_PROPERTY(QString searchText READ searchText WRITE setSearchText NOTIFY searchTextChanged)
-    Q_PROPERTY(QString errorMessage READ errorMessageText WRITE setErrorMessageText NOTIFY errorMessageChanged)
+    Q_PROPERTY(QString errorMessage READ errorMessageText WRITE setErrorMessageText NOTIFY
+                   errorMessageChanged)
     Q_PROPERTY(bool isDemoMode READ isDemoMode NOTIFY isDemoModeChanged)
     Q_PROPERTY(bool engineReady READ engineReady NOTIFY engineReadyChanged)
     Q_PROPERTY(bool isLoadingUsage READ isLoadingUsage NOTIFY isLoadingUsageChanged)
@@ -36,17 +41,24 @@ class CodexWorkspace : public QObject {
 
 public:
     using RequestCompletion = AppServerClient::RequestCompletion;
-    using Requester = std::function<void(const QString& method, const JSONValue& params, RequestCompletion completion)>;
+    // Runs exactly once with the number of entries an earlier page put in front (0 when none).
+    using EarlierPageCompletion = std::function<void(int added)>;
+    using Requester = std::function<void(const QString& method, const JSONValue& params,
+                                         RequestCompletion completion)>;
     using AnswerCompletion = std::function<void(const std::optional<AppServerError>&)>;
-    using UserInputResponder = std::function<void(const QString& requestID, const JSONValue& response, AnswerCompletion completion)>;
+    using UserInputResponder = std::function<void(
+        const QString& requestID, const JSONValue& response, AnswerCompletion completion)>;
     // What became of a submitted answer: nothing once it has reached the engine, else why not.
     using SubmitCompletion = std::function<void(const std::optional<QString>& error)>;
 
     static constexpr int threadListLimit = 100;
+    static constexpr int itemsPageLimit = 20;
+    static constexpr double demoReplyDelaySeconds = 0.65;
     static constexpr double usageRefreshSpacingSeconds = 60;
 
     CodexWorkspace(UserDefaults& defaults, Scheduler& scheduler, QString openTabsStorageKey,
-                   double automaticRefreshInterval, double historyRequestTimeout, QObject* parent = nullptr);
+                   double automaticRefreshInterval, double historyRequestTimeout,
+                   QObject* parent = nullptr);
     ~CodexWorkspace() override;
 
     Requester requester;
@@ -74,7 +86,9 @@ public:
     void setErrorMessage(const std::optional<QString>& message);
 
     // ---- queries
+    // A copy of the session, or a default one where there is none; session() reads in place.
     CodexSessionState sessionState(const QString& id) const;
+    const CodexSessionState* session(const QString& id) const;
     std::optional<CodexThread> threadForID(const QString& id) const;
     std::vector<CodexThread> filteredThreads() const;
     std::vector<CodexThread> openThreads() const;
@@ -93,18 +107,38 @@ public:
     // The one way in for the engine's notifications.
     void handleNotification(const QString& method, const JSONValue& params);
 
+    // ---- new sessions and their history
+    Q_INVOKABLE void createSession(const QString& cwd, const QString& prompt = {},
+                                   const QString& model = {}, const QString& effort = {});
+    Q_INVOKABLE void loadTranscript(const QString& id, bool force = false);
+    void loadEarlierTranscript(const QString& id, EarlierPageCompletion completion);
+    bool hasTranscriptLoad(const QString& id) const { return m_transcriptLoads.count(id) > 0; }
+
+    // ---- turns
+    Q_INVOKABLE void send(const QString& text, const QString& threadID);
+    void startTurn(const QString& text, const QString& threadID);
+    Q_INVOKABLE void stopTurn(const QString& threadID);
+    void interruptTurn(const QString& threadID, const QString& turnID);
+
+    // ---- the model catalogue
+    std::optional<QString> defaultEffort(const QString& modelID) const;
+
+    // ---- the offline tour
+    void setDemoMode(bool demo);
+
     // ---- the engine's questions, answered from this computer
     void addUserInputPrompt(const UserInputRequest& request);
     void removeUserInputPrompt(const QString& requestID, const QString& threadID);
-    void setUserInputDraft(const QString& requestID, const QString& threadID, const QString& questionID,
-                           const UserInputAnswerDraft& draft);
-    // done, where given, runs once the answer has been sent or has failed; not when nothing was sent.
-    void submitUserInput(const QString& requestID, const QString& threadID, SubmitCompletion done = {});
+    void setUserInputDraft(const QString& requestID, const QString& threadID,
+                           const QString& questionID, const UserInputAnswerDraft& draft);
+    // done, where given, runs once the answer has been sent or has failed; not when nothing was
+    // sent.
+    void submitUserInput(const QString& requestID, const QString& threadID,
+                         SubmitCompletion done = {});
     const UserInputPrompt* userInputPrompt(const QString& requestID, const QString& threadID) const;
 
-    // Stores a session's changed copy; a session comes to exist on its first change.
-    void storeSession(const CodexSessionState& state);
-    // Changes a session where it lives (making it first where needed) and announces which one.
+    // The one way to change a session: where it lives (made first where needed, with the model and
+    // effort of its listed thread), announcing which session changed.
     void changeSession(const QString& id, const std::function<void(CodexSessionState&)>& change);
 
 signals:
@@ -131,9 +165,14 @@ private:
     QString selectedThreadIDText() const { return m_selectedThreadID.value_or(QString()); }
     QString modelLoadErrorText() const { return m_modelLoadError.value_or(QString()); }
     QString errorMessageText() const { return m_errorMessage.value_or(QString()); }
-    void setErrorMessageText(const QString& text) { setErrorMessage(text.isEmpty() ? std::nullopt : std::optional(text)); }
+    void setErrorMessageText(const QString& text)
+    {
+        setErrorMessage(text.isEmpty() ? std::nullopt : std::optional(text));
+    }
     QString usageErrorText() const { return m_usageError.value_or(QString()); }
 
+    void changeSessionsWhere(const std::function<bool(const CodexSessionState&)>& which,
+                             const std::function<void(CodexSessionState&)>& change);
     void setThreads(std::vector<CodexThread> threads);
     void setOpenThreadIDs(const QStringList& ids);
     void setSelectedThreadID(const std::optional<QString>& id);
@@ -144,6 +183,46 @@ private:
     void loadTranscriptIfNeeded(const QString& id);
     void resetUsage();
     void automaticRefreshTick();
+
+    // History pages: at most one load per thread; a reply counts only while its load is current.
+    using PageHandler =
+        std::function<void(const WorkspaceResult& outcome, TranscriptPageSource source)>;
+    struct TranscriptLoad {
+        QUuid loadID;
+        TaskHandle timeout;
+        PageHandler handler;
+        EarlierPageCompletion earlierCompletion; // told 0 when the load is dropped unanswered
+    };
+    QUuid beginTranscriptLoad(const QString& id, PageHandler handler,
+                              EarlierPageCompletion earlierCompletion = {});
+    std::optional<TranscriptLoad> takeTranscriptLoad(const QString& id, const QUuid& loadID);
+    void dropTranscriptLoad(const QString& id);
+    void requestTranscriptPage(const QString& id, const std::optional<QString>& cursor,
+                               TranscriptPageSource source, const QUuid& loadID);
+    void handleFirstPage(const QString& id, const WorkspaceResult& outcome,
+                         TranscriptPageSource source);
+    int handleEarlierPage(const QString& id, const WorkspaceResult& outcome,
+                          TranscriptPageSource source);
+    void storePageInfo(const QString& id, const JSONValue& result, TranscriptPageSource source);
+    void handleCreatedSession(const WorkspaceResult& outcome, const QString& cwd,
+                              const QString& prompt, const QString& model, const QString& effort);
+
+    // Live events.
+    void handleTurnStarted(const QString& threadID, const JSONValue& params);
+    void handleTurnCompleted(const QString& threadID, const JSONValue& params);
+    void handleItem(const QString& threadID, const JSONValue& params, bool completed);
+
+    // Turns.
+    void resumeAndStart(const QString& text, const QString& threadID);
+    void steer(const QString& text, const QString& threadID, const QString& turnID);
+    void handleTurnStartReply(const QString& threadID, const WorkspaceResult& outcome);
+    void failTurn(const QString& threadID, const QString& message);
+    // Calls requester, or completion with transportUnavailable where there is none.
+    void request(const QString& method, const JSONValue& params,
+                 std::function<void(const WorkspaceResult&)> completion);
+
+    // The offline tour.
+    void sendInDemo(const QString& text, const QString& threadID);
 
     UserDefaults& m_defaults;
     Scheduler& m_scheduler;
@@ -164,8 +243,7 @@ private:
     std::optional<QString> m_usageError;
 
     // History paging, live deltas and usage readings keep their bookkeeping here.
-    std::map<QString, QUuid> m_transcriptLoadIDs;
-    std::map<QString, TaskHandle> m_transcriptLoadTimeouts;
+    std::map<QString, TranscriptLoad> m_transcriptLoads;
     std::map<QString, QString> m_transcriptNextCursors;
     std::map<QString, TranscriptPageSource> m_transcriptPageSources;
     std::map<QString, std::map<QString, QString>> m_pendingTranscriptDeltas;
@@ -184,5 +262,13 @@ private:
     const double m_automaticRefreshInterval;
     const double m_historyRequestTimeout;
 };
+
+// An item from the engine into a transcript: it ends a matching local echo, or replaces the entry
+// of its id (keeping its progress lines, and its phase and text where the item has none), or is
+// added.
+void upsertEntry(CodexSessionState& session, TranscriptEntry entry);
+
+// The activity line while an item of this type is under way.
+QString itemActivityText(const QString& type, const JSONValue& item);
 
 } // namespace nimbrel

@@ -128,7 +128,7 @@ void CodexWorkspace::submitUserInput(const QString& requestID, const QString& th
     if (m_isDemoMode)
         return finish(std::nullopt);
     if (!userInputResponder)
-        return finish(codexWorkspaceErrorText(CodexWorkspaceError::TransportUnavailable));
+        return finish(WorkspaceError(CodexWorkspaceError::TransportUnavailable).text());
     userInputResponder(requestID, *response, [finish](const std::optional<AppServerError>& error) {
         finish(error ? std::optional(error->text()) : std::nullopt);
     });

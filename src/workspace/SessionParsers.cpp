@@ -153,14 +153,17 @@ std::optional<CodexModelOption> parseModelOption(const JSONValue& value)
     model.id = *id;
     model.displayName = stringAt(value, "displayName").value_or(*id);
     model.description = stringAt(value, "description").value_or(QString());
-    model.defaultReasoningEffort = stringAt(value, "defaultReasoningEffort").value_or(QStringLiteral("medium"));
+    model.defaultReasoningEffort =
+        stringAt(value, "defaultReasoningEffort").value_or(QStringLiteral("medium"));
     if (const JSONValue* efforts = value.find("supportedReasoningEfforts"))
         for (const JSONValue& element : efforts->items()) {
             std::optional<QString> effort = stringAt(element, "reasoningEffort");
             if (effort && !effort->isEmpty())
-                model.supportedReasoningEfforts.push_back({*effort, stringAt(element, "description").value_or(QString())});
+                model.supportedReasoningEfforts.push_back(
+                    {*effort, stringAt(element, "description").value_or(QString())});
         }
-    model.isDefault = value.find("isDefault") && value.find("isDefault")->boolValue().value_or(false);
+    model.isDefault =
+        value.find("isDefault") && value.find("isDefault")->boolValue().value_or(false);
     return model;
 }
 
@@ -174,20 +177,23 @@ ApprovalPrompt makeApprovalPrompt(const QString& id, const QString& method, cons
     const std::optional<QString> reason = stringAt(params, "reason");
     if (method.contains(QLatin1String("commandExecution"))) {
         prompt.title = QStringLiteral("Run this command?");
-        prompt.detail = reason.value_or(QStringLiteral("Codex needs your approval before running a command on the Mac."));
+        prompt.detail = reason.value_or(
+            QStringLiteral("Codex needs your approval before running a command on the Mac."));
     } else if (method.contains(QLatin1String("fileChange"))) {
         prompt.title = QStringLiteral("Apply file changes?");
         prompt.detail = QStringLiteral("Codex needs your approval before modifying files.");
     } else {
         prompt.title = QStringLiteral("Grant additional access?");
-        prompt.detail = reason.value_or(QStringLiteral("Codex is requesting additional permissions."));
+        prompt.detail =
+            reason.value_or(QStringLiteral("Codex is requesting additional permissions."));
     }
     return prompt;
 }
 
 std::optional<TranscriptEntry> parseTranscriptItem(const JSONValue& item)
 {
-    const std::optional<std::string_view> type = item.isObject() && item.find("type") ? item.find("type")->stringView() : std::nullopt;
+    const std::optional<std::string_view> type =
+        item.isObject() && item.find("type") ? item.find("type")->stringView() : std::nullopt;
     if (!type)
         return std::nullopt;
     TranscriptEntry entry;
@@ -203,7 +209,8 @@ std::optional<TranscriptEntry> parseTranscriptItem(const JSONValue& item)
         entry.text = text("text");
     } else if (*type == "commandExecution") {
         entry.kind = TranscriptKind::Command;
-        entry.title = QStringLiteral("$ ") + stringAt(item, "command").value_or(QStringLiteral("Command"));
+        entry.title =
+            QStringLiteral("$ ") + stringAt(item, "command").value_or(QStringLiteral("Command"));
         entry.text = text("aggregatedOutput");
         entry.status = stringAt(item, "status");
     } else if (*type == "fileChange") {
@@ -221,8 +228,9 @@ std::optional<TranscriptEntry> parseTranscriptItem(const JSONValue& item)
         entry.text = text("text");
     } else if (*type == "mcpToolCall") {
         entry.kind = TranscriptKind::Command;
-        entry.title = stringAt(item, "server").value_or(QStringLiteral("MCP")) + QStringLiteral(" • ")
-                      + stringAt(item, "tool").value_or(QStringLiteral("tool"));
+        entry.title = stringAt(item, "server").value_or(QStringLiteral("MCP")) +
+                      QStringLiteral(" • ") +
+                      stringAt(item, "tool").value_or(QStringLiteral("tool"));
         entry.text = toolCallText(item);
         entry.status = stringAt(item, "status");
     } else if (*type == "dynamicToolCall") {
@@ -243,7 +251,8 @@ std::optional<TranscriptEntry> parseTranscriptItem(const JSONValue& item)
         entry.title = QStringLiteral("Waiting");
         const JSONValue* duration = item.find("durationMs");
         const double milliseconds = duration ? duration->numberValue().value_or(0) : 0;
-        entry.text = QStringLiteral("Pause for %1 seconds").arg(formatLocaleNumber(milliseconds / 1000.0));
+        entry.text =
+            QStringLiteral("Pause for %1 seconds").arg(formatLocaleNumber(milliseconds / 1000.0));
     } else if (*type == "contextCompaction") {
         entry.kind = TranscriptKind::System;
         entry.title = QStringLiteral("Compacting conversation");
@@ -274,9 +283,11 @@ QString toolCallText(const JSONValue& item)
 
     const JSONValue* result = objectAt(item, "result");
     std::span<const JSONValue> outputs;
-    if (const JSONValue* content = result ? result->find("content") : nullptr; content && content->isArray())
+    if (const JSONValue* content = result ? result->find("content") : nullptr;
+        content && content->isArray())
         outputs = content->items();
-    else if (const JSONValue* contentItems = item.find("contentItems"); contentItems && contentItems->isArray())
+    else if (const JSONValue* contentItems = item.find("contentItems");
+             contentItems && contentItems->isArray())
         outputs = contentItems->items();
     QStringList lines;
     for (const JSONValue& element : outputs) {
@@ -284,7 +295,8 @@ QString toolCallText(const JSONValue& item)
             continue;
         if (auto text = stringAt(element, "text"))
             lines.append(*text);
-        else if (const JSONValue* resource = objectAt(element, "resource"); resource && stringAt(*resource, "text"))
+        else if (const JSONValue* resource = objectAt(element, "resource");
+                 resource && stringAt(*resource, "text"))
             lines.append(*stringAt(*resource, "text"));
         else if (auto type = stringAt(element, "type"))
             lines.append(QStringLiteral("[%1 content]").arg(*type));
@@ -343,12 +355,18 @@ std::vector<TranscriptBlock> groupTranscriptBlocks(std::span<const TranscriptEnt
 QString transcriptKindText(TranscriptKind kind)
 {
     switch (kind) {
-    case TranscriptKind::User: return QStringLiteral("user");
-    case TranscriptKind::Assistant: return QStringLiteral("assistant");
-    case TranscriptKind::Command: return QStringLiteral("command");
-    case TranscriptKind::FileChange: return QStringLiteral("fileChange");
-    case TranscriptKind::Reasoning: return QStringLiteral("reasoning");
-    case TranscriptKind::System: return QStringLiteral("system");
+    case TranscriptKind::User:
+        return QStringLiteral("user");
+    case TranscriptKind::Assistant:
+        return QStringLiteral("assistant");
+    case TranscriptKind::Command:
+        return QStringLiteral("command");
+    case TranscriptKind::FileChange:
+        return QStringLiteral("fileChange");
+    case TranscriptKind::Reasoning:
+        return QStringLiteral("reasoning");
+    case TranscriptKind::System:
+        return QStringLiteral("system");
     }
     return {};
 }
@@ -356,16 +374,23 @@ QString transcriptKindText(TranscriptKind kind)
 bool TranscriptEntry::isActivity() const
 {
     switch (kind) {
-    case TranscriptKind::User: return false;
-    case TranscriptKind::Assistant: return phase == QLatin1String("commentary");
-    case TranscriptKind::System: return status != QLatin1String("failed") && status != QLatin1String("interrupted");
+    case TranscriptKind::User:
+        return false;
+    case TranscriptKind::Assistant:
+        return phase == QLatin1String("commentary");
+    case TranscriptKind::System:
+        return status != QLatin1String("failed") && status != QLatin1String("interrupted");
     case TranscriptKind::Command:
     case TranscriptKind::FileChange:
-    case TranscriptKind::Reasoning: return true;
+    case TranscriptKind::Reasoning:
+        return true;
     }
     return false;
 }
 
-QString TranscriptEntry::combinedText() const { return joinNonEmpty(progressMessages + QStringList{text}, blankLine); }
+QString TranscriptEntry::combinedText() const
+{
+    return joinNonEmpty(progressMessages + QStringList{text}, blankLine);
+}
 
 } // namespace nimbrel

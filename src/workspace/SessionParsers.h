@@ -14,7 +14,8 @@ namespace nimbrel {
 std::optional<CodexThread> parseThread(const JSONValue& value);
 // Nothing without a non-empty text `model`.
 std::optional<CodexModelOption> parseModelOption(const JSONValue& value);
-ApprovalPrompt makeApprovalPrompt(const QString& id, const QString& method, const JSONValue& params);
+ApprovalPrompt makeApprovalPrompt(const QString& id, const QString& method,
+                                  const JSONValue& params);
 // Nothing without a known text `type`.
 std::optional<TranscriptEntry> parseTranscriptItem(const JSONValue& item);
 QString toolCallText(const JSONValue& item);

@@ -26,7 +26,8 @@ struct CodexThread {
 struct CodexReasoningEffortOption {
     QString id;
     QString description;
-    friend bool operator==(const CodexReasoningEffortOption&, const CodexReasoningEffortOption&) = default;
+    friend bool operator==(const CodexReasoningEffortOption&,
+                           const CodexReasoningEffortOption&) = default;
 };
 
 // One model of the catalogue.

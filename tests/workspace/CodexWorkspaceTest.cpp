@@ -68,9 +68,9 @@ protected:
     }
     void setRunning(CodexWorkspace& workspace, const QString& id)
     {
-        CodexSessionState state = workspace.sessionState(id);
-        state.turnControl = {TurnControlState::Phase::Running, QStringLiteral("turn-1")};
-        workspace.storeSession(state);
+        workspace.changeSession(id, [](CodexSessionState& state) {
+            state.turnControl = {TurnControlState::Phase::Running, QStringLiteral("turn-1")};
+        });
     }
 
     TemporaryHome home;
@@ -154,9 +154,7 @@ TEST_F(CodexWorkspaceTest, ClosingTabsMovesTheSelection)
     EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "c"));
 
     workspace->closeTab("a");
-    CodexSessionState stopped = workspace->sessionState("c");
-    stopped.turnControl = TurnControlState{};
-    workspace->storeSession(stopped);
+    workspace->changeSession("c", [](CodexSessionState& state) { state.turnControl = TurnControlState{}; });
     workspace->closeTab("c"); // the only one
     EXPECT_TRUE(workspace->openThreadIDs().isEmpty());
     EXPECT_FALSE(workspace->selectedThreadID());
@@ -182,9 +180,7 @@ TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
     EXPECT_EQ(workspace->filteredThreads().size(), 3u);
 
     // A listed model fills only what a session has not chosen.
-    CodexSessionState chosen = workspace->sessionState("z");
-    chosen.model = "chosen";
-    workspace->storeSession(chosen);
+    workspace->changeSession("z", [](CodexSessionState& state) { state.model = "chosen"; });
     for (int i = 0; i < 3; ++i) {
         workspace->refreshThreads();
         engine.answerLast(listResult({threadJSON("x"), threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
@@ -208,10 +204,10 @@ TEST_F(CodexWorkspaceTest, EngineLossStopsTurnsAndSaysSo)
     engine.answerLast(listResult({threadJSON("a"), threadJSON("b")}));
     setRunning(*workspace, "a");
     setRunning(*workspace, "b");
-    CodexSessionState asking = workspace->sessionState("b");
-    asking.userInputPrompts.push_back(UserInputPrompt{});
-    asking.activityText = "Running tests";
-    workspace->storeSession(asking);
+    workspace->changeSession("b", [](CodexSessionState& state) {
+        state.userInputPrompts.push_back(UserInputPrompt{});
+        state.activityText = "Running tests";
+    });
 
     workspace->setEngineReady(false, QStringLiteral("Codex app-server exited with code 9."));
     EXPECT_FALSE(workspace->engineReady());
