@@ -1,9 +1,10 @@
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
-#include "ui/ConsoleCommands.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
+#include "ui/ConsoleCommands.h"
 
+#include <QCommandLineParser>
 #include <QCoreApplication>
 
 #include <csignal>
@@ -15,6 +16,18 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("nimbrel-bridge"));
     QCoreApplication::setApplicationVersion(QStringLiteral(NIMBREL_VERSION));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Makes this computer the engine of Codex work for paired phones and tablets."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption demo(
+        QStringLiteral("demo"),
+        QStringLiteral(
+            "Start in the offline tour: messages get a canned reply and nothing reaches Codex."));
+    parser.addOption(demo);
+    parser.process(app);
 
     nimbrel::SystemScheduler scheduler;
     nimbrel::SettingsUserDefaults defaults;
@@ -35,6 +48,10 @@ int main(int argc, char** argv)
             print(controller.link().statusText());
     });
     nimbrel::ConsoleCommands commands(controller);
+    if (parser.isSet(demo)) {
+        controller.workspace().setDemoMode(true);
+        print(QStringLiteral("Offline tour: the window's sessions answer without Codex."));
+    }
     controller.startOnce();
     return app.exec();
 }

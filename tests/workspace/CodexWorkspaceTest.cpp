@@ -1,6 +1,7 @@
 #include "bridge/BridgeController.h"
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
+#include "support/RequesterDouble.h"
 #include "support/TemporaryHome.h"
 #include "support/VirtualScheduler.h"
 #include "workspace/CodexWorkspace.h"
@@ -28,28 +29,6 @@ JSONValue listResult(std::vector<JSONValue> threads)
 {
     return JSONValue::object({{"data", JSONValue::array(std::move(threads))}, {"nextCursor", nullptr}});
 }
-
-// Requests the workspace makes, answered when the test says.
-struct RequesterDouble {
-    struct Call {
-        QString method;
-        JSONValue params;
-        AppServerClient::RequestCompletion completion;
-    };
-    std::vector<Call> calls;
-
-    CodexWorkspace::Requester requester()
-    {
-        return [this](const QString& method, const JSONValue& params, AppServerClient::RequestCompletion completion) {
-            calls.push_back({method, params, std::move(completion)});
-        };
-    }
-    int count(const QString& method) const
-    {
-        return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const Call& c) { return c.method == method; }));
-    }
-    void answerLast(const AppServerClient::RequestResult& outcome) { calls.back().completion(outcome); }
-};
 
 class CodexWorkspaceTest : public ::testing::Test {
 protected:

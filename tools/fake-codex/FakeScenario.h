@@ -21,6 +21,7 @@
 //               "cues": [{"when": "word", "actions": [action...]}, ...]
 //                                                       after replying to a request whose params
 //                                                       hold the word (a turn/start text, say)
+//               "history": {...}                        history pages; see FakeHistory.h
 //               "onEof": [action...] }                  default: exit 0
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},

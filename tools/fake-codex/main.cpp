@@ -1,6 +1,7 @@
 // fake-codex: speaks the engine's side of `codex app-server` as a scenario file tells it.
 // FAKE_CODEX_SCENARIO names the scenario (see FakeScenario.h); FAKE_CODEX_RECORD names a file
 // that receives one JSON line per launch and per message read, for tests to assert on.
+#include "FakeHistory.h"
 #include "FakeScenario.h"
 
 #include <chrono>
@@ -105,6 +106,12 @@ void perform(const JSONValue& actions)
 void answer(const FakeScenario& scenario, const JSONValue& id, const std::string& method,
             const JSONValue& params, int call)
 {
+    const JSONValue* listed = scenario.engine.find("methods");
+    if (!(listed && listed->find(method)))
+        if (const std::optional<JSONValue> page = historyReply(scenario.engine, method, id, params)) {
+            send(*page);
+            return;
+        }
     const JSONValue handler = scenario.handlerFor(method, call);
     if (const JSONValue* before = handler.find("before"))
         perform(*before);

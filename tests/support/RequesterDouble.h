@@ -1,0 +1,43 @@
+#pragma once
+
+#include "workspace/CodexWorkspace.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace nimbrel::test {
+
+// Requests the workspace makes, answered when the test says.
+struct RequesterDouble {
+    struct Call {
+        QString method;
+        JSONValue params;
+        AppServerClient::RequestCompletion completion;
+    };
+    std::vector<Call> calls;
+
+    CodexWorkspace::Requester requester()
+    {
+        return [this](const QString& method, const JSONValue& params,
+                      AppServerClient::RequestCompletion completion) {
+            calls.push_back({method, params, std::move(completion)});
+        };
+    }
+    int count(const QString& method) const
+    {
+        return static_cast<int>(std::count_if(calls.begin(), calls.end(),
+                                              [&](const Call& c) { return c.method == method; }));
+    }
+    void answerLast(const AppServerClient::RequestResult& outcome)
+    {
+        calls.back().completion(outcome);
+    }
+    // The last call of method, which the test answers or reads.
+    Call& last(const QString& method)
+    {
+        return *std::find_if(calls.rbegin(), calls.rend(),
+                             [&](const Call& c) { return c.method == method; });
+    }
+};
+
+} // namespace nimbrel::test
