@@ -192,8 +192,15 @@ TEST_F(ConversationTest, HistoryFallsBackOnceToTurnsAndEveryEarlierLoadCompletes
               QStringLiteral("Codex app-server exited with code 1."));
 }
 
-TEST_F(ConversationTest, AThreadWithoutAUserMessageHasAnEmptyHistory)
+TEST_F(ConversationTest, ARunningSessionLoadsItsHistoryOnceAndAThreadWithoutAUserMessageHasNone)
 {
+    workspace->changeSession("r", [](CodexSessionState& s) { s.turnControl = {Phase::Running, QStringLiteral("T")}; });
+    workspace->openThread("r");
+    engine.last("thread/items/list").completion(json(R"({"data":[]})"));
+    workspace->selectThread("r");
+    workspace->openThread("r");
+    EXPECT_EQ(engine.count("thread/items/list"), 1);
+
     workspace->openThread("n");
     engine.last("thread/items/list").completion(failure("thread/items/list is not supported yet"));
     engine.last("thread/turns/list")
@@ -269,8 +276,17 @@ TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
     engine.last("turn/interrupt").completion(failure("busy"));
     EXPECT_EQ(phase("s"), Phase::Running);
 
+    // The reply before turn/started: the id is kept, and a message still waits for the turn.
+    notify("turn/completed", R"({"threadId":"s","turn":{"id":"T2"}})");
+    workspace->send("go", "s");
+    engine.last("thread/resume").completion(json("{}"));
+    engine.last("turn/start").completion(json(R"({"turn":{"id":"T3"}})"));
+    EXPECT_EQ(session("s").turnControl, (TurnControlState{Phase::Starting, QStringLiteral("T3")}));
+    workspace->send("now", "s");
+    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Codex is still starting this turn. You can stop it or wait a moment."));
+
     // A reply without a turn id ends the attempt.
-    notify("turn/completed", R"({"threadId":"s","turn":{"id":"T2","status":"failed"}})");
+    notify("turn/completed", R"({"threadId":"s","turn":{"id":"T3","status":"failed"}})");
     EXPECT_EQ(session("s").transcript.back().text, "Codex could not complete this turn.");
     workspace->send("next", "s");
     engine.last("thread/resume").completion(json("{}"));
