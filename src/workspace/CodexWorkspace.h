@@ -112,7 +112,6 @@ public:
                                    const QString& model = {}, const QString& effort = {});
     Q_INVOKABLE void loadTranscript(const QString& id, bool force = false);
     void loadEarlierTranscript(const QString& id, EarlierPageCompletion completion);
-    bool hasTranscriptLoad(const QString& id) const { return m_transcriptLoads.count(id) > 0; }
 
     // ---- turns
     Q_INVOKABLE void send(const QString& text, const QString& threadID);
