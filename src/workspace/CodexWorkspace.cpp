@@ -132,6 +132,12 @@ void CodexWorkspace::setEngineReady(bool ready, const std::optional<QString>& me
             session.transcriptLoadError = loadError;
         });
     }
+    // Nothing buffered outlives the engine.
+    QStringList buffered;
+    for (const auto& [id, texts] : m_pendingTranscriptDeltas)
+        buffered.append(id);
+    for (const QString& id : buffered)
+        flushDeltas(id);
     changeSessionsWhere(
         [](const CodexSessionState& session) {
             return session.turnControl.phase != TurnControlState::Phase::Idle;
@@ -149,22 +155,7 @@ void CodexWorkspace::setEngineReady(bool ready, const std::optional<QString>& me
                                     std::nullopt,
                                     {}});
         });
-    for (auto& [id, task] : m_transcriptDeltaFlushTasks)
-        task->cancel();
-    m_transcriptDeltaFlushTasks.clear();
-}
-
-// The readings of the account's allowance belong to the engine that gave them.
-void CodexWorkspace::resetUsage()
-{
-    for (TaskHandle* task : {&m_usageRefreshTask, &m_usageTimeoutTask})
-        if (*task) {
-            (*task)->cancel();
-            task->reset();
-        }
-    m_usageRequestID.reset();
-    m_usageRefreshPending = false;
-    updateProperty(this, m_isLoadingUsage, false, &CodexWorkspace::isLoadingUsageChanged);
+    cancelAllDeltaFlushes();
 }
 
 // ---- storing

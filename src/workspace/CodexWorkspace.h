@@ -54,6 +54,7 @@ public:
     static constexpr int threadListLimit = 100;
     static constexpr int itemsPageLimit = 20;
     static constexpr double demoReplyDelaySeconds = 0.65;
+    static constexpr double deltaFlushDelaySeconds = 0.15;
     static constexpr double usageRefreshSpacingSeconds = 60;
 
     CodexWorkspace(UserDefaults& defaults, Scheduler& scheduler, QString openTabsStorageKey,
@@ -106,6 +107,11 @@ public:
     void startAutomaticRefresh();
     // The one way in for the engine's notifications.
     void handleNotification(const QString& method, const JSONValue& params);
+    // Text deltas wait in a buffer per thread and reach the transcript at most every 150 ms.
+    void queueDelta(const JSONValue& params, const QString& threadID, TranscriptKind kind,
+                    const QString& title, const QString& status);
+    void flushDeltas(const QString& threadID);
+    void cancelAllDeltaFlushes();
 
     // ---- new sessions and their history
     Q_INVOKABLE void createSession(const QString& cwd, const QString& prompt = {},
@@ -118,6 +124,11 @@ public:
     void startTurn(const QString& text, const QString& threadID);
     Q_INVOKABLE void stopTurn(const QString& threadID);
     void interruptTurn(const QString& threadID, const QString& turnID);
+
+    // ---- usage readings
+    void refreshUsage();
+    void scheduleUsageRefresh();
+    void handleTokenUsage(const QString& threadID, const JSONValue& params);
 
     // ---- the model catalogue
     std::optional<QString> defaultEffort(const QString& modelID) const;
@@ -210,6 +221,11 @@ private:
     void handleTurnStarted(const QString& threadID, const JSONValue& params);
     void handleTurnCompleted(const QString& threadID, const JSONValue& params);
     void handleItem(const QString& threadID, const JSONValue& params, bool completed);
+    void handleReasoningPartAdded(const QString& threadID, const JSONValue& params);
+    void handleReasoningDelta(const QString& threadID, const JSONValue& params);
+    void addToolProgress(const QString& threadID, const QString& itemID, const QString& message);
+    void handlePlanUpdated(const JSONValue& params, const QString& threadID);
+    void setActivityText(const QString& threadID, const std::optional<QString>& text);
 
     // Turns.
     void resumeAndStart(const QString& text, const QString& threadID);
@@ -266,6 +282,10 @@ private:
 // of its id (keeping its progress lines, and its phase and text where the item has none), or is
 // added.
 void upsertEntry(CodexSessionState& session, TranscriptEntry entry);
+
+// The newest line of what Codex writes, trimmed and cut to 140 characters with "…"; nothing for
+// no text or a blank last line.
+std::optional<QString> progressSummary(const std::optional<QString>& text);
 
 // The activity line while an item of this type is under way.
 QString itemActivityText(const QString& type, const JSONValue& item);

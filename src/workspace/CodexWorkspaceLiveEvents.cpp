@@ -1,9 +1,13 @@
-// The engine's notifications as they change sessions: turns beginning and ending, items, and the
-// end of questions.
+// The engine's notifications as they change sessions: turns beginning and ending, items, text
+// deltas buffered and flushed, reasoning parts, tool progress, plans, and the end of questions.
 #include "workspace/CodexWorkspace.h"
 
 #include "platform/TextFormatting.h"
 #include "workspace/SessionParsers.h"
+
+#include <QRegularExpression>
+
+#include <cmath>
 
 namespace nimbrel {
 
@@ -22,30 +26,72 @@ std::optional<QString> turnIDOf(const JSONValue& params)
 
 void CodexWorkspace::handleNotification(const QString& method, const JSONValue& params)
 {
-    const std::optional<QString> threadID = params.isObject() && !params.members().empty()
-                                                ? stringAt(params, "threadId")
-                                                : std::nullopt;
-    if (!threadID) {
+    if (method == QLatin1String("account/rateLimits/updated"))
+        return scheduleUsageRefresh();
+    if (method == QLatin1String("account/updated")) {
+        resetUsage();
+        return refreshUsage();
+    }
+    const std::optional<QString> found = params.isObject() && !params.members().empty()
+                                             ? stringAt(params, "threadId")
+                                             : std::nullopt;
+    if (!found) {
         if (method.startsWith(QLatin1String("thread/")))
             refreshThreads();
         return;
     }
+    const QString& threadID = *found;
     // An event for a thread no tab shows makes its session, not a tab.
-    ensureSession(*threadID);
-    if (method == QLatin1String("sarvane/userInputResolved")) {
+    ensureSession(threadID);
+    if (method == QLatin1String("thread/tokenUsage/updated")) {
+        handleTokenUsage(threadID, params);
+    } else if (method == QLatin1String("sarvane/userInputResolved")) {
         if (const std::optional<QString> requestID = stringAt(params, "requestId"))
-            removeUserInputPrompt(*requestID, *threadID);
+            removeUserInputPrompt(*requestID, threadID);
     } else if (method == QLatin1String("turn/started")) {
-        handleTurnStarted(*threadID, params);
+        handleTurnStarted(threadID, params);
     } else if (method == QLatin1String("turn/completed")) {
-        handleTurnCompleted(*threadID, params);
+        flushDeltas(threadID);
+        handleTurnCompleted(threadID, params);
         refreshThreads();
     } else if (method == QLatin1String("item/started") ||
                method == QLatin1String("item/completed")) {
-        handleItem(*threadID, params, method == QLatin1String("item/completed"));
+        handleItem(threadID, params, method == QLatin1String("item/completed"));
+    } else if (method == QLatin1String("item/agentMessage/delta")) {
+        queueDelta(params, threadID, TranscriptKind::Assistant, QStringLiteral("Codex"),
+                   QStringLiteral("running"));
+        setActivityText(threadID, QStringLiteral("Writing the response…"));
+    } else if (method == QLatin1String("item/commandExecution/outputDelta")) {
+        queueDelta(params, threadID, TranscriptKind::Command, QStringLiteral("Command output"),
+                   QStringLiteral("running"));
+        setActivityText(threadID, QStringLiteral("Running a command…"));
+    } else if (method == QLatin1String("item/reasoning/summaryPartAdded")) {
+        handleReasoningPartAdded(threadID, params);
+    } else if (method == QLatin1String("item/reasoning/summaryTextDelta")) {
+        handleReasoningDelta(threadID, params);
+    } else if (method == QLatin1String("item/plan/delta")) {
+        queueDelta(params, threadID, TranscriptKind::System, QStringLiteral("Plan"),
+                   QStringLiteral("updating"));
+        setActivityText(threadID, QStringLiteral("Updating the plan…"));
+    } else if (method == QLatin1String("turn/plan/updated")) {
+        handlePlanUpdated(params, threadID);
+    } else if (method == QLatin1String("item/mcpToolCall/progress")) {
+        const std::optional<QString> message = stringAt(params, "message");
+        const std::optional<QString> itemID = stringAt(params, "itemId");
+        if (message && !message->isEmpty() && itemID)
+            addToolProgress(threadID, *itemID, *message);
     } else if (method.startsWith(QLatin1String("thread/"))) {
         refreshThreads();
     }
+}
+
+// The activity line, stored only when it changes: a stream of deltas writes it once.
+void CodexWorkspace::setActivityText(const QString& threadID, const std::optional<QString>& text)
+{
+    const CodexSessionState* held = session(threadID);
+    if (held && held->activityText == text)
+        return;
+    changeSession(threadID, [&](CodexSessionState& state) { state.activityText = text; });
 }
 
 void CodexWorkspace::handleTurnStarted(const QString& threadID, const JSONValue& params)
@@ -103,11 +149,11 @@ void CodexWorkspace::handleItem(const QString& threadID, const JSONValue& params
     const JSONValue* item = params.find("item");
     if (!item)
         return;
-    if (!completed)
-        changeSession(threadID, [&](CodexSessionState& session) {
-            session.activityText =
-                itemActivityText(stringAt(*item, "type").value_or(QString()), *item);
-        });
+    if (completed)
+        flushDeltas(threadID);
+    else
+        setActivityText(threadID,
+                        itemActivityText(stringAt(*item, "type").value_or(QString()), *item));
     std::optional<TranscriptEntry> entry = parseTranscriptItem(*item);
     if (!entry)
         return;
@@ -153,6 +199,205 @@ void upsertEntry(CodexSessionState& session, TranscriptEntry entry)
     if (entry.text.isEmpty() && !found->text.isEmpty())
         entry.text = found->text;
     *found = std::move(entry);
+}
+
+// ---- deltas
+
+void CodexWorkspace::queueDelta(const JSONValue& params, const QString& threadID,
+                                TranscriptKind kind, const QString& title, const QString& status)
+{
+    const std::optional<QString> itemID = stringAt(params, "itemId");
+    const std::optional<QString> delta = stringAt(params, "delta");
+    if (!itemID || !delta)
+        return;
+    m_pendingTranscriptDeltas[threadID][*itemID] += *delta;
+    // The entry exists before its first text.
+    const CodexSessionState* held = session(threadID);
+    if (!held || std::none_of(held->transcript.rbegin(), held->transcript.rend(),
+                              [&](const TranscriptEntry& entry) { return entry.id == *itemID; }))
+        changeSession(threadID, [&](CodexSessionState& state) {
+            state.transcript.push_back(
+                TranscriptEntry{*itemID, kind, title, {}, status, std::nullopt, {}});
+        });
+    if (!m_transcriptDeltaFlushTasks.count(threadID))
+        m_transcriptDeltaFlushTasks[threadID] = m_scheduler.schedule(
+            this, deltaFlushDelaySeconds, [this, threadID] { flushDeltas(threadID); });
+}
+
+void CodexWorkspace::flushDeltas(const QString& threadID)
+{
+    if (auto task = m_transcriptDeltaFlushTasks.find(threadID);
+        task != m_transcriptDeltaFlushTasks.end()) {
+        task->second->cancel();
+        m_transcriptDeltaFlushTasks.erase(task);
+    }
+    const auto pending = m_pendingTranscriptDeltas.find(threadID);
+    if (pending == m_pendingTranscriptDeltas.end())
+        return;
+    const std::map<QString, QString> texts = std::move(pending->second);
+    m_pendingTranscriptDeltas.erase(pending);
+    if (texts.empty())
+        return;
+    // One store per flush, whatever the number of deltas; text of a vanished entry is dropped.
+    changeSession(threadID, [&](CodexSessionState& state) {
+        for (const auto& [itemID, text] : texts) {
+            const auto entry =
+                std::find_if(state.transcript.begin(), state.transcript.end(),
+                             [&](const TranscriptEntry& held) { return held.id == itemID; });
+            if (entry != state.transcript.end())
+                entry->text += text;
+        }
+    });
+}
+
+void CodexWorkspace::cancelAllDeltaFlushes()
+{
+    for (auto& [threadID, task] : m_transcriptDeltaFlushTasks)
+        task->cancel();
+    m_transcriptDeltaFlushTasks.clear();
+    m_pendingTranscriptDeltas.clear();
+}
+
+// ---- reasoning, tools and plans
+
+void CodexWorkspace::handleReasoningPartAdded(const QString& threadID, const JSONValue& params)
+{
+    if (const std::optional<QString> itemID = stringAt(params, "itemId")) {
+        const CodexSessionState* held = session(threadID);
+        if (std::none_of(held->transcript.begin(), held->transcript.end(),
+                         [&](const TranscriptEntry& entry) { return entry.id == *itemID; }))
+            changeSession(threadID, [&](CodexSessionState& state) {
+                state.transcript.push_back(TranscriptEntry{*itemID,
+                                                           TranscriptKind::Reasoning,
+                                                           QStringLiteral("Codex thinking"),
+                                                           {},
+                                                           QStringLiteral("thinking"),
+                                                           std::nullopt,
+                                                           {}});
+            });
+    }
+    setActivityText(threadID, QStringLiteral("Codex is thinking…"));
+}
+
+void CodexWorkspace::handleReasoningDelta(const QString& threadID, const JSONValue& params)
+{
+    std::optional<QString> itemID = stringAt(params, "itemId");
+    qint64 index = 0;
+    if (itemID) {
+        const double number = params.find("summaryIndex")
+                                  ? params.find("summaryIndex")->numberValue().value_or(0)
+                                  : 0;
+        // Whole numbers a signed 64-bit integer holds; anything else is as if there were no item.
+        if (std::isfinite(number) && std::trunc(number) >= -9223372036854775808.0 &&
+            std::trunc(number) < 9223372036854775808.0)
+            index = static_cast<qint64>(std::trunc(number));
+        else
+            itemID.reset();
+    }
+    JSONValue delivered = params;
+    if (itemID) {
+        std::map<QString, qint64>& indexes = m_reasoningSummaryIndexes[threadID];
+        const auto previous = indexes.find(*itemID);
+        if (previous != indexes.end() && previous->second != index) {
+            // A new part begins after a blank line.
+            std::vector<std::pair<std::string, JSONValue>> members;
+            for (const JSONMember& member : params.members())
+                if (member.name() != "delta")
+                    members.emplace_back(std::string(member.name()), member.value);
+            members.emplace_back("delta", QStringLiteral("\n\n") +
+                                              stringAt(params, "delta").value_or(QString()));
+            delivered = JSONValue::object(std::move(members));
+        }
+        indexes[*itemID] = index;
+    }
+    queueDelta(delivered, threadID, TranscriptKind::Reasoning, QStringLiteral("Codex thinking"),
+               QStringLiteral("thinking"));
+    if (const std::optional<QString> line = progressSummary(stringAt(params, "delta")))
+        setActivityText(threadID, *line);
+}
+
+void CodexWorkspace::addToolProgress(const QString& threadID, const QString& itemID,
+                                     const QString& message)
+{
+    changeSession(threadID, [&](CodexSessionState& state) {
+        const auto entry =
+            std::find_if(state.transcript.begin(), state.transcript.end(),
+                         [&](const TranscriptEntry& held) { return held.id == itemID; });
+        if (entry == state.transcript.end()) {
+            state.transcript.push_back(TranscriptEntry{itemID,
+                                                       TranscriptKind::Command,
+                                                       QStringLiteral("Tool progress"),
+                                                       {},
+                                                       QStringLiteral("running"),
+                                                       std::nullopt,
+                                                       {message}});
+        } else {
+            if (entry->progressMessages.isEmpty() || entry->progressMessages.last() != message)
+                entry->progressMessages.append(message);
+            entry->status = QStringLiteral("running");
+        }
+        state.activityText = progressSummary(message).value_or(QStringLiteral("Using a tool…"));
+    });
+}
+
+void CodexWorkspace::handlePlanUpdated(const JSONValue& params, const QString& threadID)
+{
+    const QString idPart = stringAt(params, "turnId").value_or(randomUUIDText());
+    QStringList lines;
+    if (const std::optional<QString> explanation = stringAt(params, "explanation"))
+        lines.append(*explanation);
+    std::optional<QString> activeStep;
+    bool foundActive = false;
+    if (const JSONValue* plan = params.find("plan"); plan && plan->isArray())
+        for (const JSONValue& element : plan->items()) {
+            if (!element.isObject())
+                continue;
+            const QString status = stringAt(element, "status").value_or(QStringLiteral("pending"));
+            if (!foundActive && status == QLatin1String("inProgress")) {
+                foundActive = true;
+                activeStep = stringAt(element, "step");
+            }
+            const std::optional<QString> step = stringAt(element, "step");
+            if (!step)
+                continue;
+            const QChar mark = status == QLatin1String("completed")    ? QChar(0x2713)
+                               : status == QLatin1String("inProgress") ? QChar(0x2192)
+                                                                       : QChar(0x2022);
+            lines.append(mark + QLatin1Char(' ') + *step);
+        }
+    TranscriptEntry entry{QStringLiteral("turn-plan-") + idPart,
+                          TranscriptKind::System,
+                          QStringLiteral("Plan progress"),
+                          lines.join(QLatin1Char('\n')),
+                          activeStep ? QStringLiteral("in progress") : QStringLiteral("updated"),
+                          std::nullopt,
+                          {}};
+    changeSession(threadID, [&](CodexSessionState& state) {
+        const auto held =
+            std::find_if(state.transcript.begin(), state.transcript.end(),
+                         [&](const TranscriptEntry& existing) { return existing.id == entry.id; });
+        if (held == state.transcript.end())
+            state.transcript.push_back(entry);
+        else
+            *held = entry;
+        state.activityText =
+            activeStep ? QStringLiteral("Plan: ") + *activeStep : QStringLiteral("Plan updated");
+    });
+}
+
+std::optional<QString> progressSummary(const std::optional<QString>& text)
+{
+    if (!text)
+        return std::nullopt;
+    static const QRegularExpression lineEnds(
+        QStringLiteral("[\\x{000A}-\\x{000D}\\x{0085}\\x{2028}\\x{2029}]"));
+    const QStringList pieces = text->split(lineEnds, Qt::SkipEmptyParts);
+    if (pieces.isEmpty())
+        return std::nullopt;
+    const QString last = pieces.last().trimmed();
+    if (last.isEmpty())
+        return std::nullopt;
+    return characterCount(last) >= 141 ? firstCharacters(last, 140) + QChar(0x2026) : last;
 }
 
 QString itemActivityText(const QString& type, const JSONValue& item)

@@ -1,10 +1,11 @@
+#include "peer/PeerLink.h"
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
 #include "support/RawWebSocket.h"
+#include "support/RunningProgram.h"
 #include "support/TemporaryHome.h"
 #include "support/TestPeer.h"
 #include "support/VirtualScheduler.h"
-#include "peer/PeerLink.h"
 
 #include <QFile>
 #include <QProcess>
@@ -17,65 +18,28 @@ using namespace nimbrel::test;
 
 namespace {
 
-// A program of ours run for real, its output collected as it comes.
-class Running {
-public:
-    Running(const QString& program, const QStringList& arguments, const QProcessEnvironment& environment)
-    {
-        m_process.setProcessEnvironment(environment);
-        QObject::connect(&m_process, &QProcess::readyReadStandardOutput, [this] { out += QString::fromUtf8(m_process.readAllStandardOutput()); });
-        QObject::connect(&m_process, &QProcess::readyReadStandardError, [this] { err += QString::fromUtf8(m_process.readAllStandardError()); });
-        m_process.start(program, arguments);
-    }
-    ~Running()
-    {
-        m_process.terminate();
-        if (!m_process.waitForFinished(5000))
-            m_process.kill();
-        m_process.waitForFinished(5000);
-    }
-    void type(const QString& line) { m_process.write((line + "\n").toUtf8()); }
-    // The process's peak resident memory so far, in MiB.
-    double peakMiB() const
-    {
-        QFile status(QStringLiteral("/proc/%1/status").arg(m_process.processId()));
-        status.open(QIODevice::ReadOnly);
-        for (const QByteArray& line : status.readAll().split('\n'))
-            if (line.startsWith("VmHWM:"))
-                return line.simplified().split(' ').value(1).toDouble() / 1024;
-        return -1;
-    }
-    bool saysOnError(const QString& text) { return waitFor([&] { return err.contains(text); }); }
-    bool waitForExit() { return waitFor([&] { return m_process.state() == QProcess::NotRunning; }); }
-    int exitCode() const { return m_process.exitCode(); }
-    bool saysOnOutput(const QString& text) { return waitFor([&] { return out.contains(text); }); }
-    // The first group of pattern's first match on standard error (or output), waiting for one.
-    QString captured(const QString& pattern, const QString Running::*stream = &Running::err)
-    {
-        QString found;
-        waitFor([&] {
-            const auto match = QRegularExpression(pattern).match(this->*stream);
-            found = match.hasMatch() ? match.captured(1) : QString();
-            return !found.isEmpty();
-        });
-        return found;
-    }
-
-    QString out, err;
-
-private:
-    QProcess m_process;
-};
-
 class BridgeEndToEndTest : public ::testing::Test {
 protected:
     BridgeEndToEndTest()
-        : engine(JSONValue::object({{"methods", JSONValue::object({
-              {"thread/list", JSONValue::object({{"result", JSONValue::object({{"data", JSONValue::array({})}})}})},
-              {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
-                  {"after", JSONValue::array({JSONValue::object({{"send", JSONValue::object({{"method", "turn/started"},
-                      {"params", JSONValue::object({{"threadId", "thr_1"}, {"turn", JSONValue::object({{"id", "turn_1"}})}})}})}})})}})},
-          })}}))
+        : engine(JSONValue::object(
+              {{"methods",
+                JSONValue::object({
+                    {"thread/list",
+                     JSONValue::object(
+                         {{"result", JSONValue::object({{"data", JSONValue::array({})}})}})},
+                    {"account/rateLimits/read",
+                     JSONValue::object(
+                         {{"result", JSONValue::object({})},
+                          {"after",
+                           JSONValue::array({JSONValue::object(
+                               {{"send", JSONValue::object(
+                                             {{"method", "turn/started"},
+                                              {"params",
+                                               JSONValue::object(
+                                                   {{"threadId", "thr_1"},
+                                                    {"turn", JSONValue::object(
+                                                                 {{"id", "turn_1"}})}})}})}})})}})},
+                })}}))
     {
         home.makeLink("bin/codex", FakeEngine::executablePath());
         environment = QProcessEnvironment::systemEnvironment();
@@ -87,9 +51,10 @@ protected:
         environment.insert("NIMBREL_LINK_PORT", "0");
     }
 
-    std::unique_ptr<Running> startBridge(QString* port)
+    std::unique_ptr<RunningProgram> startBridge(QString* port)
     {
-        auto bridge = std::make_unique<Running>(NIMBREL_BRIDGE_PATH, QStringList{}, environment);
+        auto bridge =
+            std::make_unique<RunningProgram>(NIMBREL_BRIDGE_PATH, QStringList{}, environment);
         *port = bridge->captured("Listening on wss://127\\.0\\.0\\.1:(\\d+)/sarvane");
         EXPECT_FALSE(port->isEmpty()) << bridge->err.toStdString();
         EXPECT_TRUE(bridge->saysOnError("Codex app-server ready")) << bridge->err.toStdString();
@@ -97,7 +62,8 @@ protected:
     }
 
     // A test peer paired with the running bridge through its console.
-    std::unique_ptr<TestPeer> pairedPeer(Running& bridge, quint16 port, const QString& transportName, const QString& name)
+    std::unique_ptr<TestPeer> pairedPeer(RunningProgram& bridge, quint16 port,
+                                         const QString& transportName, const QString& name)
     {
         auto peer = std::make_unique<TestPeer>(port, transportName, name);
         EXPECT_TRUE(peer->waitFor(BridgeMessageKind::Hello));
@@ -110,23 +76,28 @@ protected:
         return peer;
     }
 
-    std::unique_ptr<Running> startPeer(const QString& port, const QStringList& command = {},
-                                       const QString& name = "Test Phone", const QString& state = "peer-state")
+    std::unique_ptr<RunningProgram> startPeer(const QString& port, const QStringList& command = {},
+                                              const QString& name = "Test Phone",
+                                              const QString& state = "peer-state")
     {
-        return std::make_unique<Running>(NIMBREL_PEER_PATH,
-                                         QStringList{"--host", "127.0.0.1", "--port", port, "--name", name,
-                                                     "--state", home.filePath(state)} + command,
-                                         environment);
+        return std::make_unique<RunningProgram>(NIMBREL_PEER_PATH,
+                                                QStringList{"--host", "127.0.0.1", "--port", port,
+                                                            "--name", name, "--state",
+                                                            home.filePath(state)} +
+                                                    command,
+                                                environment);
     }
 
     // nimbrel-peer paired with the running bridge: it asks, the bridge's console approves the code.
-    std::unique_ptr<Running> pairedTool(Running& bridge, const QString& port, const QString& name)
+    std::unique_ptr<RunningProgram> pairedTool(RunningProgram& bridge, const QString& port,
+                                               const QString& name)
     {
         auto peer = startPeer(port, {}, name, name);
         peer->type("pair");
         const QString code = peer->captured("Pairing code: (\\d{6})");
         EXPECT_EQ(code.size(), 6) << peer->err.toStdString();
-        EXPECT_TRUE(bridge.saysOnError("Pairing requested by " + name + ". Compare code " + code + "."));
+        EXPECT_TRUE(
+            bridge.saysOnError("Pairing requested by " + name + ". Compare code " + code + "."));
         bridge.type("approve " + code);
         EXPECT_TRUE(peer->saysOnOutput(R"("kind":"pairingAccepted")")) << peer->err.toStdString();
         return peer;
@@ -153,18 +124,24 @@ TEST_F(BridgeEndToEndTest, PeerPairsCallsWatchesAndIsRecognisedAfterARestart)
     {
         auto bridge = startBridge(&port);
         auto peer = pairedTool(*bridge, port, "Test Phone");
-        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"event","method":"sarvane/engineStatus","body":{"ready":true,"status":"Codex app-server ready"}})"));
+        ASSERT_TRUE(peer->saysOnOutput(
+            R"({"version":1,"kind":"event","method":"sarvane/engineStatus","body":{"ready":true,"status":"Codex app-server ready"}})"));
         EXPECT_TRUE(bridge->saysOnError("Paired Test Phone."));
 
         peer->type(R"(call thread/list {"limit": 10})");
-        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"response","id":"nimbrel-peer-1","body":{"data":[]}})")) << peer->out.toStdString();
+        ASSERT_TRUE(peer->saysOnOutput(
+            R"({"version":1,"kind":"response","id":"nimbrel-peer-1","body":{"data":[]}})"))
+            << peer->out.toStdString();
         peer->type("call config/read");
-        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"error","id":"nimbrel-peer-2","body":"That method is not available through Nimbrel."})"));
+        ASSERT_TRUE(peer->saysOnOutput(
+            R"({"version":1,"kind":"error","id":"nimbrel-peer-2","body":"That method is not available through Nimbrel."})"));
         peer->type("call account/rateLimits/read");
-        ASSERT_TRUE(peer->saysOnOutput(R"({"version":1,"kind":"event","method":"turn/started","body":{"threadId":"thr_1","turn":{"id":"turn_1"}}})"));
+        ASSERT_TRUE(peer->saysOnOutput(
+            R"({"version":1,"kind":"event","method":"turn/started","body":{"threadId":"thr_1","turn":{"id":"turn_1"}}})"));
         const auto methods = engine.receivedMethods();
         EXPECT_EQ(std::count(methods.begin(), methods.end(), "config/read"), 0);
-        EXPECT_EQ(std::count(methods.begin(), methods.end(), "thread/list"), 2); // the window's own, then the peer's
+        EXPECT_EQ(std::count(methods.begin(), methods.end(), "thread/list"),
+                  2); // the window's own, then the peer's
     }
 
     // Both programs again: the trusted device is authorised by its hello alone.
@@ -183,7 +160,8 @@ TEST_F(BridgeEndToEndTest, WithoutASecretStoreTheEngineStillWorks)
     auto bridge = startBridge(&port);
     auto peer = startPeer(port);
     ASSERT_TRUE(bridge->saysOnError("Cannot pair: secure Keychain identity is unavailable."));
-    EXPECT_TRUE(bridge->err.contains("Keychain identity creation failed. Pairing is disabled until the app has valid signing entitlements."));
+    EXPECT_TRUE(bridge->err.contains("Keychain identity creation failed. Pairing is disabled until "
+                                     "the app has valid signing entitlements."));
     settle(200);
     EXPECT_FALSE(peer->out.contains(R"("kind":"hello")"));
 }
@@ -192,16 +170,26 @@ TEST_F(BridgeEndToEndTest, WithoutASecretStoreTheEngineStillWorks)
 
 namespace {
 
-// The engine answers account/rateLimits/read, then sends a flood of deltas.
+// The engine answers account/rateLimits/read, then sends a flood of deltas. They are of a kind the
+// desktop's sessions do not keep, so that what the bridge holds is what the peers are owed.
 JSONValue floodScenario(int count)
 {
-    const JSONValue delta = JSONValue::object({{"method", "item/agentMessage/delta"},
-        {"params", JSONValue::object({{"threadId", "thr_1"}, {"turnId", "turn_1"}, {"itemId", "item_1"},
-                                      {"delta", "the build passes over the tests "}})}});
-    return JSONValue::object({{"methods", JSONValue::object({
-        {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
-            {"after", JSONValue::array({JSONValue::object({{"flood", JSONValue::object({{"count", count}, {"message", delta}})}})})}})},
-    })}});
+    const JSONValue delta = JSONValue::object(
+        {{"method", "item/fileChange/outputDelta"},
+         {"params", JSONValue::object({{"threadId", "thr_1"},
+                                       {"turnId", "turn_1"},
+                                       {"itemId", "item_1"},
+                                       {"delta", "the build passes over the tests "}})}});
+    return JSONValue::object(
+        {{"methods",
+          JSONValue::object({
+              {"account/rateLimits/read",
+               JSONValue::object(
+                   {{"result", JSONValue::object({})},
+                    {"after", JSONValue::array({JSONValue::object(
+                                  {{"flood", JSONValue::object(
+                                                 {{"count", count}, {"message", delta}})}})})}})},
+          })}});
 }
 
 } // namespace
@@ -210,7 +198,8 @@ JSONValue floodScenario(int count)
 // bridge has freed counts as freed.
 TEST_F(BridgeEndToEndTest, AFrameAnnouncingFourHundredMebibytesIsRefusedAtItsHeader)
 {
-    environment.insert("ASAN_OPTIONS", qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    environment.insert("ASAN_OPTIONS",
+                       qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
     QString port;
     auto bridge = startBridge(&port);
     RawWebSocket attacker(static_cast<quint16>(port.toUInt()));
@@ -229,7 +218,8 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
 {
     constexpr int deltas = 400000;
     engine.setScenario(floodScenario(deltas));
-    environment.insert("ASAN_OPTIONS", qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    environment.insert("ASAN_OPTIONS",
+                       qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
     QString portText;
     auto bridge = startBridge(&portText);
     const quint16 port = static_cast<quint16>(portText.toUInt());
@@ -241,17 +231,24 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
     // The same device again, as a client that stops reading once it is authorised.
     RawWebSocket stalled(port);
     ASSERT_EQ(stalled.upgrade("Stalled"), 101);
-    stalled.sendText(encodeBridgeMessage({1, BridgeMessageKind::Hello, {}, {}, stalledDevice->identity->makeHello("Stalled Phone").value().toBody()}).value());
+    stalled.sendText(
+        encodeBridgeMessage({1,
+                             BridgeMessageKind::Hello,
+                             {},
+                             {},
+                             stalledDevice->identity->makeHello("Stalled Phone").value().toBody()})
+            .value());
     ASSERT_TRUE(waitFor([&] { return bridge->err.count("Authenticated Stalled Phone.") == 1; }));
     stalled.stopReading();
 
     int received = 0;
     reader->onText = [&](const QString& text) {
-        if (text.contains(QLatin1String("item/agentMessage/delta")))
+        if (text.contains(QLatin1String("item/fileChange/outputDelta")))
             ++received;
     };
     reader->request("flood", "account/rateLimits/read");
-    ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000)) << received << " of " << deltas;
+    ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000))
+        << received << " of " << deltas;
     EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."));
     EXPECT_LT(bridge->peakMiB(), 150) << "peak resident memory of the bridge";
 }
@@ -263,14 +260,21 @@ namespace {
 class StandInBridge {
 public:
     StandInBridge(EVP_PKEY* certificateKey, std::shared_ptr<const DeviceIdentity> helloIdentity)
-        : m_identity(std::move(helloIdentity)), m_link(PeerLinkMode::Host, "Stand-in", m_scheduler, certificateKey,
-                                                        PeerLinkSettings{QHostAddress::LocalHost, 0})
+        : m_identity(std::move(helloIdentity))
+        , m_link(PeerLinkMode::Host, "Stand-in", m_scheduler, certificateKey,
+                 PeerLinkSettings{QHostAddress::LocalHost, 0})
     {
         m_link.onConnected = [this](const QString& peer) {
-            send({1, BridgeMessageKind::Hello, {}, {}, m_identity->makeHello("Stand-in").value().toBody()}, peer);
+            send({1,
+                  BridgeMessageKind::Hello,
+                  {},
+                  {},
+                  m_identity->makeHello("Stand-in").value().toBody()},
+                 peer);
         };
         m_link.onData = [this](const QByteArray& data, const QString& peer) {
-            auto message = decodeBridgeMessage(std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
+            auto message = decodeBridgeMessage(
+                std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
             if (message.ok() && message.value().kind == BridgeMessageKind::PairingRequest)
                 send({1, BridgeMessageKind::PairingAccepted, {}, {}, {}}, peer);
         };
@@ -279,7 +283,10 @@ public:
     QString port() const { return QString::number(m_link.listeningPort()); }
 
 private:
-    void send(const BridgeMessage& message, const QString& peer) { m_link.send(encodeBridgeMessage(message).value(), peer); }
+    void send(const BridgeMessage& message, const QString& peer)
+    {
+        m_link.send(encodeBridgeMessage(message).value(), peer);
+    }
 
     VirtualScheduler m_scheduler;
     std::shared_ptr<const DeviceIdentity> m_identity;
@@ -291,28 +298,34 @@ private:
 TEST_F(BridgeEndToEndTest, ThePeerToolRefusesABridgeThatIsNotWhatItSays)
 {
     MemoryUserDefaults bridgeDefaults;
-    const auto identity = DeviceIdentity::create(SecretStore(home.filePath("bridge-a")), bridgeDefaults).value();
+    const auto identity =
+        DeviceIdentity::create(SecretStore(home.filePath("bridge-a")), bridgeDefaults).value();
     // The same device id under a new key.
-    const auto rekeyed = DeviceIdentity::create(SecretStore(home.filePath("bridge-b")), bridgeDefaults).value();
+    const auto rekeyed =
+        DeviceIdentity::create(SecretStore(home.filePath("bridge-b")), bridgeDefaults).value();
     ASSERT_EQ(rekeyed->deviceID(), identity->deviceID());
-    const auto exitsWith = [](Running& tool, const QString& text) { return tool.saysOnError(text) && tool.waitForExit(); };
+    const auto exitsWith = [](RunningProgram& tool, const QString& text) {
+        return tool.saysOnError(text) && tool.waitForExit();
+    };
 
-    {   // Its certificate carries another key than its hello.
+    { // Its certificate carries another key than its hello.
         StandInBridge impostor(rekeyed->key(), identity);
         auto tool = startPeer(impostor.port(), {"pair"});
-        EXPECT_TRUE(exitsWith(*tool, "The bridge's certificate does not match its hello.")) << tool->err.toStdString();
+        EXPECT_TRUE(exitsWith(*tool, "The bridge's certificate does not match its hello."))
+            << tool->err.toStdString();
         EXPECT_EQ(tool->exitCode(), 3);
     }
-    {   // A true bridge pairs, and is remembered.
+    { // A true bridge pairs, and is remembered.
         StandInBridge bridge(identity->key(), identity);
         auto tool = startPeer(bridge.port(), {"pair"});
         EXPECT_TRUE(exitsWith(*tool, "Paired.")) << tool->err.toStdString();
         EXPECT_EQ(tool->exitCode(), 0);
     }
-    {   // Later the same id shows another key, consistent with its certificate.
+    { // Later the same id shows another key, consistent with its certificate.
         StandInBridge changed(rekeyed->key(), rekeyed);
         auto tool = startPeer(changed.port(), {"pair"});
-        EXPECT_TRUE(exitsWith(*tool, "This bridge's key changed since pairing.")) << tool->err.toStdString();
+        EXPECT_TRUE(exitsWith(*tool, "This bridge's key changed since pairing."))
+            << tool->err.toStdString();
         EXPECT_TRUE(tool->err.contains("nimbrel-peer forget-bridge " + identity->deviceID()));
         EXPECT_EQ(tool->exitCode(), 4);
         auto forget = startPeer(changed.port(), {"forget-bridge", identity->deviceID()});
@@ -324,7 +337,10 @@ TEST_F(BridgeEndToEndTest, ThePeerToolRefusesABridgeThatIsNotWhatItSays)
 
 namespace {
 
-JSONValue sendAction(const char* message) { return JSONValue::object({{"send", JSONValue::decode(message).value()}}); }
+JSONValue sendAction(const char* message)
+{
+    return JSONValue::object({{"send", JSONValue::decode(message).value()}});
+}
 
 JSONValue cue(const char* word, std::vector<JSONValue> actions)
 {
@@ -334,22 +350,32 @@ JSONValue cue(const char* word, std::vector<JSONValue> actions)
 // The engine asks on cue words in a turn/start, and resolves each request it has an answer to.
 JSONValue askingScenario()
 {
-    const char* question = R"({"id":%1,"method":"item/tool/requestUserInput","params":{"threadId":"thr_1","turnId":"turn_1",
+    const char* question =
+        R"({"id":%1,"method":"item/tool/requestUserInput","params":{"threadId":"thr_1","turnId":"turn_1",
         "questions":[{"id":"name","header":"","question":"Name?"}]}})";
     return JSONValue::object({
-        {"cues", JSONValue::array({
-            cue("approve-me", {sendAction(R"({"id":0,"method":"item/commandExecution/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1","command":"make test"}})"),
-                               sendAction(R"({"id":1,"method":"item/fileChange/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1"}})")}),
-            cue("ask-me", {sendAction(QString(question).arg(5).toUtf8().constData())}),
-            cue("ask-and-close", {sendAction(QString(question).arg(6).toUtf8().constData()),
-                                  sendAction(R"({"method":"turn/completed","params":{"threadId":"thr_1","turn":{"id":"turn_1"}}})")}),
-            cue("crash-me", {JSONValue::object({{"exit", 3}})}),
-        })},
-        {"responses", JSONValue::array({sendAction(R"({"method":"serverRequest/resolved","params":{"threadId":"thr_1","requestId":"$id"}})")})},
+        {"cues",
+         JSONValue::array({
+             cue("approve-me",
+                 {sendAction(
+                      R"({"id":0,"method":"item/commandExecution/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1","command":"make test"}})"),
+                  sendAction(
+                      R"({"id":1,"method":"item/fileChange/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1"}})")}),
+             cue("ask-me", {sendAction(QString(question).arg(5).toUtf8().constData())}),
+             cue("ask-and-close",
+                 {sendAction(QString(question).arg(6).toUtf8().constData()),
+                  sendAction(
+                      R"({"method":"turn/completed","params":{"threadId":"thr_1","turn":{"id":"turn_1"}}})")}),
+             cue("crash-me", {JSONValue::object({{"exit", 3}})}),
+         })},
+        {"responses",
+         JSONValue::array({sendAction(
+             R"({"method":"serverRequest/resolved","params":{"threadId":"thr_1","requestId":"$id"}})")})},
     });
 }
 
-const QString uuidPattern = QStringLiteral("([0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12})");
+const QString uuidPattern =
+    QStringLiteral("([0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12})");
 
 // The bridge over an engine that asks, with two nimbrel-peers paired.
 class AskingEngineTest : public BridgeEndToEndTest {
@@ -363,7 +389,7 @@ protected:
     }
 
     QString port;
-    std::unique_ptr<Running> bridge, ada, bob;
+    std::unique_ptr<RunningProgram> bridge, ada, bob;
 };
 
 } // namespace
@@ -372,17 +398,20 @@ TEST_F(AskingEngineTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
 {
     ada->type(R"(call turn/start {"threadId": "thr_1", "text": "approve-me"})");
 
-    const QString serverRequest = R"(\{"version":1,"kind":"serverRequest","id":")" + uuidPattern + R"(","method":"item/commandExecution/requestApproval")";
-    const QString id = ada->captured(serverRequest, &Running::out);
+    const QString serverRequest = R"(\{"version":1,"kind":"serverRequest","id":")" + uuidPattern +
+                                  R"(","method":"item/commandExecution/requestApproval")";
+    const QString id = ada->captured(serverRequest, &RunningProgram::out);
     ASSERT_FALSE(id.isEmpty()) << ada->out.toStdString();
-    EXPECT_EQ(bob->captured(serverRequest, &Running::out), id);
-    ASSERT_TRUE(bridge->saysOnError("Approval " + id + ": Run this command?\n")) << bridge->err.toStdString();
+    EXPECT_EQ(bob->captured(serverRequest, &RunningProgram::out), id);
+    ASSERT_TRUE(bridge->saysOnError("Approval " + id + ": Run this command?\n"))
+        << bridge->err.toStdString();
     EXPECT_TRUE(bridge->err.contains("  Command: make test\n"));
 
     ada->type("answer " + id + R"( {"decision": "accept"})");
     ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));
     bob->type("answer " + id + R"( {"decision": "decline"})");
-    // The bridge's user now sees the file change that waited behind it, and decides it on the console.
+    // The bridge's user now sees the file change that waited behind it, and decides it on the
+    // console.
     const QString next = bridge->captured("Approval " + uuidPattern + ": Apply file changes\\?");
     ASSERT_FALSE(next.isEmpty()) << bridge->err.toStdString();
     EXPECT_NE(next, id);
@@ -393,52 +422,71 @@ TEST_F(AskingEngineTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
     const std::vector<JSONValue> answers = engineAnswers();
     ASSERT_EQ(answers.size(), 2u);
     EXPECT_EQ(answers[0], JSONValue::decode(R"({"id":0,"result":{"decision":"accept"}})").value());
-    EXPECT_EQ(answers[1], JSONValue::decode(R"({"id":1,"result":{"decision":"acceptForSession"}})").value());
+    EXPECT_EQ(answers[1],
+              JSONValue::decode(R"({"id":1,"result":{"decision":"acceptForSession"}})").value());
 
     // A question answered on the console, by the start of its id.
     ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-me"})");
     const QString question = bridge->captured("Question " + uuidPattern + " in session thr_1");
     ASSERT_FALSE(question.isEmpty()) << bridge->err.toStdString();
     bridge->type("answer " + question.left(6).toLower() + "  Grace Hopper ");
-    ASSERT_TRUE(bridge->saysOnError("The answers to " + question + " reached Codex.")) << bridge->err.toStdString();
-    EXPECT_EQ(engineAnswers().back(), JSONValue::decode(R"({"id":5,"result":{"answers":{"name":{"answers":["Grace Hopper"]}}}})").value());
-    EXPECT_TRUE(bob->saysOnOutput(R"("method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")" + question));
+    ASSERT_TRUE(bridge->saysOnError("The answers to " + question + " reached Codex."))
+        << bridge->err.toStdString();
+    EXPECT_EQ(
+        engineAnswers().back(),
+        JSONValue::decode(R"({"id":5,"result":{"answers":{"name":{"answers":["Grace Hopper"]}}}})")
+            .value());
+    EXPECT_TRUE(bob->saysOnOutput(
+        R"("method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")" +
+        question));
 }
 
 TEST_F(AskingEngineTest, AQuestionIsAnsweredOnceClosedByTheEngineAndGoneWithIt)
 {
-    const QString offered = R"("kind":"event","id":")" + uuidPattern + R"(","method":"sarvane/userInputRequest")";
-    const QString resolved = R"("kind":"event","method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")";
-    const QString closedText = "This question has already closed, is being answered, or has an incomplete answer.";
+    const QString offered =
+        R"("kind":"event","id":")" + uuidPattern + R"(","method":"sarvane/userInputRequest")";
+    const QString resolved =
+        R"("kind":"event","method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")";
+    const QString closedText =
+        "This question has already closed, is being answered, or has an incomplete answer.";
 
     ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-me"})");
-    const QString id = bob->captured(offered, &Running::out);
+    const QString id = bob->captured(offered, &RunningProgram::out);
     ASSERT_FALSE(id.isEmpty()) << bob->out.toStdString();
-    EXPECT_EQ(ada->captured(offered, &Running::out), id);
+    EXPECT_EQ(ada->captured(offered, &RunningProgram::out), id);
     ASSERT_TRUE(bridge->saysOnError("Question " + id + " in session thr_1\n  1. Name?"));
-    bob->type("answer " + id + R"( {"answers": {"name": {"answers": ["Ada"]}}} item/tool/requestUserInput)");
-    ASSERT_TRUE(bob->saysOnOutput(R"({"version":1,"kind":"response","id":")" + id + R"(","body":{}})")) << bob->out.toStdString();
-    EXPECT_LT(bob->out.indexOf(resolved + id), bob->out.indexOf(R"("kind":"response","id":")" + id));
+    bob->type("answer " + id +
+              R"( {"answers": {"name": {"answers": ["Ada"]}}} item/tool/requestUserInput)");
+    ASSERT_TRUE(
+        bob->saysOnOutput(R"({"version":1,"kind":"response","id":")" + id + R"(","body":{}})"))
+        << bob->out.toStdString();
+    EXPECT_LT(bob->out.indexOf(resolved + id),
+              bob->out.indexOf(R"("kind":"response","id":")" + id));
     ASSERT_TRUE(ada->saysOnOutput(resolved + id));
-    ada->type("answer " + id + R"( {"answers": {"name": {"answers": ["Bob"]}}} item/tool/requestUserInput)");
+    ada->type("answer " + id +
+              R"( {"answers": {"name": {"answers": ["Bob"]}}} item/tool/requestUserInput)");
     ASSERT_TRUE(ada->saysOnOutput(R"("kind":"error","id":")" + id + R"(","body":")" + closedText));
 
     // The engine closes a question itself: no answer reaches it.
     ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-and-close"})");
-    ASSERT_TRUE(waitFor([&] { return bob->out.count("sarvane/userInputResolved") == 2; })) << bob->out.toStdString();
+    ASSERT_TRUE(waitFor([&] { return bob->out.count("sarvane/userInputResolved") == 2; }))
+        << bob->out.toStdString();
 
     // A peer that comes while a question is open is offered it; the engine's fall ends it.
     ada->type(R"(call turn/start {"threadId": "thr_1", "text": "ask-me"})");
     ASSERT_TRUE(waitFor([&] { return ada->out.count("sarvane/userInputRequest") == 3; }));
     auto cy = pairedTool(*bridge, port, "Cy");
-    const QString open = cy->captured(offered, &Running::out);
+    const QString open = cy->captured(offered, &RunningProgram::out);
     ASSERT_FALSE(open.isEmpty()) << cy->out.toStdString();
     ada->type(R"(call turn/start {"threadId": "thr_1", "text": "crash-me"})");
     ASSERT_TRUE(cy->saysOnOutput(R"("ready":false)"));
-    cy->type("answer " + open + R"( {"answers": {"name": {"answers": ["Cy"]}}} item/tool/requestUserInput)");
+    cy->type("answer " + open +
+             R"( {"answers": {"name": {"answers": ["Cy"]}}} item/tool/requestUserInput)");
     ASSERT_TRUE(cy->saysOnOutput(R"("kind":"error","id":")" + open + R"(","body":")" + closedText));
 
     const std::vector<JSONValue> answers = engineAnswers();
     ASSERT_EQ(answers.size(), 1u);
-    EXPECT_EQ(answers[0], JSONValue::decode(R"({"id":5,"result":{"answers":{"name":{"answers":["Ada"]}}}})").value());
+    EXPECT_EQ(
+        answers[0],
+        JSONValue::decode(R"({"id":5,"result":{"answers":{"name":{"answers":["Ada"]}}}})").value());
 }

@@ -27,7 +27,8 @@ FakeScenario FakeScenario::load(const char* path, int launch)
     if (const JSONValue* launches = root.find("launches"); launches && launches->arrayValue()) {
         const auto list = *launches->arrayValue();
         if (!list.empty())
-            scenario.engine = list[std::min<std::size_t>(static_cast<std::size_t>(launch - 1), list.size() - 1)];
+            scenario.engine =
+                list[std::min<std::size_t>(static_cast<std::size_t>(launch - 1), list.size() - 1)];
     }
     return scenario;
 }
@@ -37,7 +38,8 @@ JSONValue FakeScenario::handlerFor(const std::string& method, int call) const
     if (const JSONValue* methods = engine.find("methods"))
         if (const JSONValue* handler = methods->find(method)) {
             if (const auto sequence = handler->arrayValue(); sequence && !sequence->empty())
-                return (*sequence)[std::min<std::size_t>(static_cast<std::size_t>(call), sequence->size() - 1)];
+                return (*sequence)[std::min<std::size_t>(static_cast<std::size_t>(call),
+                                                         sequence->size() - 1)];
             return *handler;
         }
     if (const JSONValue* fallback = engine.find("defaultHandler"))
@@ -66,7 +68,8 @@ JSONValue FakeScenario::cuedActions(const std::string& encodedParams) const
         for (const JSONValue& cue : cues->items()) {
             const JSONValue* word = cue.find("when");
             const JSONValue* actions = cue.find("actions");
-            if (word && actions && encodedParams.find(word->stringView().value_or("\x01")) != std::string::npos)
+            if (word && actions &&
+                encodedParams.find(word->stringView().value_or("\x01")) != std::string::npos)
                 for (const JSONValue& action : actions->items())
                     cued.push_back(action);
         }

@@ -8,7 +8,8 @@
 // What the fake engine does, read from fake-codex-scenario.json beside the executable (as invoked)
 // where there is one, else from the JSON file named by FAKE_CODEX_SCENARIO.
 //
-//   { "version": {"output": "codex-cli 1.0.0\n" | "outputHex": "ff", "exitCode": 0, "hangSeconds": 0},
+//   { "version": {"output": "codex-cli 1.0.0\n" | "outputHex": "ff", "exitCode": 0, "hangSeconds":
+//   0},
 //     "launches": [ <engine>, <engine>, ... ]     the nth launch plays the nth (the last repeats)
 //     ...or the keys of <engine> at the top level, played on every launch }
 //
@@ -26,8 +27,10 @@
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
 //              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...] }
-//   action:  {"send": X} {"raw": "text"} {"stderr": "text"} {"stderrHex": "fffe"} {"exit": code} {"sleepMs": n}
+//   action:  {"send": X} {"raw": "text"} {"stderr": "text"} {"stderrHex": "fffe"} {"exit": code}
+//   {"sleepMs": n}
 //            {"closeStdin": true} {"flood": {"count": n, "message": X}}
+//            {"streamTurn": {...}}   a whole turn's notifications; see FakeTurn.h
 struct FakeScenario {
     nimbrel::JSONValue version;
     nimbrel::JSONValue engine;

@@ -3,6 +3,7 @@
 // that receives one JSON line per launch and per message read, for tests to assert on.
 #include "FakeHistory.h"
 #include "FakeScenario.h"
+#include "FakeTurn.h"
 
 #include <chrono>
 #include <csignal>
@@ -57,7 +58,10 @@ std::string bytesFromHex(const JSONValue& hex)
     return bytes;
 }
 
-void send(const JSONValue& message) { writeRaw(*message.encode() + "\n"); }
+void send(const JSONValue& message)
+{
+    writeRaw(*message.encode() + "\n");
+}
 
 void sleepMilliseconds(double milliseconds)
 {
@@ -95,6 +99,15 @@ void perform(const JSONValue& actions)
             }
             writeRaw(block);
         }
+        if (const JSONValue* turn = action.find("streamTurn")) {
+            const double pause =
+                (*turn)["delayMs"].value_or(JSONValue(0)).numberValue().value_or(0);
+            for (const JSONValue& message : turnNotifications(*turn)) {
+                send(message);
+                if (pause > 0)
+                    sleepMilliseconds(pause);
+            }
+        }
         if (const JSONValue* code = action.find("exit")) {
             std::fflush(stdout);
             std::fflush(stderr);
@@ -108,7 +121,8 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
 {
     const JSONValue* listed = scenario.engine.find("methods");
     if (!(listed && listed->find(method)))
-        if (const std::optional<JSONValue> page = historyReply(scenario.engine, method, id, params)) {
+        if (const std::optional<JSONValue> page =
+                historyReply(scenario.engine, method, id, params)) {
             send(*page);
             return;
         }
@@ -127,8 +141,7 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
         for (const auto& member : reply->members())
             members.emplace_back(std::string(member.name()), member.value);
         send(JSONValue::object(std::move(members)));
-    }
-    else if (handler.find("echoParams"))
+    } else if (handler.find("echoParams"))
         send(JSONValue::object({{"id", id}, {"result", params}}));
     else if (const JSONValue* error = handler.find("error"))
         send(JSONValue::object({{"id", id}, {"error", *error}}));
@@ -183,7 +196,9 @@ int main(int argc, char** argv)
     // A scenario file beside the executable wins, so that copies in two folders can differ.
     std::string besideMe = argv[0];
     besideMe = besideMe.substr(0, besideMe.rfind('/') + 1) + "fake-codex-scenario.json";
-    const char* scenarioPath = ::access(besideMe.c_str(), R_OK) == 0 ? besideMe.c_str() : std::getenv("FAKE_CODEX_SCENARIO");
+    const char* scenarioPath = ::access(besideMe.c_str(), R_OK) == 0
+                                   ? besideMe.c_str()
+                                   : std::getenv("FAKE_CODEX_SCENARIO");
     if (argc >= 2 && std::strcmp(argv[1], "--version") == 0)
         return printVersion(FakeScenario::load(scenarioPath, 1));
     if (argc < 2 || std::strcmp(argv[1], "app-server") != 0) {
@@ -196,7 +211,8 @@ int main(int argc, char** argv)
     std::vector<JSONValue> arguments;
     for (int i = 1; i < argc; ++i)
         arguments.emplace_back(argv[i]);
-    record(JSONValue::object({{"launch", launchNumber}, {"event", "start"}, {"args", JSONValue::array(arguments)}}));
+    record(JSONValue::object(
+        {{"launch", launchNumber}, {"event", "start"}, {"args", JSONValue::array(arguments)}}));
     perform(scenario.actions("onStart"));
 
     std::map<std::string, int> calls;
