@@ -5,6 +5,7 @@
 #include "peer/BridgeMessage.h"
 #include "peer/DeviceIdentity.h"
 #include "peer/PeerLink.h"
+#include "BenchPeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -44,42 +45,6 @@ Figures summarise(std::vector<double> samples)
     std::sort(samples.begin(), samples.end());
     return {samples[samples.size() / 2], samples[samples.size() * 99 / 100]};
 }
-
-// A phone of the benchmark's own.
-struct Peer {
-    QWebSocket socket;
-    std::shared_ptr<const DeviceIdentity> identity;
-    std::optional<HelloPayload> bridgeHello, hello;
-    std::function<void(const BridgeMessage&)> onMessage;
-    long events = 0;
-    QElapsedTimer clock;
-    double lastEventAt = 0;
-
-    Peer(const QString& folder, quint16 port, const QString& name)
-    {
-        MemoryUserDefaults defaults;
-        identity = DeviceIdentity::create(SecretStore(folder + "/secrets"), defaults).value();
-        const QSslConfiguration tls = PeerLink::tlsConfiguration();
-        socket.setSslConfiguration(tls);
-        QObject::connect(&socket, &QWebSocket::sslErrors, [this] { socket.ignoreSslErrors(); });
-        QObject::connect(&socket, &QWebSocket::textMessageReceived, [this](const QString& text) {
-            const auto message = decodeBridgeMessage(text.toStdString());
-            if (!message.ok())
-                return;
-            if (message.value().kind == BridgeMessageKind::Hello)
-                bridgeHello = HelloPayload::fromBody(*message.value().body).value();
-            if (message.value().kind == BridgeMessageKind::Event && message.value().method == QStringLiteral("item/agentMessage/delta")) {
-                ++events;
-                lastEventAt = static_cast<double>(clock.nsecsElapsed()) / 1e9;
-            }
-            if (onMessage)
-                onMessage(message.value());
-        });
-        socket.open(QUrl(QStringLiteral("wss://127.0.0.1:%1/sarvane?name=%2").arg(port).arg(name)));
-    }
-
-    void send(const BridgeMessage& message) { socket.sendTextMessage(QString::fromUtf8(encodeBridgeMessage(message).value())); }
-};
 
 } // namespace
 
@@ -143,10 +108,10 @@ int main(int argc, char** argv)
     const quint16 port = static_cast<quint16>(QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
 
     // Four paired peers.
-    std::vector<std::unique_ptr<Peer>> peers;
+    std::vector<std::unique_ptr<BenchPeer>> peers;
     for (int i = 0; i < 4; ++i) {
-        auto peer = std::make_unique<Peer>(home.filePath(QStringLiteral("peer%1").arg(i)), port, QStringLiteral("Peer-%1").arg(i));
-        Peer* p = peer.get();
+        auto peer = std::make_unique<BenchPeer>(home.filePath(QStringLiteral("peer%1").arg(i)), port, QStringLiteral("Peer-%1").arg(i));
+        BenchPeer* p = peer.get();
         pump([&] { return p->bridgeHello.has_value(); });
         p->hello = p->identity->makeHello(QStringLiteral("Bench %1").arg(i)).value();
         p->send({1, BridgeMessageKind::Hello, {}, {}, p->hello->toBody()});
@@ -161,7 +126,7 @@ int main(int argc, char** argv)
     // (a) through the bridge.
     std::vector<double> relayed;
     {
-        Peer& peer = *peers[0];
+        BenchPeer& peer = *peers[0];
         QElapsedTimer timer;
         bool answered = false;
         peer.onMessage = [&](const BridgeMessage& m) {
@@ -190,7 +155,7 @@ int main(int argc, char** argv)
     pump([&] { return std::all_of(peers.begin(), peers.end(), [](const auto& p) { return p->events >= floodCount; }); }, 600000);
     std::printf("(b) fan-out of %d deltas to %zu authorised peers\n", floodCount, peers.size());
     for (std::size_t i = 0; i < peers.size(); ++i)
-        std::printf("    peer %zu: %ld events, %.0f events/s\n", i, peers[i]->events, peers[i]->events / peers[i]->lastEventAt);
+        std::printf("    peer %zu: %ld events, %.0f events/s\n", i, peers[i]->events.load(), peers[i]->events / peers[i]->lastEventAt);
     QFile status(QStringLiteral("/proc/%1/status").arg(bridge.processId()));
     status.open(QIODevice::ReadOnly);
     for (const QByteArray& line : status.readAll().split('\n'))

@@ -15,7 +15,9 @@ namespace {
 
 class LiveEventsTest : public ::testing::Test {
 protected:
-    LiveEventsTest() : defaults(home.filePath("defaults.ini")), workspace(defaults, scheduler, "Tabs", 4.0, 20.0)
+    LiveEventsTest()
+        : defaults(home.filePath("defaults.ini"))
+        , workspace(defaults, scheduler, "Tabs", 4.0, 20.0)
     {
         workspace.requester = engine.requester();
         workspace.setEngineReady(true, {});
@@ -74,7 +76,8 @@ TEST_F(LiveEventsTest, DeltasReachTheTranscriptAtMostEveryHundredAndFiftyMillise
     const int before = stores;
     for (int i = 0; i < 100; ++i)
         notify("item/agentMessage/delta", R"({"threadId":"t","itemId":"a","delta":"x"})");
-    notify("item/agentMessage/delta", R"({"threadId":"t","itemId":"b","delta":"early"})"); // before its start
+    notify("item/agentMessage/delta",
+           R"({"threadId":"t","itemId":"b","delta":"early"})"); // before its start
     EXPECT_EQ(entry("a").text, "");
     EXPECT_EQ(entry("b").kind, TranscriptKind::Assistant); // a placeholder holds its place
     advance(0.149);
@@ -86,13 +89,16 @@ TEST_F(LiveEventsTest, DeltasReachTheTranscriptAtMostEveryHundredAndFiftyMillise
 
     // A completed item with text replaces what the deltas built; one without keeps it.
     notify("item/agentMessage/delta", R"({"threadId":"t","itemId":"a","delta":"buffered"})");
-    notify("item/completed", R"({"threadId":"t","item":{"type":"agentMessage","id":"a","text":"final"}})");
+    notify("item/completed",
+           R"({"threadId":"t","item":{"type":"agentMessage","id":"a","text":"final"}})");
     notify("item/agentMessage/delta", R"({"threadId":"t","itemId":"b","delta":" more"})");
-    notify("item/completed", R"({"threadId":"t","item":{"type":"agentMessage","id":"b","text":""}})");
+    notify("item/completed",
+           R"({"threadId":"t","item":{"type":"agentMessage","id":"b","text":""}})");
     EXPECT_EQ(entry("a").text, "final");
     EXPECT_EQ(entry("b").text, "early more");
     EXPECT_FALSE(entry("a").status);
-    notify("item/completed", R"({"threadId":"t","item":{"type":"commandExecution","id":"c","command":"ls"}})");
+    notify("item/completed",
+           R"({"threadId":"t","item":{"type":"commandExecution","id":"c","command":"ls"}})");
     EXPECT_EQ(entry("c").status, QStringLiteral("completed"));
 
     // The engine's fall flushes what waits; closing a tab drops it.
@@ -111,11 +117,15 @@ TEST_F(LiveEventsTest, DeltasReachTheTranscriptAtMostEveryHundredAndFiftyMillise
 TEST_F(LiveEventsTest, TheEnginesUserItemEndsTheLocalEchoOfTheSameText)
 {
     workspace.startTurn("Fix it", "t");
-    notify("item/completed", R"({"threadId":"t","item":{"type":"userMessage","id":"u1","content":[{"type":"text","text":"Fix it"}]}})");
+    notify(
+        "item/completed",
+        R"({"threadId":"t","item":{"type":"userMessage","id":"u1","content":[{"type":"text","text":"Fix it"}]}})");
     ASSERT_EQ(session().transcript.size(), 1u);
     EXPECT_EQ(session().transcript[0].id, "u1");
     workspace.startTurn("Fix it", "t");
-    notify("item/completed", R"({"threadId":"t","item":{"type":"userMessage","id":"u2","content":[{"type":"text","text":"Other"}]}})");
+    notify(
+        "item/completed",
+        R"({"threadId":"t","item":{"type":"userMessage","id":"u2","content":[{"type":"text","text":"Other"}]}})");
     ASSERT_EQ(session().transcript.size(), 3u);
     EXPECT_TRUE(session().transcript[1].id.startsWith("local-"));
 }
@@ -127,7 +137,9 @@ TEST_F(LiveEventsTest, TurnsEndWithAnEntryOnlyWhenTheyFail)
     EXPECT_EQ(activity(), "Codex is thinking…");
     notify("turn/completed", R"({"threadId":"t","turn":{"id":"T1","status":"interrupted"}})");
     notify("turn/completed", R"({"threadId":"t","turn":{"id":"T2","status":"failed"}})");
-    notify("turn/completed", R"({"threadId":"t","turn":{"id":"T3","status":"failed","error":{"message":"Rate limit reached"}}})");
+    notify(
+        "turn/completed",
+        R"({"threadId":"t","turn":{"id":"T3","status":"failed","error":{"message":"Rate limit reached"}}})");
     ASSERT_EQ(session().transcript.size(), 2u);
     EXPECT_EQ(session().transcript[0].text, "Codex could not complete this turn.");
     EXPECT_EQ(session().transcript[1].text, "Rate limit reached");
@@ -135,21 +147,27 @@ TEST_F(LiveEventsTest, TurnsEndWithAnEntryOnlyWhenTheyFail)
     EXPECT_EQ(session().transcript[1].status, QStringLiteral("failed"));
     EXPECT_FALSE(session().activityText);
     notify("turn/started", R"({"threadId":"t","turn":{}})");
-    EXPECT_EQ(session().transcriptLoadError, QStringLiteral("Codex started a turn without returning its identifier."));
+    EXPECT_EQ(session().transcriptLoadError,
+              QStringLiteral("Codex started a turn without returning its identifier."));
 }
 
 TEST_F(LiveEventsTest, ReasoningToolsAndPlansKeepTheirOwnEntriesAndActivityLines)
 {
-    for (const auto& [index, delta] : std::vector<std::pair<int, const char*>>{{0, "Reading"}, {0, " files"}, {1, "Planning"}})
+    for (const auto& [index, delta] :
+         std::vector<std::pair<int, const char*>>{{0, "Reading"}, {0, " files"}, {1, "Planning"}})
         notify("item/reasoning/summaryTextDelta",
-               R"({"threadId":"t","itemId":"r","summaryIndex":)" + std::to_string(index) + R"(,"delta":")" + delta + R"("})");
+               R"({"threadId":"t","itemId":"r","summaryIndex":)" + std::to_string(index) +
+                   R"(,"delta":")" + delta + R"("})");
     advance(0.15);
     EXPECT_EQ(entry("r").text, "Reading files\n\nPlanning");
     EXPECT_EQ(entry("r").title, "Codex thinking");
     EXPECT_EQ(activity(), "Planning");
-    notify("item/reasoning/summaryTextDelta", R"({"threadId":"t","itemId":"r","summaryIndex":1,"delta":")" + std::string(200, 'w') + R"("})");
+    notify("item/reasoning/summaryTextDelta",
+           R"({"threadId":"t","itemId":"r","summaryIndex":1,"delta":")" + std::string(200, 'w') +
+               R"("})");
     EXPECT_EQ(activity(), QString(140, 'w') + QChar(0x2026));
-    notify("item/reasoning/summaryTextDelta", R"({"threadId":"t","itemId":"r","summaryIndex":1,"delta":" \n "})");
+    notify("item/reasoning/summaryTextDelta",
+           R"({"threadId":"t","itemId":"r","summaryIndex":1,"delta":" \n "})");
     EXPECT_EQ(activity(), QString(140, 'w') + QChar(0x2026));
 
     notify("item/mcpToolCall/progress", R"({"threadId":"t","itemId":"m","message":"Searching"})");
@@ -159,12 +177,15 @@ TEST_F(LiveEventsTest, ReasoningToolsAndPlansKeepTheirOwnEntriesAndActivityLines
     EXPECT_EQ(entry("m").title, "Tool progress");
     EXPECT_EQ(activity(), "Searching");
 
-    notify("turn/plan/updated", R"({"threadId":"t","turnId":"T","explanation":"Why","plan":[{"step":"Read","status":"completed"},
+    notify(
+        "turn/plan/updated",
+        R"({"threadId":"t","turnId":"T","explanation":"Why","plan":[{"step":"Read","status":"completed"},
         {"step":"Fix","status":"inProgress"},{"step":"Test"},{"status":"inProgress"}]})");
     EXPECT_EQ(entry("turn-plan-T").text, "Why\n✓ Read\n→ Fix\n• Test");
     EXPECT_EQ(entry("turn-plan-T").status, QStringLiteral("in progress"));
     EXPECT_EQ(activity(), "Plan: Fix");
-    notify("turn/plan/updated", R"({"threadId":"t","turnId":"T","plan":[{"step":"Read","status":"completed"}]})");
+    notify("turn/plan/updated",
+           R"({"threadId":"t","turnId":"T","plan":[{"step":"Read","status":"completed"}]})");
     EXPECT_EQ(entry("turn-plan-T").status, QStringLiteral("updated"));
     EXPECT_EQ(activity(), "Plan updated");
     const std::size_t entries = session().transcript.size();
@@ -172,7 +193,8 @@ TEST_F(LiveEventsTest, ReasoningToolsAndPlansKeepTheirOwnEntriesAndActivityLines
     notify("turn/plan/updated", R"({"threadId":"t","plan":[]})");
     EXPECT_EQ(session().transcript.size(), entries + 2);
 
-    notify("item/started", R"({"threadId":"t","item":{"type":"mcpToolCall","id":"m2","tool":"lookup"}})");
+    notify("item/started",
+           R"({"threadId":"t","item":{"type":"mcpToolCall","id":"m2","tool":"lookup"}})");
     EXPECT_EQ(activity(), "Using lookup…");
     notify("item/started", R"({"threadId":"t","item":{"type":"somethingNew","id":"n"}})");
     EXPECT_EQ(activity(), "Codex is working…");
