@@ -105,7 +105,9 @@ void CodexWorkspace::setEngineReady(bool ready, const std::optional<QString>& me
     if (ready) {
         if (!requester || m_isDemoMode)
             return;
+        loadModels();
         refreshThreads();
+        refreshUsage();
         startAutomaticRefresh();
         return;
     }

@@ -56,6 +56,7 @@ public:
     static constexpr double demoReplyDelaySeconds = 0.65;
     static constexpr double deltaFlushDelaySeconds = 0.15;
     static constexpr double usageRefreshSpacingSeconds = 60;
+    static constexpr double usageRefreshDelaySeconds = 2;
 
     CodexWorkspace(UserDefaults& defaults, Scheduler& scheduler, QString openTabsStorageKey,
                    double automaticRefreshInterval, double historyRequestTimeout,
@@ -126,12 +127,21 @@ public:
     void interruptTurn(const QString& threadID, const QString& turnID);
 
     // ---- usage readings
-    void refreshUsage();
+    Q_INVOKABLE void refreshUsage();
     void scheduleUsageRefresh();
+    void resetUsage();
     void handleTokenUsage(const QString& threadID, const JSONValue& params);
 
     // ---- the model catalogue
+    Q_INVOKABLE void loadModels();
+    std::optional<CodexModelOption> defaultModel() const;
+    QString effectiveModelID(const QString& threadID) const;
     std::optional<QString> defaultEffort(const QString& modelID) const;
+    QString modelDisplayName(const QString& modelID) const;
+    std::vector<CodexReasoningEffortOption> supportedEfforts(const QString& modelID) const;
+    std::optional<QString> effortDescription(const QString& effort, const QString& modelID) const;
+    Q_INVOKABLE void setModel(const QString& modelID, const QString& threadID);
+    Q_INVOKABLE void setReasoningEffort(const QString& effort, const QString& threadID);
 
     // ---- the offline tour
     void setDemoMode(bool demo);
@@ -191,8 +201,12 @@ private:
     CodexSessionState newSession(const QString& id) const;
     void ensureSession(const QString& id);
     void loadTranscriptIfNeeded(const QString& id);
-    void resetUsage();
     void automaticRefreshTick();
+    void handleModelList(const WorkspaceResult& outcome);
+    const CodexModelOption* model(const QString& modelID) const;
+    void handleUsageReply(const WorkspaceResult& outcome, const QUuid& attempt);
+    void refreshUsageIfDue();
+    void setUsageError(const std::optional<QString>& error);
 
     // History pages: at most one load per thread; a reply counts only while its load is current.
     using PageHandler =

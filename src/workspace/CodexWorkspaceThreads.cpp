@@ -203,8 +203,10 @@ void CodexWorkspace::automaticRefreshTick()
 {
     m_automaticRefreshTask =
         m_scheduler.schedule(this, m_automaticRefreshInterval, [this] { automaticRefreshTick(); });
-    if (m_engineReady && !m_isDemoMode)
-        refreshThreads();
+    if (!m_engineReady || m_isDemoMode)
+        return;
+    refreshThreads();
+    refreshUsageIfDue();
 }
 
 } // namespace nimbrel

@@ -28,9 +28,13 @@ struct RequesterDouble {
         return static_cast<int>(std::count_if(calls.begin(), calls.end(),
                                               [&](const Call& c) { return c.method == method; }));
     }
-    void answerLast(const AppServerClient::RequestResult& outcome)
+    // Answers the last thread/list asked for.
+    void answerList(const AppServerClient::RequestResult& outcome) { answer(last("thread/list"), outcome); }
+    // Runs a call's completion, which may ask for more.
+    static void answer(Call& call, const AppServerClient::RequestResult& outcome)
     {
-        calls.back().completion(outcome);
+        const AppServerClient::RequestCompletion completion = call.completion;
+        completion(outcome);
     }
     // The last call of method, which the test answers or reads.
     Call& last(const QString& method)

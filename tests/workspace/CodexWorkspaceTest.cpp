@@ -66,14 +66,17 @@ TEST_F(CodexWorkspaceTest, FirstLaunchOpensTheNewestThread)
     EXPECT_TRUE(engine.calls.empty());
 
     workspace->setEngineReady(true, QStringLiteral("Codex app-server ready"));
-    ASSERT_EQ(engine.calls.size(), 1u);
-    EXPECT_EQ(engine.calls[0].method, "thread/list");
-    EXPECT_EQ(engine.calls[0].params.textForm(),
+    // The engine's rise: the catalogue, the list, the allowance, in that order.
+    ASSERT_EQ(engine.calls.size(), 3u);
+    EXPECT_EQ(engine.calls[0].method, "model/list");
+    EXPECT_EQ(engine.calls[0].params.textForm(), R"({"limit":100,"includeHidden":false})");
+    EXPECT_EQ(engine.calls[2].method, "account/rateLimits/read");
+    EXPECT_EQ(engine.calls[1].params.textForm(),
               R"({"limit":100,"sortKey":"recency_at","sortDirection":"desc","sourceKinds":["cli","appServer","vscode"]})");
     EXPECT_TRUE(workspace->isRefreshingThreads());
     EXPECT_TRUE(workspace->hasAutomaticRefresh());
 
-    engine.answerLast(listResult({threadJSON("new", R"(,"model":"gpt-5","reasoningEffort":"high")"), threadJSON("old"), JSONValue(3)}));
+    engine.answerList(listResult({threadJSON("new", R"(,"model":"gpt-5","reasoningEffort":"high")"), threadJSON("old"), JSONValue(3)}));
     EXPECT_FALSE(workspace->isRefreshingThreads());
     ASSERT_EQ(workspace->threads().size(), 2u);
     EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("new"));
@@ -95,7 +98,7 @@ TEST_F(CodexWorkspaceTest, StoredTabsAreRestoredAndReconciled)
     workspace->setEngineReady(true, {});
     // A list that arrives after the engine fell is still applied.
     workspace->setEngineReady(false, QStringLiteral("Codex app-server exited with code 1."));
-    engine.answerLast(listResult({threadJSON("b"), threadJSON("a"), threadJSON("c")}));
+    engine.answerList(listResult({threadJSON("b"), threadJSON("a"), threadJSON("c")}));
     EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "b"));
     EXPECT_EQ(defaults.stringList(tabsKey), (QStringList{"a", "b"}));
 
@@ -111,7 +114,7 @@ TEST_F(CodexWorkspaceTest, ClosingTabsMovesTheSelection)
 {
     auto workspace = makeWorkspace();
     workspace->setEngineReady(true, {});
-    engine.answerLast(listResult({threadJSON("a"), threadJSON("b"), threadJSON("c")}));
+    engine.answerList(listResult({threadJSON("a"), threadJSON("b"), threadJSON("c")}));
     workspace->openThread("b");
     workspace->openThread("c");
     workspace->selectThread("b");
@@ -141,7 +144,7 @@ TEST_F(CodexWorkspaceTest, ClosingTabsMovesTheSelection)
 
     // The next list opens the newest again.
     workspace->refreshThreads();
-    engine.answerLast(listResult({threadJSON("c"), threadJSON("a")}));
+    engine.answerList(listResult({threadJSON("c"), threadJSON("a")}));
     EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("c"));
 }
 
@@ -149,7 +152,7 @@ TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
 {
     auto workspace = makeWorkspace();
     workspace->setEngineReady(true, {});
-    engine.answerLast(listResult({threadJSON("x", R"(,"cwd":"/home/ada/project")"), threadJSON("y", R"(,"preview":"project plans")"),
+    engine.answerList(listResult({threadJSON("x", R"(,"cwd":"/home/ada/project")"), threadJSON("y", R"(,"preview":"project plans")"),
                                   threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
     workspace->setSearchText("PROJECT");
     const auto found = workspace->filteredThreads();
@@ -162,7 +165,7 @@ TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
     workspace->changeSession("z", [](CodexSessionState& state) { state.model = "chosen"; });
     for (int i = 0; i < 3; ++i) {
         workspace->refreshThreads();
-        engine.answerLast(listResult({threadJSON("x"), threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
+        engine.answerList(listResult({threadJSON("x"), threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
     }
     EXPECT_EQ(workspace->sessionState("z").model, QStringLiteral("chosen"));
     EXPECT_EQ(workspace->sessionState("z").reasoningEffort, QStringLiteral("low"));
@@ -170,7 +173,7 @@ TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
 
     // A failed list keeps the old one and says why.
     workspace->refreshThreads();
-    engine.answerLast(AppServerError::requestTimedOut("thread/list"));
+    engine.answerList(AppServerError::requestTimedOut("thread/list"));
     EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Codex did not respond to thread/list within 30 seconds."));
     EXPECT_EQ(workspace->threads().size(), 2u);
     EXPECT_FALSE(workspace->isRefreshingThreads());
@@ -180,7 +183,7 @@ TEST_F(CodexWorkspaceTest, EngineLossStopsTurnsAndSaysSo)
 {
     auto workspace = makeWorkspace();
     workspace->setEngineReady(true, {});
-    engine.answerLast(listResult({threadJSON("a"), threadJSON("b")}));
+    engine.answerList(listResult({threadJSON("a"), threadJSON("b")}));
     setRunning(*workspace, "a");
     setRunning(*workspace, "b");
     workspace->changeSession("b", [](CodexSessionState& state) {
@@ -222,22 +225,22 @@ TEST_F(CodexWorkspaceTest, RefreshesEveryFourSecondsWhileReadyAndNeverTwice)
     scheduler.advance(4);
     settle(20);
     EXPECT_EQ(engine.count("thread/list"), 1); // the first is still out
-    engine.answerLast(listResult({threadJSON("a")}));
+    engine.answerList(listResult({threadJSON("a")}));
     for (int tick = 2; tick <= 5; ++tick) {
         scheduler.advance(3.9);
         settle(10);
         EXPECT_EQ(engine.count("thread/list"), tick - 1);
         scheduler.advance(0.1);
         ASSERT_TRUE(waitFor([&] { return engine.count("thread/list") == tick; }));
-        engine.answerLast(listResult({threadJSON("a")}));
+        engine.answerList(listResult({threadJSON("a")}));
     }
     // A second rise does not start a second timer.
     workspace->setEngineReady(true, {});
-    engine.answerLast(listResult({threadJSON("a")}));
+    engine.answerList(listResult({threadJSON("a")}));
     const int before = engine.count("thread/list");
     scheduler.advance(4);
     ASSERT_TRUE(waitFor([&] { return engine.count("thread/list") == before + 1; }));
-    engine.answerLast(listResult({threadJSON("a")}));
+    engine.answerList(listResult({threadJSON("a")}));
     settle(20);
     EXPECT_EQ(engine.count("thread/list"), before + 1);
 
@@ -263,7 +266,7 @@ TEST_F(CodexWorkspaceTest, AQuestionOpensItsSessionOnceAndLeavesWithItsActivityL
 {
     auto workspace = makeWorkspace();
     workspace->setEngineReady(true, {});
-    engine.answerLast(listResult({threadJSON("a")}));
+    engine.answerList(listResult({threadJSON("a")}));
     ASSERT_EQ(workspace->selectedThreadID(), QStringLiteral("a"));
 
     // A question of a session the list does not show: a tab, a placeholder and a fresh list.

@@ -44,7 +44,7 @@ protected:
                                                      "SarvaneBridgeOpenSessionTabs", 4.0, 20.0);
         workspace->requester = engine.requester();
         workspace->setEngineReady(true, {});
-        engine.answerLast(json(R"({"data":[]})"));
+        engine.answerList(json(R"({"data":[]})"));
     }
 
     const CodexSessionState& session(const QString& id) { return *workspace->session(id); }

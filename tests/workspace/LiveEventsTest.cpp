@@ -21,7 +21,7 @@ protected:
     {
         workspace.requester = engine.requester();
         workspace.setEngineReady(true, {});
-        engine.answerLast(JSONValue::decode(R"({"data":[]})").value());
+        engine.answerList(JSONValue::decode(R"({"data":[]})").value());
     }
 
     void notify(const char* method, const std::string& params)
