@@ -15,7 +15,8 @@ void CodexWorkspace::loadModels()
     updateProperty(this, m_isLoadingModels, true, &CodexWorkspace::isLoadingModelsChanged);
     updateProperty(this, m_modelLoadError, std::nullopt, &CodexWorkspace::modelLoadErrorChanged);
     QPointer<CodexWorkspace> self(this);
-    request(QStringLiteral("model/list"), JSONValue::object({{"limit", 100}, {"includeHidden", false}}),
+    request(QStringLiteral("model/list"),
+            JSONValue::object({{"limit", 100}, {"includeHidden", false}}),
             [self](const WorkspaceResult& outcome) {
                 if (self)
                     self->handleModelList(outcome);
@@ -26,8 +27,10 @@ void CodexWorkspace::handleModelList(const WorkspaceResult& outcome)
 {
     updateProperty(this, m_isLoadingModels, false, &CodexWorkspace::isLoadingModelsChanged);
     if (!outcome.ok()) {
-        updateProperty(this, m_modelLoadError, std::optional(QStringLiteral("Models could not be loaded: ") + outcome.error().text()),
-                       &CodexWorkspace::modelLoadErrorChanged);
+        updateProperty(
+            this, m_modelLoadError,
+            std::optional(QStringLiteral("Models could not be loaded: ") + outcome.error().text()),
+            &CodexWorkspace::modelLoadErrorChanged);
         return;
     }
     std::vector<CodexModelOption> models;
@@ -36,11 +39,13 @@ void CodexWorkspace::handleModelList(const WorkspaceResult& outcome)
             if (std::optional<CodexModelOption> model = parseModelOption(element))
                 models.push_back(std::move(*model));
     if (models.empty())
-        updateProperty(this, m_modelLoadError,
-                       std::optional(QStringLiteral(
-                           "Codex did not return any models. Update the Codex CLI on the Mac, then reload the catalog.")),
-                       &CodexWorkspace::modelLoadErrorChanged);
-    updateProperty(this, m_availableModels, std::move(models), &CodexWorkspace::availableModelsChanged);
+        updateProperty(
+            this, m_modelLoadError,
+            std::optional(QStringLiteral("Codex did not return any models. Update the Codex CLI on "
+                                         "the Mac, then reload the catalog.")),
+            &CodexWorkspace::modelLoadErrorChanged);
+    updateProperty(this, m_availableModels, std::move(models),
+                   &CodexWorkspace::availableModelsChanged);
 }
 
 const CodexModelOption* CodexWorkspace::model(const QString& modelID) const
@@ -83,13 +88,15 @@ QString CodexWorkspace::modelDisplayName(const QString& modelID) const
     return modelID.isEmpty() ? QStringLiteral("Codex Default") : modelID;
 }
 
-std::vector<CodexReasoningEffortOption> CodexWorkspace::supportedEfforts(const QString& modelID) const
+std::vector<CodexReasoningEffortOption>
+CodexWorkspace::supportedEfforts(const QString& modelID) const
 {
     const CodexModelOption* found = model(modelID);
     return found ? found->supportedReasoningEfforts : std::vector<CodexReasoningEffortOption>{};
 }
 
-std::optional<QString> CodexWorkspace::effortDescription(const QString& effort, const QString& modelID) const
+std::optional<QString> CodexWorkspace::effortDescription(const QString& effort,
+                                                         const QString& modelID) const
 {
     for (const CodexReasoningEffortOption& option : supportedEfforts(modelID))
         if (option.id == effort)
@@ -100,14 +107,16 @@ std::optional<QString> CodexWorkspace::effortDescription(const QString& effort, 
 // A choice takes effect with the session's next turn; nothing changes while one is under way.
 void CodexWorkspace::setModel(const QString& modelID, const QString& threadID)
 {
-    if (const CodexSessionState* held = session(threadID); held && held->turnControl.phase != TurnControlState::Phase::Idle)
+    if (const CodexSessionState* held = session(threadID);
+        held && held->turnControl.phase != TurnControlState::Phase::Idle)
         return;
     const std::vector<CodexReasoningEffortOption> efforts = supportedEfforts(modelID);
     changeSession(threadID, [&](CodexSessionState& state) {
         state.model = modelID.isEmpty() ? std::nullopt : std::optional(modelID);
-        const bool offered = std::any_of(efforts.begin(), efforts.end(), [&](const CodexReasoningEffortOption& option) {
-            return state.reasoningEffort && option.id == *state.reasoningEffort;
-        });
+        const bool offered = std::any_of(
+            efforts.begin(), efforts.end(), [&](const CodexReasoningEffortOption& option) {
+                return state.reasoningEffort && option.id == *state.reasoningEffort;
+            });
         if (!state.reasoningEffort || (!efforts.empty() && !offered))
             state.reasoningEffort = defaultEffort(modelID);
     });
@@ -115,7 +124,8 @@ void CodexWorkspace::setModel(const QString& modelID, const QString& threadID)
 
 void CodexWorkspace::setReasoningEffort(const QString& effort, const QString& threadID)
 {
-    if (const CodexSessionState* held = session(threadID); held && held->turnControl.phase != TurnControlState::Phase::Idle)
+    if (const CodexSessionState* held = session(threadID);
+        held && held->turnControl.phase != TurnControlState::Phase::Idle)
         return;
     changeSession(threadID, [&](CodexSessionState& state) {
         state.reasoningEffort = effort.isEmpty() ? std::nullopt : std::optional(effort);

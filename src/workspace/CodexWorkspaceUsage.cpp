@@ -13,7 +13,10 @@ namespace nimbrel {
 
 namespace {
 
-double secondsSince1970() { return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000; }
+double secondsSince1970()
+{
+    return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000;
+}
 
 void cancel(TaskHandle& task)
 {
@@ -45,15 +48,17 @@ void CodexWorkspace::refreshUsage()
         m_usageTimeoutTask.reset();
         m_usageRequestID.reset();
         updateProperty(this, m_isLoadingUsage, false, &CodexWorkspace::isLoadingUsageChanged);
-        setUsageError(QStringLiteral("Usage refresh timed out. Check your Mac connection and try again."));
+        setUsageError(
+            QStringLiteral("Usage refresh timed out. Check your Mac connection and try again."));
         // A refresh that waited for this attempt is dropped: the periodic path reads next.
         m_usageRefreshPending = false;
     });
     QPointer<CodexWorkspace> self(this);
-    request(QStringLiteral("account/rateLimits/read"), JSONValue::object({}), [self, attempt](const WorkspaceResult& outcome) {
-        if (self)
-            self->handleUsageReply(outcome, attempt);
-    });
+    request(QStringLiteral("account/rateLimits/read"), JSONValue::object({}),
+            [self, attempt](const WorkspaceResult& outcome) {
+                if (self)
+                    self->handleUsageReply(outcome, attempt);
+            });
 }
 
 void CodexWorkspace::handleUsageReply(const WorkspaceResult& outcome, const QUuid& attempt)
@@ -64,12 +69,15 @@ void CodexWorkspace::handleUsageReply(const WorkspaceResult& outcome, const QUui
     m_usageRequestID.reset();
     updateProperty(this, m_isLoadingUsage, false, &CodexWorkspace::isLoadingUsageChanged);
     if (!outcome.ok()) {
-        setUsageError(QStringLiteral(
-            "Couldn't refresh usage. Check your Mac's Codex sign-in and update Codex and Nimbrel Bridge, then try again."));
-    } else if (std::optional<CodexAccountUsage> reading = parseAccountUsage(outcome.value(), secondsSince1970())) {
-        updateProperty(this, m_accountUsage, std::move(reading), &CodexWorkspace::accountUsageChanged);
+        setUsageError(QStringLiteral("Couldn't refresh usage. Check your Mac's Codex sign-in and "
+                                     "update Codex and Nimbrel Bridge, then try again."));
+    } else if (std::optional<CodexAccountUsage> reading =
+                   parseAccountUsage(outcome.value(), secondsSince1970())) {
+        updateProperty(this, m_accountUsage, std::move(reading),
+                       &CodexWorkspace::accountUsageChanged);
     } else {
-        setUsageError(QStringLiteral("Codex didn't return an account allowance. Update Codex on your Mac and try again."));
+        setUsageError(QStringLiteral(
+            "Codex didn't return an account allowance. Update Codex on your Mac and try again."));
     }
     if (m_usageRefreshPending) {
         m_usageRefreshPending = false;
@@ -99,13 +107,15 @@ void CodexWorkspace::resetUsage()
     updateProperty(this, m_isLoadingUsage, false, &CodexWorkspace::isLoadingUsageChanged);
     updateProperty(this, m_accountUsage, std::nullopt, &CodexWorkspace::accountUsageChanged);
     setUsageError(std::nullopt);
-    changeSessionsWhere([](const CodexSessionState& session) { return session.tokenUsage.has_value(); },
-                        [](CodexSessionState& session) { session.tokenUsage.reset(); });
+    changeSessionsWhere(
+        [](const CodexSessionState& session) { return session.tokenUsage.has_value(); },
+        [](CodexSessionState& session) { session.tokenUsage.reset(); });
 }
 
 void CodexWorkspace::refreshUsageIfDue()
 {
-    if (!m_lastUsageAttempt || m_scheduler.now() - *m_lastUsageAttempt >= usageRefreshSpacingSeconds)
+    if (!m_lastUsageAttempt ||
+        m_scheduler.now() - *m_lastUsageAttempt >= usageRefreshSpacingSeconds)
         refreshUsage();
 }
 
@@ -119,7 +129,8 @@ void CodexWorkspace::handleTokenUsage(const QString& threadID, const JSONValue& 
     std::optional<CodexSessionUsage> reading = parseSessionUsage(*usage, readAt);
     if (!reading)
         return;
-    changeSession(threadID, [&](CodexSessionState& session) { session.tokenUsage = std::move(reading); });
+    changeSession(threadID,
+                  [&](CodexSessionState& session) { session.tokenUsage = std::move(reading); });
 }
 
 void CodexWorkspace::setUsageError(const std::optional<QString>& error)

@@ -29,7 +29,10 @@ struct RequesterDouble {
                                               [&](const Call& c) { return c.method == method; }));
     }
     // Answers the last thread/list asked for.
-    void answerList(const AppServerClient::RequestResult& outcome) { answer(last("thread/list"), outcome); }
+    void answerList(const AppServerClient::RequestResult& outcome)
+    {
+        answer(last("thread/list"), outcome);
+    }
     // Runs a call's completion, which may ask for more.
     static void answer(Call& call, const AppServerClient::RequestResult& outcome)
     {

@@ -12,6 +12,15 @@ std::string textAt(const JSONValue& options, const char* key, const char* fallba
     return std::string(value && value->isString() ? *value->stringView() : fallback);
 }
 
+JSONValue usage(int total, int input, int output)
+{
+    return JSONValue::object({{"totalTokens", total},
+                              {"inputTokens", input},
+                              {"cachedInputTokens", 0},
+                              {"outputTokens", output},
+                              {"reasoningOutputTokens", output / 4}});
+}
+
 } // namespace
 
 std::vector<JSONValue> turnNotifications(const JSONValue& options)
@@ -117,13 +126,9 @@ std::vector<JSONValue> turnNotifications(const JSONValue& options)
              {{"type", "agentMessage"}, {"id", id("reply")}, {"text", finalText ? reply : ""}}));
 
     note("thread/tokenUsage/updated",
-         {{"tokenUsage",
-           JSONValue::object({{"total", JSONValue::object({{"totalTokens", 1200},
-                                                           {"inputTokens", 1000},
-                                                           {"cachedInputTokens", 0},
-                                                           {"outputTokens", 200},
-                                                           {"reasoningOutputTokens", 50}})},
-                              {"modelContextWindow", 200000}})}});
+         {{"tokenUsage", JSONValue::object({{"total", usage(1200, 1000, 200)},
+                                            {"last", usage(400, 300, 100)},
+                                            {"modelContextWindow", 200000}})}});
     std::vector<std::pair<std::string, JSONValue>> ended{{"id", turn}, {"status", status}};
     if (const JSONValue* message = options.find("errorMessage"))
         ended.emplace_back("error", JSONValue::object({{"message", *message}}));

@@ -1,0 +1,168 @@
+#include "bridge/BridgeController.h"
+#include "support/EventLoop.h"
+#include "support/FakeEngine.h"
+#include "support/PairedPeer.h"
+#include "support/TemporaryHome.h"
+#include "support/VirtualScheduler.h"
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+JSONValue json(const char* text)
+{
+    return JSONValue::decode(text).value();
+}
+
+JSONValue reading(const char* plan)
+{
+    return JSONValue::object(
+        {{"rateLimits",
+          JSONValue::object(
+              {{"limitId", "codex"},
+               {"planType", plan},
+               {"primary", json(R"({"usedPercent":10,"windowDurationMins":300})")}})}});
+}
+
+JSONValue cue(const char* word, JSONValue action)
+{
+    return JSONValue::object({{"when", word}, {"actions", JSONValue::array({std::move(action)})}});
+}
+
+// The allowance: two readings, a third that Codex answers only after saying the account changed,
+// a fourth, then the error the real engine gives without sign-in.
+JSONValue usageScenario()
+{
+    return JSONValue::object({
+        {"methods",
+         JSONValue::object(
+             {{"account/rateLimits/read",
+               JSONValue::array({
+                   JSONValue::object({{"result", reading("first")}}),
+                   JSONValue::object({{"result", reading("burst")}}),
+                   JSONValue::object(
+                       {{"before", JSONValue::array({json(
+                                       R"({"send":{"method":"account/updated","params":{}}})")})},
+                        {"result", reading("stale")}}),
+                   JSONValue::object({{"result", reading("fresh")}}),
+                   json(
+                       R"({"error":{"code":-32600,"message":"codex account authentication required to read rate limits"}})"),
+               })}})},
+        {"cues",
+         JSONValue::array({
+             cue("burst",
+                 JSONValue::object(
+                     {{"flood",
+                       JSONValue::object(
+                           {{"count", 10},
+                            {"message",
+                             json(
+                                 R"({"method":"account/rateLimits/updated","params":{"rateLimits":{"limitId":"codex"}}})")}})}})),
+             cue("work", json(R"({"streamTurn":{"threadId":"thr_1","turnId":"turn-1"}})")),
+         })},
+    });
+}
+
+class UsageRefreshEndToEndTest : public ::testing::Test {
+protected:
+    UsageRefreshEndToEndTest()
+        : engine(usageScenario())
+        , defaults(home.filePath("defaults.ini"))
+    {
+        home.makeLink("bin/codex", FakeEngine::executablePath());
+        home.setPath(home.filePath("bin"));
+        controller = std::make_unique<BridgeController>(
+            scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
+            SecretStore(home.filePath("secrets")));
+        controller->startOnce();
+        EXPECT_TRUE(waitFor([&] { return workspace().accountUsage().has_value(); }));
+    }
+
+    CodexWorkspace& workspace() { return controller->workspace(); }
+    long reads() const
+    {
+        const auto methods = engine.receivedMethods();
+        return std::count(methods.begin(), methods.end(), "account/rateLimits/read");
+    }
+    void say(const char* word)
+    {
+        controller->appServer().request("turn/start",
+                                        JSONValue::object({{"threadId", "thr_1"}, {"text", word}}),
+                                        [](const AppServerClient::RequestResult&) {});
+    }
+    void advance(double seconds)
+    {
+        scheduler.advance(seconds);
+        settle(50);
+    }
+
+    TemporaryHome home;
+    FakeEngine engine;
+    SettingsUserDefaults defaults;
+    VirtualScheduler scheduler;
+    std::unique_ptr<BridgeController> controller;
+};
+
+} // namespace
+
+TEST_F(UsageRefreshEndToEndTest, ReadingsFollowTheEngineAndBelongToIt)
+{
+    EXPECT_EQ(workspace().accountUsage()->primaryBucket()->plan, QStringLiteral("First"));
+
+    // Ten notifications in a burst give one reading, two seconds later.
+    say("burst");
+    settle(200);
+    advance(1.5);
+    EXPECT_EQ(reads(), 1);
+    advance(0.5);
+    ASSERT_TRUE(waitFor([&] {
+        return workspace().accountUsage()->primaryBucket()->plan == QStringLiteral("Burst");
+    }));
+    EXPECT_EQ(reads(), 2);
+
+    // The account changes during a reading: its reply is dropped, token usage goes, and the next
+    // reading starts at once.
+    say("work");
+    ASSERT_TRUE(waitFor([&] { return workspace().sessionState("thr_1").tokenUsage.has_value(); }));
+    workspace().refreshUsage();
+    ASSERT_TRUE(waitFor([&] { return reads() == 4 && !workspace().isLoadingUsage(); }));
+    EXPECT_EQ(workspace().accountUsage()->primaryBucket()->plan, QStringLiteral("Fresh"));
+    EXPECT_FALSE(workspace().sessionState("thr_1").tokenUsage);
+
+    // A peer that comes later hears the stored token reading, stamped.
+    say("work");
+    ASSERT_TRUE(waitFor([&] { return workspace().sessionState("thr_1").tokenUsage.has_value(); }));
+    auto peer = pairedPeer(*controller, controller->link().listeningPort(), "Phone");
+    const auto replayed =
+        peer->waitFor(BridgeMessageKind::Event, QStringLiteral("thread/tokenUsage/updated"));
+    ASSERT_TRUE(replayed);
+    EXPECT_TRUE((*replayed->body)["sarvaneUpdatedAt"]->isNumber());
+    EXPECT_EQ((*replayed->body)["tokenUsage"],
+              workspace().sessionState("thr_1").tokenUsage->payload);
+
+    // Without sign-in: the error's own text is not shown, and the tick tries again after a minute.
+    workspace().refreshUsage();
+    ASSERT_TRUE(waitFor([&] { return workspace().usageError().has_value(); }));
+    EXPECT_EQ(
+        workspace().usageError(),
+        QStringLiteral("Couldn't refresh usage. Check your Mac's Codex sign-in and update Codex "
+                       "and Nimbrel Bridge, then try again."));
+    for (int tick = 0; tick < 14; ++tick)
+        advance(4); // 56 seconds
+    EXPECT_EQ(reads(), 5);
+    advance(4);
+    ASSERT_TRUE(waitFor([&] { return reads() == 6; }));
+
+    // After a restart of the engine, nothing read before it reaches a new peer.
+    controller->restartCodex();
+    ASSERT_TRUE(waitFor([&] { return !controller->appServerReady(); }));
+    EXPECT_FALSE(workspace().sessionState("thr_1").tokenUsage);
+    ASSERT_TRUE(waitFor([&] { return controller->appServerReady(); }));
+    auto later = pairedPeer(*controller, controller->link().listeningPort(), "Later");
+    settle(150);
+    EXPECT_EQ(later->count(BridgeMessageKind::Event, QStringLiteral("thread/tokenUsage/updated")),
+              0u);
+}
