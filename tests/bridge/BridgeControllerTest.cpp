@@ -16,14 +16,21 @@ using ::testing::ElementsAre;
 namespace {
 
 const JSONValue signedIn = JSONValue::object(
-    {{"methods", JSONValue::object({{"account/read", JSONValue::object({{"result", JSONValue::object({
-        {"account", JSONValue::object({{"type", "chatgpt"}, {"email", "dev@example.com"}})}})}})}})}});
+    {{"methods",
+      JSONValue::object(
+          {{"account/read",
+            JSONValue::object(
+                {{"result",
+                  JSONValue::object(
+                      {{"account", JSONValue::object({{"type", "chatgpt"},
+                                                      {"email", "dev@example.com"}})}})}})}})}});
 
 // A controller in a temporary home whose PATH holds the fake engine as `codex`.
 class BridgeControllerTest : public ::testing::Test {
 protected:
     BridgeControllerTest()
-        : engine(signedIn), defaults(home.filePath(QStringLiteral("defaults.ini")))
+        : engine(signedIn)
+        , defaults(home.filePath(QStringLiteral("defaults.ini")))
     {
         codexPath = home.makeLink(QStringLiteral("bin/codex"), FakeEngine::executablePath());
         home.setPath(home.filePath(QStringLiteral("bin")));
@@ -31,7 +38,8 @@ protected:
 
     void makeController()
     {
-        controller = std::make_unique<BridgeController>(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0});
+        controller = std::make_unique<BridgeController>(
+            scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0});
         QObject::connect(controller.get(), &BridgeController::codexAccountStatusChanged,
                          [this] { accountTexts.push_back(controller->codexAccountStatus()); });
     }
@@ -64,14 +72,16 @@ TEST_F(BridgeControllerTest, NormalStartShowsTheInstallationAndTheSignIn)
     EXPECT_EQ(controller->codexInstallSource(), "Shell PATH");
     EXPECT_EQ(controller->codexExecutablePath(), codexPath);
     ASSERT_TRUE(waitFor([&] { return controller->codexAccountStatus().startsWith("Signed in"); }));
-    EXPECT_THAT(accountTexts, ElementsAre("Checking sign-in…", "Unavailable until the engine is ready",
-                                          "Checking sign-in…", "Signed in with chatgpt: dev@example.com"));
+    EXPECT_THAT(accountTexts,
+                ElementsAre("Checking sign-in…", "Unavailable until the engine is ready",
+                            "Checking sign-in…", "Signed in with chatgpt: dev@example.com"));
     EXPECT_TRUE(controller->appServerReady());
     EXPECT_EQ(controller->appServerStatus(), "Codex app-server ready");
     ASSERT_TRUE(waitFor([&] { return controller->codexVersion() != "Checking…"; }));
     EXPECT_EQ(controller->codexVersion(), "codex-cli 0.0.0-fake");
-    EXPECT_THAT(controller->logs(), ElementsAre("Codex app-server ready", "Starting Codex app-server…",
-                                                "Bridge started. Only paired devices can call the Codex allowlist."));
+    EXPECT_THAT(controller->logs(),
+                ElementsAre("Codex app-server ready", "Starting Codex app-server…",
+                            "Bridge started. Only paired devices can call the Codex allowlist."));
 
     // A second start changes nothing and logs nothing.
     const QStringList logs = controller->logs();
@@ -90,7 +100,8 @@ TEST_F(BridgeControllerTest, NothingFoundWithAndWithoutAStoredPath)
     EXPECT_EQ(controller->codexExecutablePath(), "Not found");
     EXPECT_EQ(controller->codexVersion(), "Unavailable");
     ASSERT_TRUE(waitFor([&] { return controller->appServerStatus() != "Starting…"; }));
-    EXPECT_EQ(controller->appServerStatus(), "Codex CLI was not found. Install Codex or choose its executable in Settings.");
+    EXPECT_EQ(controller->appServerStatus(),
+              "Codex CLI was not found. Install Codex or choose its executable in Settings.");
     EXPECT_FALSE(controller->appServerReady());
     EXPECT_EQ(controller->codexAccountStatus(), "Install Codex, then recheck");
 
@@ -103,14 +114,16 @@ TEST_F(BridgeControllerTest, NothingFoundWithAndWithoutAStoredPath)
 
 TEST_F(BridgeControllerTest, EngineThatKeepsFailingLeavesTheAccountUnavailable)
 {
-    engine.setScenario(JSONValue::object({{"onStart", JSONValue::array({JSONValue::object({{"exit", 1}})})}}));
+    engine.setScenario(
+        JSONValue::object({{"onStart", JSONValue::array({JSONValue::object({{"exit", 1}})})}}));
     makeController();
     controller->startOnce();
     ASSERT_TRUE(waitFor([&] { return controller->logs().first().endsWith("Retry 1 of 2."); }));
     scheduler.advance(0.5);
     ASSERT_TRUE(waitFor([&] { return controller->logs().first().endsWith("Retry 2 of 2."); }));
     scheduler.advance(1.0);
-    ASSERT_TRUE(waitFor([&] { return controller->appServerStatus() == "Codex app-server exited with code 1."; }));
+    ASSERT_TRUE(waitFor(
+        [&] { return controller->appServerStatus() == "Codex app-server exited with code 1."; }));
     EXPECT_EQ(controller->codexAccountStatus(), "Unavailable until the engine is ready");
 }
 
@@ -138,7 +151,8 @@ TEST_F(BridgeControllerTest, ChoosingExecutables)
     EXPECT_FALSE(controller->appServerReady());
     EXPECT_FALSE(defaults.string(BridgeController::customCodexPathKey));
     std::optional<AppServerClient::RequestResult> outcome;
-    controller->appServer().request("thread/list", JSONValue::object({}), [&](const auto& r) { outcome = r; });
+    controller->appServer().request("thread/list", JSONValue::object({}),
+                                    [&](const auto& r) { outcome = r; });
     ASSERT_TRUE(waitFor([&] { return outcome.has_value(); }));
     EXPECT_TRUE(outcome->ok());
     EXPECT_EQ(engine.launches(), 1);
@@ -160,8 +174,12 @@ TEST_F(BridgeControllerTest, ChoosingExecutables)
 
 TEST_F(BridgeControllerTest, LateVersionOfAReplacedExecutableIsDropped)
 {
-    const QString slow = fakeCodexIn(QStringLiteral("slow"), JSONValue::object({{"version", JSONValue::object({{"hangSeconds", 600}})}}));
-    const QString quick = fakeCodexIn(QStringLiteral("quick"), JSONValue::object({{"version", JSONValue::object({{"output", "codex-cli 2.0.0"}})}}));
+    const QString slow =
+        fakeCodexIn(QStringLiteral("slow"),
+                    JSONValue::object({{"version", JSONValue::object({{"hangSeconds", 600}})}}));
+    const QString quick = fakeCodexIn(
+        QStringLiteral("quick"),
+        JSONValue::object({{"version", JSONValue::object({{"output", "codex-cli 2.0.0"}})}}));
     defaults.setValue(BridgeController::customCodexPathKey, slow);
     makeController();
     controller->startOnce();
@@ -176,7 +194,9 @@ TEST_F(BridgeControllerTest, LateVersionOfAReplacedExecutableIsDropped)
 
 TEST_F(BridgeControllerTest, AVersionProbeThatFailsSaysSo)
 {
-    const QString broken = fakeCodexIn(QStringLiteral("broken"), JSONValue::object({{"version", JSONValue::object({{"exitCode", 1}})}}));
+    const QString broken =
+        fakeCodexIn(QStringLiteral("broken"),
+                    JSONValue::object({{"version", JSONValue::object({{"exitCode", 1}})}}));
     defaults.setValue(BridgeController::customCodexPathKey, broken);
     makeController();
     controller->startOnce();
@@ -197,7 +217,8 @@ TEST(AccountStatusText, EveryOutcomeHasItsText)
     EXPECT_EQ(text(R"({"account":{"type":7,"email":5}})"), "Signed in with authenticated");
     EXPECT_EQ(text(R"({"account":"yes"})"), "Signed in with authenticated");
     EXPECT_EQ(text(R"({"account":{}})"), "Signed in with authenticated");
-    EXPECT_EQ(accountStatusText(AppServerError::terminated(1)), "Account check failed: Codex app-server exited with code 1.");
+    EXPECT_EQ(accountStatusText(AppServerError::terminated(1)),
+              "Account check failed: Codex app-server exited with code 1.");
 }
 
 } // namespace

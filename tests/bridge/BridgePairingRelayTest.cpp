@@ -27,19 +27,29 @@ const QString notAllowed = QStringLiteral("That method is not available through 
 // right after its reply, so that a test can make an event whenever it needs one.
 JSONValue relayScenario()
 {
-    const JSONValue delta = JSONValue::object({{"method", "item/agentMessage/delta"},
-                                               {"params", JSONValue::object({{"threadId", "thr_elsewhere"}, {"delta", "hi"}})}});
-    return JSONValue::object({{"methods", JSONValue::object({
-        {"thread/read", JSONValue::object({{"result", nullptr}})},
-        {"turn/interrupt", JSONValue::object({{"error", JSONValue::object({{"code", 1}, {"message", "No turn to interrupt."}})}})},
-        {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
-                                                       {"after", JSONValue::array({JSONValue::object({{"send", delta}})})}})},
-    })}});
+    const JSONValue delta = JSONValue::object(
+        {{"method", "item/agentMessage/delta"},
+         {"params", JSONValue::object({{"threadId", "thr_elsewhere"}, {"delta", "hi"}})}});
+    return JSONValue::object(
+        {{"methods",
+          JSONValue::object({
+              {"thread/read", JSONValue::object({{"result", nullptr}})},
+              {"turn/interrupt",
+               JSONValue::object(
+                   {{"error",
+                     JSONValue::object({{"code", 1}, {"message", "No turn to interrupt."}})}})},
+              {"account/rateLimits/read",
+               JSONValue::object(
+                   {{"result", JSONValue::object({})},
+                    {"after", JSONValue::array({JSONValue::object({{"send", delta}})})}})},
+          })}});
 }
 
 class BridgePairingRelayTest : public ::testing::Test {
 protected:
-    BridgePairingRelayTest() : engine(relayScenario()), defaults(home.filePath("defaults.ini"))
+    BridgePairingRelayTest()
+        : engine(relayScenario())
+        , defaults(home.filePath("defaults.ini"))
     {
         home.makeLink("bin/codex", FakeEngine::executablePath());
         home.setPath(home.filePath("bin"));
@@ -47,15 +57,17 @@ protected:
 
     void startBridge()
     {
-        controller = std::make_unique<BridgeController>(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
-                                                        SecretStore(home.filePath("secrets")));
+        controller = std::make_unique<BridgeController>(
+            scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
+            SecretStore(home.filePath("secrets")));
         controller->startOnce();
         ASSERT_TRUE(waitFor([&] { return controller->appServerReady(); }));
         port = controller->link().listeningPort();
     }
 
     // A peer that has connected and greeted, and whose hello the bridge has taken in.
-    std::unique_ptr<TestPeer> greetedPeer(const QString& transportName, const QString& helloName = "Test Phone")
+    std::unique_ptr<TestPeer> greetedPeer(const QString& transportName,
+                                          const QString& helloName = "Test Phone")
     {
         auto peer = std::make_unique<TestPeer>(port, transportName, helloName);
         EXPECT_TRUE(peer->waitFor(Kind::Hello));
@@ -63,7 +75,8 @@ protected:
         return peer;
     }
 
-    std::unique_ptr<TestPeer> pairedPeer(const QString& transportName, const QString& helloName = "Test Phone")
+    std::unique_ptr<TestPeer> pairedPeer(const QString& transportName,
+                                         const QString& helloName = "Test Phone")
     {
         return test::pairedPeer(*controller, port, transportName, helloName);
     }
@@ -105,8 +118,10 @@ TEST_F(BridgePairingRelayTest, NewDevicePairsWhenTheUserApprovesItsCode)
     peer.sendHello();
     peer.send({1, Kind::PairingRequest, {}, {}, {}});
     peer.send({1, Kind::PairingRequest, {}, {}, {}});
-    ASSERT_TRUE(waitFor([&] { return logged(QStringLiteral("Pairing requested by Ada's | Phone. Compare code %1.")
-                                                .arg(pairingCode(*peer.localHello, *peer.bridgeHello))); }));
+    ASSERT_TRUE(waitFor([&] {
+        return logged(QStringLiteral("Pairing requested by Ada's | Phone. Compare code %1.")
+                          .arg(pairingCode(*peer.localHello, *peer.bridgeHello)));
+    }));
     settle(100);
     ASSERT_EQ(controller->pairingRequests().size(), 1u);
     const PairingRequest request = controller->pairingRequests().front();
@@ -137,7 +152,8 @@ TEST_F(BridgePairingRelayTest, NewDevicePairsWhenTheUserApprovesItsCode)
     EXPECT_EQ(accepted->body, peer.bridgeHello->toBody());
     const auto status = peer.waitFor(Kind::Event, QStringLiteral("sarvane/engineStatus"));
     ASSERT_TRUE(status);
-    EXPECT_EQ(status->body, JSONValue::object({{"ready", true}, {"status", "Codex app-server ready"}}));
+    EXPECT_EQ(status->body,
+              JSONValue::object({{"ready", true}, {"status", "Codex app-server ready"}}));
     EXPECT_TRUE(logged("Paired Ada's | Phone."));
     EXPECT_TRUE(controller->pairingRequests().empty());
     EXPECT_EQ(controller->authorizedPeerNames(), QStringList{"Phone-1A2B"});
@@ -173,7 +189,8 @@ TEST_F(BridgePairingRelayTest, RequestsPassTheChecksInOrder)
             EXPECT_EQ(phone->received[i].body, JSONValue(notAllowed));
             ids.push_back(phone->received[i].id);
         }
-    EXPECT_THAT(ids, ::testing::ElementsAre(QStringLiteral("r1"), std::nullopt, QStringLiteral("r2")));
+    EXPECT_THAT(ids,
+                ::testing::ElementsAre(QStringLiteral("r1"), std::nullopt, QStringLiteral("r2")));
     settle(100);
     EXPECT_EQ(engineCalls("config/read"), 0);
 
@@ -183,13 +200,18 @@ TEST_F(BridgePairingRelayTest, RequestsPassTheChecksInOrder)
     ASSERT_TRUE(waitFor([&] { return phone->count(Kind::Response) >= 2; }));
     const auto received = engine.received();
     // The peer's, after the window's own.
-    const auto modelList = std::find_if(received.rbegin(), received.rend(), [](const JSONValue& m) { return m["method"] == JSONValue("model/list"); });
+    const auto modelList = std::find_if(received.rbegin(), received.rend(), [](const JSONValue& m) {
+        return m["method"] == JSONValue("model/list");
+    });
     ASSERT_NE(modelList, received.rend());
     EXPECT_EQ((*modelList)["params"], JSONValue::object({}));
-    const auto nullAnswer = std::find_if(phone->received.begin(), phone->received.end(), [](const BridgeMessage& m) { return m.id == QStringLiteral("r4"); });
+    const auto nullAnswer =
+        std::find_if(phone->received.begin(), phone->received.end(),
+                     [](const BridgeMessage& m) { return m.id == QStringLiteral("r4"); });
     ASSERT_NE(nullAnswer, phone->received.end());
     EXPECT_EQ(nullAnswer->kind, Kind::Response);
-    EXPECT_TRUE(phone->receivedText.contains(R"({"version":1,"kind":"response","id":"r4","body":null})"));
+    EXPECT_TRUE(
+        phone->receivedText.contains(R"({"version":1,"kind":"response","id":"r4","body":null})"));
 
     // Engine errors keep their text.
     phone->request("r5", "turn/interrupt", JSONValue::object({}));
@@ -219,7 +241,9 @@ TEST_F(BridgePairingRelayTest, EventsReachAuthorisedPeersOnly)
     controller->forgetPeer(*controller->trustedPeerWithID(first->identity->deviceID()));
     EXPECT_TRUE(logged("Forgot First Phone."));
     second->request("e2", "account/rateLimits/read");
-    ASSERT_TRUE(waitFor([&] { return second->count(Kind::Event, QStringLiteral("item/agentMessage/delta")) == 2; }));
+    ASSERT_TRUE(waitFor([&] {
+        return second->count(Kind::Event, QStringLiteral("item/agentMessage/delta")) == 2;
+    }));
     settle(100);
     EXPECT_EQ(first->count(Kind::Event, QStringLiteral("item/agentMessage/delta")), 1u);
     first->request("e3", "thread/list");
@@ -253,7 +277,9 @@ TEST_F(BridgePairingRelayTest, TrustedDevicesAreAuthorisedByTheirHelloAlone)
     ASSERT_TRUE(impostor.waitFor(Kind::Hello));
     HelloPayload forged = impostor.identity->makeHello("Ada's Phone").value();
     forged.deviceID = phone->identity->deviceID();
-    const QByteArray signature = *signDER(impostor.identity->key(), helloSigningInput(forged.deviceID, forged.displayName, forged.publicKey, forged.nonce));
+    const QByteArray signature =
+        *signDER(impostor.identity->key(), helloSigningInput(forged.deviceID, forged.displayName,
+                                                             forged.publicKey, forged.nonce));
     forged.signature = QString::fromLatin1(signature.toBase64());
     impostor.send({1, Kind::Hello, {}, {}, forged.toBody()});
     impostor.send({1, Kind::PairingRequest, {}, {}, {}});
@@ -290,9 +316,13 @@ TEST_F(BridgePairingRelayTest, BadMessagesAreLoggedNotAnswered)
     ASSERT_TRUE(versionError);
     EXPECT_FALSE(versionError->id);
     EXPECT_EQ(versionError->body, JSONValue("Incompatible protocol version."));
-    ASSERT_TRUE(waitFor([&] { return controller->logs().filter("Rejected malformed message from Noisy: ").size() == 5; }));
-    EXPECT_TRUE(logged("Rejected malformed message from Noisy: Handshake signature did not verify."));
-    EXPECT_TRUE(logged("Rejected malformed message from Noisy: Codex returned an invalid response."));
+    ASSERT_TRUE(waitFor([&] {
+        return controller->logs().filter("Rejected malformed message from Noisy: ").size() == 5;
+    }));
+    EXPECT_TRUE(
+        logged("Rejected malformed message from Noisy: Handshake signature did not verify."));
+    EXPECT_TRUE(
+        logged("Rejected malformed message from Noisy: Codex returned an invalid response."));
     EXPECT_EQ(peer.count(Kind::Response), 0u); // the old-version ping got the error, not "pong"
     // A pairing request after a failed hello goes nowhere.
     peer.send({1, Kind::PairingRequest, {}, {}, {}});
@@ -340,7 +370,9 @@ TEST_F(BridgePairingRelayTest, RightsFollowTheDeviceThatProvedThem)
     ASSERT_TRUE(other.waitUntilConnected());
     const HelloPayload foreign = other.identity->makeHello("Phone B").value();
     phone->send({1, Kind::Hello, {}, {}, foreign.toBody()});
-    ASSERT_TRUE(waitFor([&] { return logged("Rejected malformed message from Phone: Handshake identity changed."); }));
+    ASSERT_TRUE(waitFor([&] {
+        return logged("Rejected malformed message from Phone: Handshake identity changed.");
+    }));
     EXPECT_TRUE(controller->authorizedPeerNames().isEmpty());
     phone->request("r1", "thread/list");
     const auto refused = phone->waitFor(Kind::Error);
@@ -360,9 +392,12 @@ TEST_F(BridgePairingRelayTest, PeerTextEntersTheLogCutAndOnOneLine)
     const QString longName = QStringLiteral("Evil\nLine ") + QString(10000, QLatin1Char('x'));
     auto peer = greetedPeer("Peer", longName);
     peer->send({1, Kind::PairingRequest, {}, {}, {}});
-    ASSERT_TRUE(waitFor([&] { return !controller->logs().filter("Pairing requested by").isEmpty(); }));
-    peer->sendRaw(QByteArray(R"({"version":1,"kind":")") + QByteArray(5000, 'k') + "\\r\\n" + QByteArray(5000, 'k') + "\"}");
-    ASSERT_TRUE(waitFor([&] { return !controller->logs().filter("Rejected malformed message").isEmpty(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return !controller->logs().filter("Pairing requested by").isEmpty(); }));
+    peer->sendRaw(QByteArray(R"({"version":1,"kind":")") + QByteArray(5000, 'k') + "\\r\\n" +
+                  QByteArray(5000, 'k') + "\"}");
+    ASSERT_TRUE(waitFor(
+        [&] { return !controller->logs().filter("Rejected malformed message").isEmpty(); }));
     const QString requested = controller->logs().filter("Pairing requested by").first();
     EXPECT_TRUE(requested.startsWith(QStringLiteral("Pairing requested by Evil\\nLine xxx")));
     EXPECT_TRUE(requested.contains(QStringLiteral("x…. Compare code")));
@@ -376,15 +411,20 @@ TEST_F(BridgePairingRelayTest, WithoutAnIdentityTheEngineWorksAndNoPairingHappen
 {
     // A file stands where the secret store's folder should be.
     home.makeFile("blocked", "x", false);
-    controller = std::make_unique<BridgeController>(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
+    controller = std::make_unique<BridgeController>(scheduler, defaults,
+                                                    PeerLinkSettings{QHostAddress::LocalHost, 0},
                                                     SecretStore(home.filePath("blocked/secrets")));
     EXPECT_FALSE(controller->hasIdentity());
-    EXPECT_TRUE(controller->appServerStatus().startsWith("Secure identity unavailable: ")) << controller->appServerStatus().toStdString();
-    EXPECT_EQ(controller->logs(), QStringList{"Keychain identity creation failed. Pairing is disabled until the app has valid signing entitlements."});
+    EXPECT_TRUE(controller->appServerStatus().startsWith("Secure identity unavailable: "))
+        << controller->appServerStatus().toStdString();
+    EXPECT_EQ(controller->logs(),
+              QStringList{"Keychain identity creation failed. Pairing is disabled until the app "
+                          "has valid signing entitlements."});
     controller->startOnce();
     ASSERT_TRUE(waitFor([&] { return controller->appServerReady(); }));
     TestPeer peer(controller->link().listeningPort(), "Phone");
-    ASSERT_TRUE(waitFor([&] { return logged("Cannot pair: secure Keychain identity is unavailable."); }));
+    ASSERT_TRUE(
+        waitFor([&] { return logged("Cannot pair: secure Keychain identity is unavailable."); }));
     settle(100);
     EXPECT_TRUE(peer.received.empty());
 }

@@ -19,7 +19,10 @@ FakeEngine::~FakeEngine()
     qunsetenv("FAKE_CODEX_RECORD");
 }
 
-QString FakeEngine::executablePath() { return QStringLiteral(FAKE_CODEX_PATH); }
+QString FakeEngine::executablePath()
+{
+    return QStringLiteral(FAKE_CODEX_PATH);
+}
 
 void FakeEngine::setScenario(const JSONValue& scenario)
 {
@@ -37,7 +40,8 @@ std::vector<JSONValue> FakeEngine::records() const
     if (!file.open(QIODevice::ReadOnly))
         return entries;
     for (const QByteArray& line : file.readAll().split('\n'))
-        if (auto decoded = JSONValue::decode(std::string_view(line.constData(), line.size())); decoded.ok())
+        if (auto decoded = JSONValue::decode(std::string_view(line.constData(), line.size()));
+            decoded.ok())
             entries.push_back(decoded.value());
     return entries;
 }

@@ -15,7 +15,10 @@ struct RandomJSON {
     int maximumDepth = 6;
     std::size_t longStringBytes = 0; // when set, some strings are this long
 
-    explicit RandomJSON(std::uint64_t seed) : random(seed) {}
+    explicit RandomJSON(std::uint64_t seed)
+        : random(seed)
+    {
+    }
     JSONValue value(int depth = 0);
 };
 

@@ -7,7 +7,9 @@
 namespace nimbrel::test {
 
 TemporaryHome::TemporaryHome()
-    : m_oldHome(qgetenv("HOME")), m_oldPath(qgetenv("PATH")), m_oldConfig(qgetenv("XDG_CONFIG_HOME"))
+    : m_oldHome(qgetenv("HOME"))
+    , m_oldPath(qgetenv("PATH"))
+    , m_oldConfig(qgetenv("XDG_CONFIG_HOME"))
     , m_oldData(qgetenv("XDG_DATA_HOME"))
 {
     qputenv("HOME", m_folder.path().toUtf8());
@@ -30,9 +32,13 @@ TemporaryHome::~TemporaryHome()
     restore("XDG_DATA_HOME", m_oldData);
 }
 
-void TemporaryHome::setPath(const QString& pathVariable) { qputenv("PATH", pathVariable.toUtf8()); }
+void TemporaryHome::setPath(const QString& pathVariable)
+{
+    qputenv("PATH", pathVariable.toUtf8());
+}
 
-QString TemporaryHome::makeFile(const QString& relative, const QByteArray& content, bool executable) const
+QString TemporaryHome::makeFile(const QString& relative, const QByteArray& content,
+                                bool executable) const
 {
     const QString path = m_folder.filePath(relative);
     QDir().mkpath(QFileInfo(path).absolutePath());

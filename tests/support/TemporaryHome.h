@@ -17,7 +17,8 @@ public:
     void setPath(const QString& pathVariable);
 
     // Creates the file (and its folders) with the given content and mode; returns its path.
-    QString makeFile(const QString& relative, const QByteArray& content = "#!/bin/sh\n", bool executable = true) const;
+    QString makeFile(const QString& relative, const QByteArray& content = "#!/bin/sh\n",
+                     bool executable = true) const;
     // Makes relative a symbolic link to target; returns its path.
     QString makeLink(const QString& relative, const QString& target) const;
 

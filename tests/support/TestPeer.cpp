@@ -8,7 +8,8 @@
 namespace nimbrel::test {
 
 TestPeer::TestPeer(quint16 port, const QString& transportName, const QString& name)
-    : helloName(name), m_state(std::make_shared<QTemporaryDir>())
+    : helloName(name)
+    , m_state(std::make_shared<QTemporaryDir>())
 {
     MemoryUserDefaults defaults;
     identity = DeviceIdentity::create(SecretStore(m_state->filePath("secrets")), defaults).value();
@@ -16,7 +17,9 @@ TestPeer::TestPeer(quint16 port, const QString& transportName, const QString& na
 }
 
 TestPeer::TestPeer(quint16 port, const QString& transportName, const TestPeer& sameDevice)
-    : identity(sameDevice.identity), helloName(sameDevice.helloName), m_state(sameDevice.m_state)
+    : identity(sameDevice.identity)
+    , helloName(sameDevice.helloName)
+    , m_state(sameDevice.m_state)
 {
     open(port, transportName);
 }
@@ -26,7 +29,8 @@ void TestPeer::open(quint16 port, const QString& transportName)
     m_socket = std::make_unique<QWebSocket>();
     const QSslConfiguration tls = PeerLink::tlsConfiguration();
     m_socket->setSslConfiguration(tls);
-    QObject::connect(m_socket.get(), &QWebSocket::sslErrors, m_socket.get(), [s = m_socket.get()] { s->ignoreSslErrors(); });
+    QObject::connect(m_socket.get(), &QWebSocket::sslErrors, m_socket.get(),
+                     [s = m_socket.get()] { s->ignoreSslErrors(); });
     QObject::connect(m_socket.get(), &QWebSocket::textMessageReceived, [this](const QString& text) {
         if (onText)
             return onText(text);
@@ -49,9 +53,15 @@ bool TestPeer::waitUntilConnected()
     return test::waitFor([&] { return m_socket->state() == QAbstractSocket::ConnectedState; });
 }
 
-void TestPeer::send(const BridgeMessage& message) { sendRaw(encodeBridgeMessage(message).value()); }
+void TestPeer::send(const BridgeMessage& message)
+{
+    sendRaw(encodeBridgeMessage(message).value());
+}
 
-void TestPeer::sendRaw(const QByteArray& bytes) { m_socket->sendTextMessage(QString::fromUtf8(bytes)); }
+void TestPeer::sendRaw(const QByteArray& bytes)
+{
+    m_socket->sendTextMessage(QString::fromUtf8(bytes));
+}
 
 void TestPeer::sendHello()
 {
@@ -70,25 +80,29 @@ void TestPeer::close()
     test::waitFor([&] { return m_socket->state() == QAbstractSocket::UnconnectedState; });
 }
 
-std::optional<BridgeMessage> TestPeer::waitFor(BridgeMessageKind kind, const std::optional<QString>& method, std::size_t from)
+std::optional<BridgeMessage>
+TestPeer::waitFor(BridgeMessageKind kind, const std::optional<QString>& method, std::size_t from)
 {
     std::optional<BridgeMessage> found;
-    test::waitFor([&] {
-        for (std::size_t i = from; i < received.size(); ++i)
-            if (received[i].kind == kind && (!method || received[i].method == method)) {
-                found = received[i];
-                return true;
-            }
-        return false;
-    }, 10000);
+    test::waitFor(
+        [&] {
+            for (std::size_t i = from; i < received.size(); ++i)
+                if (received[i].kind == kind && (!method || received[i].method == method)) {
+                    found = received[i];
+                    return true;
+                }
+            return false;
+        },
+        10000);
     return found;
 }
 
 std::size_t TestPeer::count(BridgeMessageKind kind, const std::optional<QString>& method) const
 {
-    return static_cast<std::size_t>(std::count_if(received.begin(), received.end(), [&](const BridgeMessage& m) {
-        return m.kind == kind && (!method || m.method == method);
-    }));
+    return static_cast<std::size_t>(
+        std::count_if(received.begin(), received.end(), [&](const BridgeMessage& m) {
+            return m.kind == kind && (!method || m.method == method);
+        }));
 }
 
 } // namespace nimbrel::test

@@ -16,7 +16,8 @@ namespace nimbrel::test {
 // transport name the test chooses, keeping every message it receives.
 class TestPeer {
 public:
-    TestPeer(quint16 port, const QString& transportName, const QString& helloName = QStringLiteral("Test Phone"));
+    TestPeer(quint16 port, const QString& transportName,
+             const QString& helloName = QStringLiteral("Test Phone"));
     // Another connection of the same device (same key and id).
     TestPeer(quint16 port, const QString& transportName, const TestPeer& sameDevice);
 
@@ -24,11 +25,14 @@ public:
     void send(const BridgeMessage& message);
     void sendRaw(const QByteArray& bytes);
     void sendHello();
-    void request(const QString& id, const QString& method, std::optional<JSONValue> body = JSONValue::object({}));
+    void request(const QString& id, const QString& method,
+                 std::optional<JSONValue> body = JSONValue::object({}));
     void close();
 
     // The first message received at or after index `from` that matches, waiting for it.
-    std::optional<BridgeMessage> waitFor(BridgeMessageKind kind, const std::optional<QString>& method = {}, std::size_t from = 0);
+    std::optional<BridgeMessage> waitFor(BridgeMessageKind kind,
+                                         const std::optional<QString>& method = {},
+                                         std::size_t from = 0);
     std::size_t count(BridgeMessageKind kind, const std::optional<QString>& method = {}) const;
 
     // When set, every text message goes here instead of into `received` (for floods).

@@ -4,11 +4,13 @@
 
 namespace nimbrel::test {
 
-TaskHandle VirtualScheduler::schedule(QObject* context, double delaySeconds, std::function<void()> work)
+TaskHandle VirtualScheduler::schedule(QObject* context, double delaySeconds,
+                                      std::function<void()> work)
 {
     auto task = std::make_shared<ScheduledTask>();
     std::lock_guard lock(m_mutex);
-    m_entries.push_back(Entry{m_now + std::max(0.0, delaySeconds), m_nextOrder++, context, std::move(work), task});
+    m_entries.push_back(
+        Entry{m_now + std::max(0.0, delaySeconds), m_nextOrder++, context, std::move(work), task});
     return task;
 }
 
@@ -24,8 +26,9 @@ void VirtualScheduler::advance(double seconds)
     {
         std::lock_guard lock(m_mutex);
         m_now += seconds;
-        auto firstLater = std::stable_partition(m_entries.begin(), m_entries.end(),
-                                                [&](const Entry& entry) { return entry.due <= m_now; });
+        auto firstLater =
+            std::stable_partition(m_entries.begin(), m_entries.end(),
+                                  [&](const Entry& entry) { return entry.due <= m_now; });
         due.assign(std::make_move_iterator(m_entries.begin()), std::make_move_iterator(firstLater));
         m_entries.erase(m_entries.begin(), firstLater);
     }
@@ -48,9 +51,10 @@ void VirtualScheduler::advance(double seconds)
 std::size_t VirtualScheduler::pendingCount() const
 {
     std::lock_guard lock(m_mutex);
-    return static_cast<std::size_t>(std::count_if(m_entries.begin(), m_entries.end(), [](const Entry& entry) {
-        return entry.context && !entry.task->isCancelled();
-    }));
+    return static_cast<std::size_t>(
+        std::count_if(m_entries.begin(), m_entries.end(), [](const Entry& entry) {
+            return entry.context && !entry.task->isCancelled();
+        }));
 }
 
 } // namespace nimbrel::test

@@ -1,10 +1,10 @@
+#include "workspace/CodexWorkspace.h"
 #include "bridge/BridgeController.h"
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
 #include "support/RequesterDouble.h"
 #include "support/TemporaryHome.h"
 #include "support/VirtualScheduler.h"
-#include "workspace/CodexWorkspace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,20 +19,26 @@ const QString tabsKey = QStringLiteral("SarvaneBridgeOpenSessionTabs");
 
 JSONValue threadJSON(const char* id, const char* extra = "")
 {
-    return JSONValue::decode(QStringLiteral(R"({"id":"%1","name":"Thread %1","preview":"preview of %1","cwd":"/work/%1"%2})")
-                                 .arg(QLatin1String(id), QLatin1String(extra))
-                                 .toStdString())
+    return JSONValue::decode(
+               QStringLiteral(
+                   R"({"id":"%1","name":"Thread %1","preview":"preview of %1","cwd":"/work/%1"%2})")
+                   .arg(QLatin1String(id), QLatin1String(extra))
+                   .toStdString())
         .value();
 }
 
 JSONValue listResult(std::vector<JSONValue> threads)
 {
-    return JSONValue::object({{"data", JSONValue::array(std::move(threads))}, {"nextCursor", nullptr}});
+    return JSONValue::object(
+        {{"data", JSONValue::array(std::move(threads))}, {"nextCursor", nullptr}});
 }
 
 class CodexWorkspaceTest : public ::testing::Test {
 protected:
-    CodexWorkspaceTest() : defaults(home.filePath("defaults.ini")) {}
+    CodexWorkspaceTest()
+        : defaults(home.filePath("defaults.ini"))
+    {
+    }
 
     std::unique_ptr<CodexWorkspace> makeWorkspace()
     {
@@ -71,12 +77,14 @@ TEST_F(CodexWorkspaceTest, FirstLaunchOpensTheNewestThread)
     EXPECT_EQ(engine.calls[0].method, "model/list");
     EXPECT_EQ(engine.calls[0].params.textForm(), R"({"limit":100,"includeHidden":false})");
     EXPECT_EQ(engine.calls[2].method, "account/rateLimits/read");
-    EXPECT_EQ(engine.calls[1].params.textForm(),
-              R"({"limit":100,"sortKey":"recency_at","sortDirection":"desc","sourceKinds":["cli","appServer","vscode"]})");
+    EXPECT_EQ(
+        engine.calls[1].params.textForm(),
+        R"({"limit":100,"sortKey":"recency_at","sortDirection":"desc","sourceKinds":["cli","appServer","vscode"]})");
     EXPECT_TRUE(workspace->isRefreshingThreads());
     EXPECT_TRUE(workspace->hasAutomaticRefresh());
 
-    engine.answerList(listResult({threadJSON("new", R"(,"model":"gpt-5","reasoningEffort":"high")"), threadJSON("old"), JSONValue(3)}));
+    engine.answerList(listResult({threadJSON("new", R"(,"model":"gpt-5","reasoningEffort":"high")"),
+                                  threadJSON("old"), JSONValue(3)}));
     EXPECT_FALSE(workspace->isRefreshingThreads());
     ASSERT_EQ(workspace->threads().size(), 2u);
     EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("new"));
@@ -132,11 +140,13 @@ TEST_F(CodexWorkspaceTest, ClosingTabsMovesTheSelection)
 
     setRunning(*workspace, "c");
     workspace->closeTab("c");
-    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Stop this Codex session before closing its tab."));
+    EXPECT_EQ(workspace->errorMessage(),
+              QStringLiteral("Stop this Codex session before closing its tab."));
     EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "c"));
 
     workspace->closeTab("a");
-    workspace->changeSession("c", [](CodexSessionState& state) { state.turnControl = TurnControlState{}; });
+    workspace->changeSession(
+        "c", [](CodexSessionState& state) { state.turnControl = TurnControlState{}; });
     workspace->closeTab("c"); // the only one
     EXPECT_TRUE(workspace->openThreadIDs().isEmpty());
     EXPECT_FALSE(workspace->selectedThreadID());
@@ -152,8 +162,10 @@ TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
 {
     auto workspace = makeWorkspace();
     workspace->setEngineReady(true, {});
-    engine.answerList(listResult({threadJSON("x", R"(,"cwd":"/home/ada/project")"), threadJSON("y", R"(,"preview":"project plans")"),
-                                  threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
+    engine.answerList(
+        listResult({threadJSON("x", R"(,"cwd":"/home/ada/project")"),
+                    threadJSON("y", R"(,"preview":"project plans")"),
+                    threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
     workspace->setSearchText("PROJECT");
     const auto found = workspace->filteredThreads();
     ASSERT_EQ(found.size(), 1u);
@@ -165,7 +177,8 @@ TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
     workspace->changeSession("z", [](CodexSessionState& state) { state.model = "chosen"; });
     for (int i = 0; i < 3; ++i) {
         workspace->refreshThreads();
-        engine.answerList(listResult({threadJSON("x"), threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
+        engine.answerList(listResult(
+            {threadJSON("x"), threadJSON("z", R"(,"model":"listed","reasoningEffort":"low")")}));
     }
     EXPECT_EQ(workspace->sessionState("z").model, QStringLiteral("chosen"));
     EXPECT_EQ(workspace->sessionState("z").reasoningEffort, QStringLiteral("low"));
@@ -174,7 +187,8 @@ TEST_F(CodexWorkspaceTest, SearchSettingsAndFailures)
     // A failed list keeps the old one and says why.
     workspace->refreshThreads();
     engine.answerList(AppServerError::requestTimedOut("thread/list"));
-    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Codex did not respond to thread/list within 30 seconds."));
+    EXPECT_EQ(workspace->errorMessage(),
+              QStringLiteral("Codex did not respond to thread/list within 30 seconds."));
     EXPECT_EQ(workspace->threads().size(), 2u);
     EXPECT_FALSE(workspace->isRefreshingThreads());
 }
@@ -254,11 +268,12 @@ TEST_F(CodexWorkspaceTest, RefreshesEveryFourSecondsWhileReadyAndNeverTwice)
 
 UserInputRequest questionRequest(const char* threadID, bool blocking = true)
 {
-    const auto params = JSONValue::decode(QStringLiteral(R"({"threadId":"%1","turnId":"turn-1","isBlocking":%2,"questions":[
+    const auto params = JSONValue::decode(
+        QStringLiteral(R"({"threadId":"%1","turnId":"turn-1","isBlocking":%2,"questions":[
         {"id":"db","header":"","question":"Which database?","options":[{"label":"Postgres","description":""}]},
         {"id":"token","header":"","question":"Your token?","isSecret":true}]})")
-                                              .arg(QLatin1String(threadID), QLatin1String(blocking ? "true" : "false"))
-                                              .toStdString());
+            .arg(QLatin1String(threadID), QLatin1String(blocking ? "true" : "false"))
+            .toStdString());
     return *parseUserInputRequest(QStringLiteral("Q-") + QLatin1String(threadID), params.value());
 }
 
@@ -273,7 +288,8 @@ TEST_F(CodexWorkspaceTest, AQuestionOpensItsSessionOnceAndLeavesWithItsActivityL
     workspace->addUserInputPrompt(questionRequest("new"));
     workspace->addUserInputPrompt(questionRequest("new"));
     EXPECT_EQ(workspace->sessionState("new").userInputPrompts.size(), 1u);
-    EXPECT_EQ(workspace->sessionState("new").activityText, QStringLiteral("Waiting for your answer…"));
+    EXPECT_EQ(workspace->sessionState("new").activityText,
+              QStringLiteral("Waiting for your answer…"));
     EXPECT_THAT(workspace->openThreadIDs(), ElementsAre("a", "new"));
     EXPECT_EQ(workspace->selectedThreadID(), QStringLiteral("a"));
     const auto placeholder = workspace->threadForID("new");
@@ -285,7 +301,8 @@ TEST_F(CodexWorkspaceTest, AQuestionOpensItsSessionOnceAndLeavesWithItsActivityL
 
     // Leaving: "Codex is thinking…" while a turn runs, nothing once idle.
     setRunning(*workspace, "new");
-    workspace->handleNotification("sarvane/userInputResolved", JSONValue::object({{"threadId", "new"}, {"requestId", "Q-new"}}));
+    workspace->handleNotification("sarvane/userInputResolved",
+                                  JSONValue::object({{"threadId", "new"}, {"requestId", "Q-new"}}));
     EXPECT_TRUE(workspace->sessionState("new").userInputPrompts.empty());
     EXPECT_EQ(workspace->sessionState("new").activityText, QStringLiteral("Codex is thinking…"));
     workspace->addUserInputPrompt(questionRequest("a"));
@@ -300,7 +317,8 @@ TEST_F(CodexWorkspaceTest, AnAnswerIsSentOnceRecordedWithoutSecretsAndKeptWhenIt
 {
     auto workspace = makeWorkspace();
     std::vector<std::pair<JSONValue, CodexWorkspace::AnswerCompletion>> sent;
-    workspace->userInputResponder = [&](const QString& id, const JSONValue& response, CodexWorkspace::AnswerCompletion done) {
+    workspace->userInputResponder = [&](const QString& id, const JSONValue& response,
+                                        CodexWorkspace::AnswerCompletion done) {
         EXPECT_EQ(id, "Q-a");
         sent.emplace_back(response, std::move(done));
     };
@@ -308,7 +326,10 @@ TEST_F(CodexWorkspaceTest, AnAnswerIsSentOnceRecordedWithoutSecretsAndKeptWhenIt
     workspace->addUserInputPrompt(questionRequest("a"));
     auto prompt = [&] { return *workspace->userInputPrompt("Q-a", "a"); };
     std::vector<std::optional<QString>> outcomes;
-    auto submit = [&] { workspace->submitUserInput("Q-a", "a", [&](const std::optional<QString>& error) { outcomes.push_back(error); }); };
+    auto submit = [&] {
+        workspace->submitUserInput(
+            "Q-a", "a", [&](const std::optional<QString>& error) { outcomes.push_back(error); });
+    };
 
     workspace->setUserInputDraft("Q-a", "a", "db", {0, false, {}});
     submit(); // the secret question has no answer yet
@@ -317,9 +338,13 @@ TEST_F(CodexWorkspaceTest, AnAnswerIsSentOnceRecordedWithoutSecretsAndKeptWhenIt
     submit();
     submit();
     ASSERT_EQ(sent.size(), 1u);
-    EXPECT_EQ(sent[0].first, JSONValue::decode(R"({"answers":{"db":{"answers":["Postgres"]},"token":{"answers":["hunter2"]}}})").value());
+    EXPECT_EQ(sent[0].first,
+              JSONValue::decode(
+                  R"({"answers":{"db":{"answers":["Postgres"]},"token":{"answers":["hunter2"]}}})")
+                  .value());
     EXPECT_TRUE(prompt().isSubmitting);
-    workspace->setUserInputDraft("Q-a", "a", "token", {std::nullopt, false, "changed"}); // ignored while sending
+    workspace->setUserInputDraft("Q-a", "a", "token",
+                                 {std::nullopt, false, "changed"}); // ignored while sending
     EXPECT_EQ(prompt().drafts.at("token").text, "hunter2");
 
     sent[0].second(AppServerError::server("Write failed: Broken pipe"));
@@ -335,16 +360,19 @@ TEST_F(CodexWorkspaceTest, AnAnswerIsSentOnceRecordedWithoutSecretsAndKeptWhenIt
     EXPECT_FALSE(workspace->userInputPrompt("Q-a", "a"));
     const CodexSessionState session = workspace->sessionState("a");
     ASSERT_EQ(session.transcript.size(), 1u);
-    EXPECT_EQ(session.transcript[0].text, "Which database?\nPostgres\n\nYour token?\n[Private response sent]");
+    EXPECT_EQ(session.transcript[0].text,
+              "Which database?\nPostgres\n\nYour token?\n[Private response sent]");
     EXPECT_THAT(outcomes, ElementsAre(QStringLiteral("Write failed: Broken pipe"), std::nullopt));
 
-    // With no way to the engine the failure is the workspace's own; with the engine down, nothing happens.
+    // With no way to the engine the failure is the workspace's own; with the engine down, nothing
+    // happens.
     workspace->userInputResponder = nullptr;
     workspace->addUserInputPrompt(questionRequest("b"));
     workspace->setUserInputDraft("Q-b", "b", "db", {0, false, {}});
     workspace->setUserInputDraft("Q-b", "b", "token", {std::nullopt, false, "x"});
     workspace->submitUserInput("Q-b", "b");
-    EXPECT_EQ(workspace->userInputPrompt("Q-b", "b")->errorMessage, QStringLiteral("The Codex connection is unavailable."));
+    EXPECT_EQ(workspace->userInputPrompt("Q-b", "b")->errorMessage,
+              QStringLiteral("The Codex connection is unavailable."));
     workspace->setEngineReady(false, {});
     EXPECT_FALSE(workspace->userInputPrompt("Q-b", "b"));
 }
@@ -352,8 +380,13 @@ TEST_F(CodexWorkspaceTest, AnAnswerIsSentOnceRecordedWithoutSecretsAndKeptWhenIt
 TEST(CodexWorkspaceEndToEnd, TheControllerFeedsTheWorkspaceFromTheEngine)
 {
     TemporaryHome home;
-    FakeEngine engine(JSONValue::object({{"methods", JSONValue::object({{"thread/list", JSONValue::object({{"result",
-        listResult({threadJSON("thr_new", R"(,"model":"gpt-5-codex")"), threadJSON("thr_old")})}})}})}}));
+    FakeEngine engine(JSONValue::object(
+        {{"methods",
+          JSONValue::object(
+              {{"thread/list",
+                JSONValue::object(
+                    {{"result", listResult({threadJSON("thr_new", R"(,"model":"gpt-5-codex")"),
+                                            threadJSON("thr_old")})}})}})}}));
     home.makeLink("bin/codex", FakeEngine::executablePath());
     home.setPath(home.filePath("bin"));
     SettingsUserDefaults defaults(home.filePath("defaults.ini"));

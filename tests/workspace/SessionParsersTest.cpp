@@ -1,7 +1,7 @@
+#include "workspace/SessionParsers.h"
 #include "platform/TextFormatting.h"
 #include "support/RandomJSON.h"
 #include "usage/UsageRecords.h"
-#include "workspace/SessionParsers.h"
 
 #include <QFile>
 #include <QLocale>
@@ -14,7 +14,10 @@ using ::testing::ElementsAre;
 
 namespace {
 
-JSONValue json(std::string_view text) { return JSONValue::decode(text).value(); }
+JSONValue json(std::string_view text)
+{
+    return JSONValue::decode(text).value();
+}
 
 JSONValue dataFile(const char* name)
 {
@@ -23,9 +26,15 @@ JSONValue dataFile(const char* name)
     return JSONValue::decode(file.readAll().toStdString()).value();
 }
 
-QString repeated(const QString& piece, int count) { return piece.repeated(count); }
+QString repeated(const QString& piece, int count)
+{
+    return piece.repeated(count);
+}
 
-CodexThread thread(const JSONValue& value) { return parseThread(value).value(); }
+CodexThread thread(const JSONValue& value)
+{
+    return parseThread(value).value();
+}
 
 QStringList ids(const std::vector<TranscriptEntry>& entries)
 {
@@ -44,7 +53,8 @@ TEST(SessionParsers, ThreadTitlesPreviewsAndFallbacks)
     EXPECT_FALSE(parseThread(json(R"([{"id":"a"}])")));
 
     const CodexThread bare = thread(json(R"({"id":""})"));
-    EXPECT_EQ(bare, (CodexThread{"", "Untitled Codex session", "", "", "unknown", "unknown", 0, std::nullopt, std::nullopt}));
+    EXPECT_EQ(bare, (CodexThread{"", "Untitled Codex session", "", "", "unknown", "unknown", 0,
+                                 std::nullopt, std::nullopt}));
     EXPECT_EQ(thread(json(R"({"id":"t","name":"","preview":""})")).title, "Untitled Codex session");
 
     const QString exact500 = repeated("a", 500), exact160 = repeated("b", 160);
@@ -63,14 +73,17 @@ TEST(SessionParsers, ThreadTitlesPreviewsAndFallbacks)
     EXPECT_EQ(thread(withPreview("  spaced  ")).title, "  spaced  ");
 
     // Cuts count user-perceived characters and never split one.
-    for (const QString& cluster : {QStringLiteral("🇳🇴"), QStringLiteral("e\u0301"), QStringLiteral("👩‍👩‍👧"), QStringLiteral("é")}) {
+    for (const QString& cluster : {QStringLiteral("🇳🇴"), QStringLiteral("e\u0301"),
+                                   QStringLiteral("👩‍👩‍👧"), QStringLiteral("é")}) {
         const CodexThread cut = thread(withPreview(repeated(cluster, 501)));
         EXPECT_EQ(cut.preview, repeated(cluster, 500) + "…") << cluster.toStdString();
         EXPECT_EQ(cut.title, repeated(cluster, 160) + "…");
         EXPECT_EQ(thread(withPreview(repeated(cluster, 500))).preview, repeated(cluster, 500));
     }
 
-    auto field = [](const char* extra) { return thread(json(std::string(R"({"id":"t",)") + extra + "}")); };
+    auto field = [](const char* extra) {
+        return thread(json(std::string(R"({"id":"t",)") + extra + "}"));
+    };
     EXPECT_EQ(field(R"("status":{"type":"active"})").status, "active");
     EXPECT_EQ(field(R"("status":"idle")").status, "idle");
     EXPECT_EQ(field(R"("status":{})").status, "unknown");
@@ -95,24 +108,36 @@ TEST(SessionParsers, ModelOptionsAndApprovalPrompts)
     EXPECT_EQ(models[0].id, "gpt-5-codex");
     EXPECT_TRUE(models[0].isDefault);
     EXPECT_EQ(models[0].supportedReasoningEfforts,
-              (std::vector<CodexReasoningEffortOption>{{"low", "Fast answers"}, {"medium", "Balanced"}, {"high", ""}}));
+              (std::vector<CodexReasoningEffortOption>{
+                  {"low", "Fast answers"}, {"medium", "Balanced"}, {"high", ""}}));
     EXPECT_EQ(models[1], (CodexModelOption{"gpt-5-mini", "gpt-5-mini", "", "medium", {}, false}));
 
-    const JSONValue params = json(R"({"command":"rm -rf build","cwd":"/w","reason":"Clean the build"})");
-    const ApprovalPrompt command = makeApprovalPrompt("L1", "item/commandExecution/requestApproval", params);
-    EXPECT_EQ(command, (ApprovalPrompt{"L1", "item/commandExecution/requestApproval", "Run this command?", "Clean the build", "rm -rf build", "/w"}));
+    const JSONValue params =
+        json(R"({"command":"rm -rf build","cwd":"/w","reason":"Clean the build"})");
+    const ApprovalPrompt command =
+        makeApprovalPrompt("L1", "item/commandExecution/requestApproval", params);
+    EXPECT_EQ(command,
+              (ApprovalPrompt{"L1", "item/commandExecution/requestApproval", "Run this command?",
+                              "Clean the build", "rm -rf build", "/w"}));
     EXPECT_EQ(makeApprovalPrompt("L", "item/commandExecution/requestApproval", json("{}")).detail,
               "Codex needs your approval before running a command on the Mac.");
-    const ApprovalPrompt files = makeApprovalPrompt("L2", "item/fileChange/requestApproval", params);
+    const ApprovalPrompt files =
+        makeApprovalPrompt("L2", "item/fileChange/requestApproval", params);
     EXPECT_EQ(files.title, "Apply file changes?");
     EXPECT_EQ(files.detail, "Codex needs your approval before modifying files.");
     EXPECT_EQ(files.command, QStringLiteral("rm -rf build"));
-    EXPECT_EQ(makeApprovalPrompt("L", "x/commandExecution+fileChange", params).title, "Run this command?");
-    const ApprovalPrompt other = makeApprovalPrompt("L3", "item/permissions/requestApproval", json("[1]"));
-    EXPECT_EQ(other, (ApprovalPrompt{"L3", "item/permissions/requestApproval", "Grant additional access?",
-                                     "Codex is requesting additional permissions.", std::nullopt, std::nullopt}));
-    EXPECT_EQ(makeApprovalPrompt("L", "m", json(R"({"reason":"Needs network"})")).detail, "Needs network");
-    EXPECT_EQ(makeApprovalPrompt("L", "CommandExecution", params).title, "Grant additional access?");
+    EXPECT_EQ(makeApprovalPrompt("L", "x/commandExecution+fileChange", params).title,
+              "Run this command?");
+    const ApprovalPrompt other =
+        makeApprovalPrompt("L3", "item/permissions/requestApproval", json("[1]"));
+    EXPECT_EQ(other,
+              (ApprovalPrompt{"L3", "item/permissions/requestApproval", "Grant additional access?",
+                              "Codex is requesting additional permissions.", std::nullopt,
+                              std::nullopt}));
+    EXPECT_EQ(makeApprovalPrompt("L", "m", json(R"({"reason":"Needs network"})")).detail,
+              "Needs network");
+    EXPECT_EQ(makeApprovalPrompt("L", "CommandExecution", params).title,
+              "Grant additional access?");
 }
 
 TEST(SessionParsers, EveryTranscriptItemTypeFromATurnsPage)
@@ -131,16 +156,21 @@ TEST(SessionParsers, EveryTranscriptItemTypeFromATurnsPage)
         {TranscriptKind::User, "You", "Tidy the repository", std::nullopt},
         {TranscriptKind::Assistant, "Codex update", "Looking around first.", std::nullopt},
         {TranscriptKind::Command, "$ git status", "clean", "completed"},
-        {TranscriptKind::FileChange, "File changes", "README.md\n@@ -1 +1 @@\n-old\n+new\n\n\n\nLICENSE", "completed"},
+        {TranscriptKind::FileChange, "File changes",
+         "README.md\n@@ -1 +1 @@\n-old\n+new\n\n\n\nLICENSE", "completed"},
         {TranscriptKind::Reasoning, "Thinking summary", "one\n\ntwo", std::nullopt},
         {TranscriptKind::System, "Plan", "1. Read\n2. Tidy", std::nullopt},
         {TranscriptKind::Command, "github • search_issues",
-         "Input\n{\"q\":\"flaky\"}\n\nOutput\n3 issues\nissue 12\n[image content]\n\nResult\n{\"count\":3}", "completed"},
+         "Input\n{\"q\":\"flaky\"}\n\nOutput\n3 issues\nissue 12\n[image "
+         "content]\n\nResult\n{\"count\":3}",
+         "completed"},
         {TranscriptKind::Command, "Codex tool", "Output\ndone\n\nError\ntool crashed", "failed"},
-        {TranscriptKind::Command, "Web search", "qt6 qprocess\na\nb\nhttps://doc.qt.io", std::nullopt},
+        {TranscriptKind::Command, "Web search", "qt6 qprocess\na\nb\nhttps://doc.qt.io",
+         std::nullopt},
         {TranscriptKind::Command, "Viewing image", "/tmp/shot.png", std::nullopt},
         {TranscriptKind::System, "Waiting", "Pause for 1.5 seconds", std::nullopt},
-        {TranscriptKind::System, "Compacting conversation", "Codex is condensing earlier context for the next steps.", std::nullopt},
+        {TranscriptKind::System, "Compacting conversation",
+         "Codex is condensing earlier context for the next steps.", std::nullopt},
         {TranscriptKind::Command, "shell", "null", "completed"},
         {TranscriptKind::System, "Codex agents", "Review the diff", "inProgress"},
         {TranscriptKind::System, "Codex agents", "", std::nullopt},
@@ -160,7 +190,8 @@ TEST(SessionParsers, EveryTranscriptItemTypeFromATurnsPage)
 
     // The platform's number format follows the locale.
     QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-    EXPECT_EQ(parseTranscriptItem(json(R"({"type":"sleep","durationMs":2500})"))->text, "Pause for 2,5 seconds");
+    EXPECT_EQ(parseTranscriptItem(json(R"({"type":"sleep","durationMs":2500})"))->text,
+              "Pause for 2,5 seconds");
     EXPECT_EQ(parseTranscriptItem(json(R"({"type":"sleep"})"))->text, "Pause for 0 seconds");
     QLocale::setDefault(QLocale::c());
 
@@ -175,9 +206,13 @@ TEST(SessionParsers, EveryTranscriptItemTypeFromATurnsPage)
     EXPECT_EQ(parseTranscriptItem(json(R"({"type":"webSearch","action":"search"})"))->text, "");
     EXPECT_EQ(parseTranscriptItem(json(R"({"type":"commandExecution"})"))->title, "$ Command");
     EXPECT_EQ(parseTranscriptItem(json(R"({"type":"mcpToolCall"})"))->title, "MCP • tool");
-    EXPECT_EQ(parseTranscriptItem(json(R"({"type":"functionCallOutput","output":{"a":[1]}})"))->text, R"({"a":[1]})");
+    EXPECT_EQ(
+        parseTranscriptItem(json(R"({"type":"functionCallOutput","output":{"a":[1]}})"))->text,
+        R"({"a":[1]})");
     EXPECT_EQ(parseTranscriptItem(json(R"({"type":"functionCallOutput"})"))->text, "");
-    EXPECT_EQ(toolCallText(json(R"({"arguments":null,"error":"boom","result":{"structuredContent":null}})")), "Error\nboom");
+    EXPECT_EQ(toolCallText(
+                  json(R"({"arguments":null,"error":"boom","result":{"structuredContent":null}})")),
+              "Error\nboom");
     EXPECT_EQ(toolCallText(json(R"({"error":{"code":1}})")), "Error\n{\"code\":1}");
     EXPECT_EQ(toolCallText(json(R"({})")), "");
 }
@@ -194,7 +229,8 @@ TEST(SessionParsers, ItemsPagesArriveNewestFirst)
 
 TEST(SessionParsers, ActivitiesGroupIntoBlocks)
 {
-    auto entry = [](const char* id, TranscriptKind kind, std::optional<QString> phase = {}, std::optional<QString> status = {}) {
+    auto entry = [](const char* id, TranscriptKind kind, std::optional<QString> phase = {},
+                    std::optional<QString> status = {}) {
         TranscriptEntry e;
         e.id = id;
         e.kind = kind;
@@ -203,7 +239,7 @@ TEST(SessionParsers, ActivitiesGroupIntoBlocks)
         return e;
     };
     const std::vector<TranscriptEntry> entries = {
-        entry("cmd0", TranscriptKind::Command),  // an activity with no block before it opens one
+        entry("cmd0", TranscriptKind::Command), // an activity with no block before it opens one
         entry("u", TranscriptKind::User),
         entry("r", TranscriptKind::Reasoning),
         entry("c", TranscriptKind::Assistant, "commentary"),
@@ -219,8 +255,10 @@ TEST(SessionParsers, ActivitiesGroupIntoBlocks)
     std::vector<QStringList> shape;
     for (const auto& block : blocks)
         shape.push_back(ids(block.entries));
-    EXPECT_THAT(shape, ElementsAre(QStringList{"cmd0"}, QStringList{"u"}, QStringList{"r", "c", "s"}, QStringList{"fail"},
-                                   QStringList{"cmd", "f"}, QStringList{"final"}, QStringList{"stop"}, QStringList{"plain"}));
+    EXPECT_THAT(shape,
+                ElementsAre(QStringList{"cmd0"}, QStringList{"u"}, QStringList{"r", "c", "s"},
+                            QStringList{"fail"}, QStringList{"cmd", "f"}, QStringList{"final"},
+                            QStringList{"stop"}, QStringList{"plain"}));
     EXPECT_EQ(blocks[2].id(), "r");
     EXPECT_TRUE(groupTranscriptBlocks({}).empty());
 
@@ -245,15 +283,74 @@ TEST(SessionParsers, ThreadListPageAndNoParserFailsOnAnyValue)
 
     // Random values with the parsers' own keys at every level: wrong types, nulls, long strings.
     test::RandomJSON random(4242);
-    random.keys = {"id", "name", "preview", "cwd", "source", "status", "type", "updatedAt", "model", "displayName",
-                   "supportedReasoningEfforts", "reasoningEffort", "isDefault", "content", "text", "changes", "path",
-                   "diff", "summary", "query", "action", "queries", "url", "pattern", "durationMs", "output",
-                   "arguments", "result", "structuredContent", "contentItems", "resource", "error", "message", "items",
-                   "data", "item", "phase", "command", "reason", "rateLimits", "rateLimitsByLimitId", "limitId",
-                   "primary", "secondary", "usedPercent", "windowDurationMins", "resetsAt", "credits", "balance",
-                   "individualLimit", "total", "last", "modelContextWindow", "totalTokens", "userMessage", "plan",
-                   "agentMessage", "commandExecution", "fileChange", "reasoning", "mcpToolCall", "sleep", "webSearch",
-                   "functionCallOutput", "dynamicToolCall", "rateLimitResetCredits", "availableCount", "planType"};
+    random.keys = {"id",
+                   "name",
+                   "preview",
+                   "cwd",
+                   "source",
+                   "status",
+                   "type",
+                   "updatedAt",
+                   "model",
+                   "displayName",
+                   "supportedReasoningEfforts",
+                   "reasoningEffort",
+                   "isDefault",
+                   "content",
+                   "text",
+                   "changes",
+                   "path",
+                   "diff",
+                   "summary",
+                   "query",
+                   "action",
+                   "queries",
+                   "url",
+                   "pattern",
+                   "durationMs",
+                   "output",
+                   "arguments",
+                   "result",
+                   "structuredContent",
+                   "contentItems",
+                   "resource",
+                   "error",
+                   "message",
+                   "items",
+                   "data",
+                   "item",
+                   "phase",
+                   "command",
+                   "reason",
+                   "rateLimits",
+                   "rateLimitsByLimitId",
+                   "limitId",
+                   "primary",
+                   "secondary",
+                   "usedPercent",
+                   "windowDurationMins",
+                   "resetsAt",
+                   "credits",
+                   "balance",
+                   "individualLimit",
+                   "total",
+                   "last",
+                   "modelContextWindow",
+                   "totalTokens",
+                   "userMessage",
+                   "plan",
+                   "agentMessage",
+                   "commandExecution",
+                   "fileChange",
+                   "reasoning",
+                   "mcpToolCall",
+                   "sleep",
+                   "webSearch",
+                   "functionCallOutput",
+                   "dynamicToolCall",
+                   "rateLimitResetCredits",
+                   "availableCount",
+                   "planType"};
     random.maximumDepth = 5;
     random.longStringBytes = 100000;
     for (int i = 0; i < 4000; ++i) {
@@ -279,7 +376,9 @@ TEST(SessionParsers, ThreadListPageAndNoParserFailsOnAnyValue)
         (void)parseSessionUsage(value, 0);
     }
     // Deep nesting reaches the parsers without harm.
-    const JSONValue deep = JSONValue::decode(std::string(500, '[') + "{\"type\":\"plan\"}" + std::string(500, ']')).value();
+    const JSONValue deep =
+        JSONValue::decode(std::string(500, '[') + "{\"type\":\"plan\"}" + std::string(500, ']'))
+            .value();
     const JSONValue deepTurns[] = {deep};
     EXPECT_TRUE(entriesFromTurns(deepTurns).empty());
 }
