@@ -1,9 +1,7 @@
 #include "bridge/BridgeController.h"
+#include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
-#include "support/FakeEngine.h"
 #include "support/PairedPeer.h"
-#include "support/TemporaryHome.h"
-#include "support/VirtualScheduler.h"
 
 #include <QRegularExpression>
 
@@ -17,27 +15,15 @@ using ::testing::ElementsAre;
 
 namespace {
 
-JSONValue decoded(const char* text)
-{
-    return JSONValue::decode(text).value();
-}
-
 JSONValue serverRequest(JSONValue id, const char* method, const char* params)
 {
-    return JSONValue::object(
-        {{"send", JSONValue::object(
-                      {{"id", std::move(id)}, {"method", method}, {"params", decoded(params)}})}});
+    return sendAction(
+        JSONValue::object({{"id", std::move(id)}, {"method", method}, {"params", json(params)}}));
 }
 
 JSONValue notification(const char* method, const char* params)
 {
-    return JSONValue::object(
-        {{"send", JSONValue::object({{"method", method}, {"params", decoded(params)}})}});
-}
-
-JSONValue cue(const char* word, std::vector<JSONValue> actions)
-{
-    return JSONValue::object({{"when", word}, {"actions", JSONValue::array(std::move(actions))}});
+    return sendAction(JSONValue::object({{"method", method}, {"params", json(params)}}));
 }
 
 const char* commandParams =
@@ -77,27 +63,17 @@ JSONValue serverRequestScenario()
 class BridgeServerRequestsTest : public ::testing::Test {
 protected:
     BridgeServerRequestsTest()
-        : engine(serverRequestScenario())
-        , defaults(home.filePath("defaults.ini"))
+        : bridge(serverRequestScenario())
+        , engine(bridge.engine)
+        , controller(&bridge.controller())
     {
-        home.makeLink("bin/codex", FakeEngine::executablePath());
-        home.setPath(home.filePath("bin"));
-        controller = std::make_unique<BridgeController>(
-            scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
-            SecretStore(home.filePath("secrets")));
-        controller->startOnce();
         EXPECT_TRUE(waitFor([&] { return controller->appServerReady(); }));
-        port = controller->link().listeningPort();
+        port = bridge.port();
         first = pairedPeer(*controller, port, "First", "First Phone");
         second = pairedPeer(*controller, port, "Second", "Second Phone");
     }
 
-    void say(const char* word)
-    {
-        controller->appServer().request("turn/start",
-                                        JSONValue::object({{"threadId", "thr_1"}, {"text", word}}),
-                                        [](const AppServerClient::RequestResult&) {});
-    }
+    void say(const char* word) { bridge.say(word); }
 
     // What the engine read that was no request of the bridge's own: answers and refusals.
     std::vector<JSONValue> answers() const
@@ -115,11 +91,9 @@ protected:
         peer.send({1, Kind::ServerResponse, id, std::move(method), std::move(body)});
     }
 
-    TemporaryHome home;
-    FakeEngine engine;
-    SettingsUserDefaults defaults;
-    VirtualScheduler scheduler;
-    std::unique_ptr<BridgeController> controller;
+    BridgeUnderTest bridge;
+    FakeEngine& engine;
+    BridgeController* controller;
     quint16 port = 0;
     std::unique_ptr<TestPeer> first, second;
 };
@@ -136,7 +110,7 @@ TEST_F(BridgeServerRequestsTest, ApprovalsReachEveryPeerAndTheFirstAnswerWins)
                         1 + std::find(first->received.begin(), first->received.end(), command) -
                             first->received.begin());
     EXPECT_EQ(command.method, QStringLiteral("item/commandExecution/requestApproval"));
-    EXPECT_EQ(command.body, decoded(commandParams));
+    EXPECT_EQ(command.body, json(commandParams));
     EXPECT_TRUE(QRegularExpression("^[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}$")
                     .match(*command.id)
                     .hasMatch())
@@ -153,34 +127,34 @@ TEST_F(BridgeServerRequestsTest, ApprovalsReachEveryPeerAndTheFirstAnswerWins)
 
     // A peer answers the queued one; an answer on the question path gets the failure text and
     // changes nothing; a late second answer finds nothing to answer.
-    answer(*second, *files.id, decoded(R"({"decision":"accept"})"));
-    answer(*first, *command.id, decoded(R"({"answers":{}})"), BridgeController::questionMethod);
+    answer(*second, *files.id, json(R"({"decision":"accept"})"));
+    answer(*first, *command.id, json(R"({"answers":{}})"), BridgeController::questionMethod);
     const auto refused = first->waitFor(Kind::Error);
     ASSERT_TRUE(refused);
     EXPECT_EQ(refused->body, JSONValue(closedText));
-    answer(*first, *files.id, decoded(R"({"decision":"decline"})"));
+    answer(*first, *files.id, json(R"({"decision":"decline"})"));
     ASSERT_TRUE(waitFor([&] { return controller->queuedApprovals().empty(); }));
     EXPECT_EQ(controller->approval()->id, *command.id);
 
     // The user answers the shown one here; the peer that answers later changes nothing.
     controller->respondToApproval("acceptForSession");
     EXPECT_FALSE(controller->approval());
-    answer(*second, *command.id, decoded(R"({"decision":"decline"})"));
+    answer(*second, *command.id, json(R"({"decision":"decline"})"));
     ASSERT_TRUE(waitFor([&] { return answers().size() >= 2; }));
     settle(150);
     EXPECT_THAT(answers(),
-                ElementsAre(decoded(R"({"id":"file-1","result":{"decision":"accept"}})"),
-                            decoded(R"({"id":0,"result":{"decision":"acceptForSession"}})")));
+                ElementsAre(json(R"({"id":"file-1","result":{"decision":"accept"}})"),
+                            json(R"({"id":0,"result":{"decision":"acceptForSession"}})")));
 
     // An answer without a body declines; a peer that is not paired is not heard.
     say("two-approvals");
     ASSERT_TRUE(waitFor([&] { return controller->queuedApprovals().size() == 1; }));
     TestPeer stranger(port, "Stranger");
     ASSERT_TRUE(stranger.waitFor(Kind::Hello));
-    answer(stranger, controller->approval()->id, decoded(R"({"decision":"accept"})"));
+    answer(stranger, controller->approval()->id, json(R"({"decision":"accept"})"));
     answer(*first, controller->queuedApprovals()[0].id, std::nullopt);
     ASSERT_TRUE(waitFor([&] { return answers().size() == 3; }));
-    EXPECT_EQ(answers()[2], decoded(R"({"id":"file-1","result":{"decision":"decline"}})"));
+    EXPECT_EQ(answers()[2], json(R"({"id":"file-1","result":{"decision":"decline"}})"));
     settle(100);
     EXPECT_EQ(answers().size(), 3u);
     EXPECT_TRUE(controller->approval());
@@ -192,11 +166,11 @@ TEST_F(BridgeServerRequestsTest, RequestsOfOtherMethodsAndMalformedQuestionsAreR
     ASSERT_TRUE(waitFor([&] { return answers().size() == 2; }));
     EXPECT_EQ(
         answers()[0],
-        decoded(
+        json(
             R"({"id":9,"error":{"code":-32601,"message":"Nimbrel Bridge does not implement item/tool/call."}})"));
     EXPECT_EQ(
         answers()[1],
-        decoded(
+        json(
             R"({"id":10,"error":{"code":-32601,"message":"The question request is malformed."}})"));
     EXPECT_EQ(first->count(Kind::ServerRequest), 0u);
     EXPECT_EQ(first->count(Kind::Event, "sarvane/userInputRequest"), 0u);
@@ -212,12 +186,11 @@ TEST_F(BridgeServerRequestsTest, AQuestionIsAnsweredOnceByWhoeverAnswersFirst)
     ASSERT_EQ(controller->pendingUserInput().requests.size(), 1u);
     const QString id = controller->pendingUserInput().requests[0].request.id;
     EXPECT_EQ(first->waitFor(Kind::Event, "sarvane/userInputRequest")->id, id);
-    EXPECT_EQ(first->waitFor(Kind::Event, "sarvane/userInputRequest")->body,
-              decoded(questionParams));
+    EXPECT_EQ(first->waitFor(Kind::Event, "sarvane/userInputRequest")->body, json(questionParams));
     ASSERT_TRUE(controller->workspace().userInputPrompt(id, "thr_1"));
 
-    const JSONValue reply = decoded(R"({"answers":{"name":{"answers":["Ada"]}}})");
-    answer(*first, id, decoded(R"({"answers":{"name":{"answers":[" "]}}})"),
+    const JSONValue reply = json(R"({"answers":{"name":{"answers":["Ada"]}}})");
+    answer(*first, id, json(R"({"answers":{"name":{"answers":[" "]}}})"),
            BridgeController::questionMethod);
     ASSERT_TRUE(first->waitFor(Kind::Error));
     EXPECT_EQ(first->waitFor(Kind::Error)->body, JSONValue(closedText));
@@ -281,7 +254,7 @@ TEST_F(BridgeServerRequestsTest, TheEnginesFallEmptiesEverythingItAsked)
     EXPECT_FALSE(controller->workspace().userInputPrompt(question, "thr_1"));
 
     const std::size_t before = first->received.size();
-    answer(*first, question, decoded(R"({"answers":{"name":{"answers":["Ada"]}}})"),
+    answer(*first, question, json(R"({"answers":{"name":{"answers":["Ada"]}}})"),
            BridgeController::questionMethod);
     const auto refused = first->waitFor(Kind::Error, {}, before);
     ASSERT_TRUE(refused);
@@ -300,7 +273,7 @@ TEST_F(BridgeServerRequestsTest, AnAnswerThatCannotBeWrittenLeavesTheQuestionOpe
             return entry.find("event") && *entry.find("event") == JSONValue("eof");
         });
     }));
-    answer(*first, id, decoded(R"({"answers":{"name":{"answers":["Ada"]}}})"),
+    answer(*first, id, json(R"({"answers":{"name":{"answers":["Ada"]}}})"),
            BridgeController::questionMethod);
     const auto failed = first->waitFor(Kind::Error);
     ASSERT_TRUE(failed);

@@ -1,8 +1,6 @@
 #include "bridge/BridgeController.h"
-#include "support/FakeEngine.h"
+#include "support/BridgeUnderTest.h"
 #include "support/RunningProgram.h"
-#include "support/TemporaryHome.h"
-#include "support/VirtualScheduler.h"
 
 #include <gtest/gtest.h>
 
@@ -11,59 +9,32 @@ using namespace nimbrel::test;
 
 namespace {
 
-JSONValue cue(const char* word, JSONValue action)
-{
-    return JSONValue::object({{"when", word}, {"actions", JSONValue::array({std::move(action)})}});
-}
-
 // The engine lists one session and streams whole turns on cue words.
-JSONValue streamingScenario()
-{
-    const auto decoded = [](const char* text) { return JSONValue::decode(text).value(); };
-    return JSONValue::object({
-        {"methods",
-         JSONValue::object(
-             {{"thread/list",
-               JSONValue::object({{"result", decoded(R"({"data":[{"id":"thr_shown"}]})")}})},
-              {"turn/start",
-               JSONValue::object({{"result", decoded(R"({"turn":{"id":"turn-1"}})")}})}})},
-        {"cues",
-         JSONValue::array({
-             cue("stream-here",
-                 decoded(
-                     R"({"streamTurn":{"threadId":"thr_shown","turnId":"turn-1","prompt":"stream-here","deltas":40,"delayMs":3}})")),
-             cue("stream-elsewhere",
-                 decoded(
-                     R"({"streamTurn":{"threadId":"thr_other","turnId":"turn-2","status":"failed"}})")),
-             cue("usage-only",
-                 decoded(
-                     R"({"send":{"method":"thread/tokenUsage/updated","params":{"threadId":"thr_shown","tokenUsage":{}}}})")),
-         })},
-    });
-}
+const char* streamingScenario = R"({
+    "methods": {"thread/list": {"result": {"data": [{"id": "thr_shown"}]}},
+                "turn/start": {"result": {"turn": {"id": "turn-1"}}}},
+    "cues": [
+        {"when": "stream-here", "actions": [{"streamTurn": {"threadId": "thr_shown", "turnId": "turn-1",
+                                                            "prompt": "stream-here", "deltas": 40, "delayMs": 3}}]},
+        {"when": "stream-elsewhere", "actions": [{"streamTurn": {"threadId": "thr_other", "turnId": "turn-2", "status": "failed"}}]},
+        {"when": "usage-only", "actions": [{"send": {"method": "thread/tokenUsage/updated",
+                                                     "params": {"threadId": "thr_shown", "tokenUsage": {}}}}]}]})";
 
 } // namespace
 
 TEST(LiveSessionEndToEnd, ATurnStartedByAPeerGrowsTheDesktopsSession)
 {
-    TemporaryHome home;
-    FakeEngine engine(streamingScenario());
-    home.makeLink("bin/codex", FakeEngine::executablePath());
-    home.setPath(home.filePath("bin"));
-    SettingsUserDefaults defaults(home.filePath("defaults.ini"));
-    VirtualScheduler scheduler;
-    BridgeController controller(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
-                                SecretStore(home.filePath("secrets")));
-    CodexWorkspace& workspace = controller.workspace();
-    controller.startOnce();
+    BridgeUnderTest bridge(json(streamingScenario));
+    BridgeController& controller = bridge.controller();
+    CodexWorkspace& workspace = bridge.workspace();
     ASSERT_TRUE(waitFor([&] { return workspace.openThreadIDs() == QStringList{"thr_shown"}; }));
 
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("HOME", home.path());
+    environment.insert("HOME", bridge.home.path());
     RunningProgram peer(NIMBREL_PEER_PATH,
                         {"--host", "127.0.0.1", "--port",
                          QString::number(controller.link().listeningPort()), "--name", "Phone",
-                         "--state", home.filePath("peer")},
+                         "--state", bridge.home.filePath("peer")},
                         environment);
     peer.type("pair");
     const QString code = peer.captured("Pairing code: (\\d{6})");
@@ -106,10 +77,7 @@ TEST(LiveSessionEndToEnd, ATurnStartedByAPeerGrowsTheDesktopsSession)
     EXPECT_EQ(workspace.openThreadIDs(), QStringList{"thr_shown"});
 
     // Token usage asks for no list.
-    const auto lists = [&] {
-        const auto methods = engine.receivedMethods();
-        return std::count(methods.begin(), methods.end(), "thread/list");
-    };
+    const auto lists = [&] { return bridge.received("thread/list"); };
     ASSERT_TRUE(waitFor([&] { return !workspace.isRefreshingThreads(); }));
     const auto before = lists();
     peer.type(R"(call turn/start {"threadId": "thr_shown", "text": "usage-only"})");

@@ -1,9 +1,7 @@
 #include "bridge/BridgeController.h"
+#include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
-#include "support/FakeEngine.h"
 #include "support/PairedPeer.h"
-#include "support/TemporaryHome.h"
-#include "support/VirtualScheduler.h"
 
 #include <gtest/gtest.h>
 
@@ -11,11 +9,6 @@ using namespace nimbrel;
 using namespace nimbrel::test;
 
 namespace {
-
-JSONValue json(const char* text)
-{
-    return JSONValue::decode(text).value();
-}
 
 JSONValue reading(const char* plan)
 {
@@ -54,14 +47,9 @@ JSONValue usageScenario()
         {"cues",
          JSONValue::array({
              cue("burst",
-                 JSONValue::object(
-                     {{"flood",
-                       JSONValue::object(
-                           {{"count", 10},
-                            {"message",
-                             json(
-                                 R"({"method":"account/rateLimits/updated","params":{"rateLimits":{"limitId":"codex"}}})")}})}})),
-             cue("work", json(R"({"streamTurn":{"threadId":"thr_1","turnId":"turn-1"}})")),
+                 {json(R"({"flood":{"count":10,"message":{"method":"account/rateLimits/updated",
+                                                                     "params":{"rateLimits":{"limitId":"codex"}}}}})")}),
+             cue("work", {json(R"({"streamTurn":{"threadId":"thr_1","turnId":"turn-1"}})")}),
          })},
     });
 }
@@ -69,41 +57,23 @@ JSONValue usageScenario()
 class UsageRefreshEndToEndTest : public ::testing::Test {
 protected:
     UsageRefreshEndToEndTest()
-        : engine(usageScenario())
-        , defaults(home.filePath("defaults.ini"))
+        : bridge(usageScenario())
+        , controller(&bridge.controller())
     {
-        home.makeLink("bin/codex", FakeEngine::executablePath());
-        home.setPath(home.filePath("bin"));
-        controller = std::make_unique<BridgeController>(
-            scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0},
-            SecretStore(home.filePath("secrets")));
-        controller->startOnce();
         EXPECT_TRUE(waitFor([&] { return workspace().accountUsage().has_value(); }));
     }
 
-    CodexWorkspace& workspace() { return controller->workspace(); }
-    long reads() const
-    {
-        const auto methods = engine.receivedMethods();
-        return std::count(methods.begin(), methods.end(), "account/rateLimits/read");
-    }
-    void say(const char* word)
-    {
-        controller->appServer().request("turn/start",
-                                        JSONValue::object({{"threadId", "thr_1"}, {"text", word}}),
-                                        [](const AppServerClient::RequestResult&) {});
-    }
+    CodexWorkspace& workspace() { return bridge.workspace(); }
+    long reads() const { return bridge.received("account/rateLimits/read"); }
+    void say(const char* word) { bridge.say(word); }
     void advance(double seconds)
     {
-        scheduler.advance(seconds);
+        bridge.scheduler.advance(seconds);
         settle(50);
     }
 
-    TemporaryHome home;
-    FakeEngine engine;
-    SettingsUserDefaults defaults;
-    VirtualScheduler scheduler;
-    std::unique_ptr<BridgeController> controller;
+    BridgeUnderTest bridge;
+    BridgeController* controller;
 };
 
 } // namespace

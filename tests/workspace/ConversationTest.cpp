@@ -1,7 +1,7 @@
 #include "bridge/BridgeController.h"
+#include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
-#include "support/FakeEngine.h"
-#include "support/RequesterDouble.h"
+#include "support/ScriptedWorkspace.h"
 #include "support/TemporaryHome.h"
 #include "support/VirtualScheduler.h"
 
@@ -17,11 +17,6 @@ using Phase = TurnControlState::Phase;
 
 namespace {
 
-JSONValue json(const char* text)
-{
-    return JSONValue::decode(text).value();
-}
-
 AppServerClient::RequestResult failure(const char* message)
 {
     return AppServerError::server(message);
@@ -35,53 +30,27 @@ std::vector<QString> entryIDs(const CodexSessionState& session)
     return ids;
 }
 
-class ConversationTest : public ::testing::Test {
+class ConversationTest : public ScriptedWorkspace {
 protected:
-    ConversationTest()
-        : defaults(home.filePath("defaults.ini"))
-    {
-        workspace = std::make_unique<CodexWorkspace>(defaults, scheduler,
-                                                     "SarvaneBridgeOpenSessionTabs", 4.0, 20.0);
-        workspace->requester = engine.requester();
-        workspace->setEngineReady(true, {});
-        engine.answerList(json(R"({"data":[]})"));
-    }
-
-    const CodexSessionState& session(const QString& id) { return *workspace->session(id); }
+    const CodexSessionState& session(const QString& id) { return *workspace.session(id); }
     Phase phase(const QString& id) { return session(id).turnControl.phase; }
-    void notify(const char* method, const char* params)
-    {
-        workspace->handleNotification(method, json(params));
-    }
-    // Virtual time passes, and what came due runs.
-    void advance(double seconds)
-    {
-        scheduler.advance(seconds);
-        QCoreApplication::processEvents();
-    }
-
-    TemporaryHome home;
-    SettingsUserDefaults defaults;
-    VirtualScheduler scheduler;
-    RequesterDouble engine;
-    std::unique_ptr<CodexWorkspace> workspace;
 };
 
 } // namespace
 
 TEST_F(ConversationTest, ANewSessionTakesItsNameModelAndFirstTurnFromWhatWasGiven)
 {
-    workspace->createSession("  /work/app \n", "  \n ");
+    workspace.createSession("  /work/app \n", "  \n ");
     EXPECT_EQ(
         engine.last("thread/start").params,
         json(
             R"({"approvalPolicy":"never","sandbox":"danger-full-access","serviceName":"sar_vane","cwd":"/work/app"})"));
     engine.last("thread/start").completion(json(R"({"thread":{"id":"t1"}})"));
-    const CodexThread made = workspace->threads().front();
+    const CodexThread made = workspace.threads().front();
     EXPECT_EQ(made.title, "New Codex session");
     EXPECT_EQ(made.preview, "");
     EXPECT_EQ(made.cwd, "/work/app");
-    EXPECT_EQ(workspace->selectedThreadID(), QStringLiteral("t1"));
+    EXPECT_EQ(workspace.selectedThreadID(), QStringLiteral("t1"));
     EXPECT_TRUE(session("t1").hasLoadedTranscript);
     EXPECT_FALSE(session("t1").model);
     EXPECT_FALSE(session("t1").reasoningEffort);
@@ -91,50 +60,50 @@ TEST_F(ConversationTest, ANewSessionTakesItsNameModelAndFirstTurnFromWhatWasGive
     EXPECT_EQ(engine.count("thread/list"), 2);
 
     // The model: the thread's, else the result's, else the one asked for; the effort likewise.
-    workspace->createSession("", " Fix the build ", "asked", "high");
+    workspace.createSession("", " Fix the build ", "asked", "high");
     EXPECT_EQ(engine.last("thread/start").params["model"], JSONValue("asked"));
     EXPECT_FALSE(engine.last("thread/start").params.contains("cwd"));
     engine.last("thread/start")
         .completion(json(R"({"thread":{"id":"t2","model":null},"model":"top"})"));
     EXPECT_EQ(session("t2").model, QStringLiteral("top"));
     EXPECT_EQ(session("t2").reasoningEffort, QStringLiteral("high"));
-    EXPECT_EQ(workspace->threads().front().title, "Fix the build");
+    EXPECT_EQ(workspace.threads().front().title, "Fix the build");
     ASSERT_EQ(session("t2").transcript.size(), 1u);
     EXPECT_EQ(session("t2").transcript[0].text, "Fix the build");
     EXPECT_EQ(engine.last("turn/start").params["model"], JSONValue("top"));
     EXPECT_EQ(engine.last("turn/start").params["effort"], JSONValue("high"));
     EXPECT_EQ(engine.count("thread/resume"), 0);
-    workspace->createSession("", "", "asked");
+    workspace.createSession("", "", "asked");
     engine.last("thread/start")
         .completion(
             json(R"({"thread":{"id":"t3","model":"own","reasoningEffort":"low"},"model":"top"})"));
     EXPECT_EQ(session("t3").model, QStringLiteral("own"));
     EXPECT_EQ(session("t3").reasoningEffort, QStringLiteral("low"));
 
-    workspace->createSession("", "");
+    workspace.createSession("", "");
     engine.last("thread/start").completion(json(R"({"thread":{"id":7}})"));
-    EXPECT_EQ(workspace->errorMessage(),
+    EXPECT_EQ(workspace.errorMessage(),
               QStringLiteral("Codex returned an unexpected response while creating the session."));
-    workspace->createSession("", "");
+    workspace.createSession("", "");
     engine.last("thread/start").completion(failure("model not found"));
-    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("model not found"));
-    workspace->requester = nullptr;
-    workspace->createSession("", "");
-    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("The Codex connection is unavailable."));
-    EXPECT_EQ(workspace->threads().size(), 3u);
+    EXPECT_EQ(workspace.errorMessage(), QStringLiteral("model not found"));
+    workspace.requester = nullptr;
+    workspace.createSession("", "");
+    EXPECT_EQ(workspace.errorMessage(), QStringLiteral("The Codex connection is unavailable."));
+    EXPECT_EQ(workspace.threads().size(), 3u);
 }
 
 TEST_F(ConversationTest, HistoryFallsBackOnceToTurnsAndEveryEarlierLoadCompletesOnce)
 {
     std::vector<int> completions;
     auto earlier = [&] {
-        workspace->loadEarlierTranscript("h", [&](int added) { completions.push_back(added); });
+        workspace.loadEarlierTranscript("h", [&](int added) { completions.push_back(added); });
     };
     const JSONValue turnsPage =
         json(R"({"data":[{"id":"t2","items":[{"type":"agentMessage","id":"a2","text":"two"}]},
         {"id":"t1","items":[{"type":"agentMessage","id":"a1","text":"one"}]}],"nextCursor":"c1"})");
 
-    workspace->openThread("h");
+    workspace.openThread("h");
     EXPECT_EQ(engine.last("thread/items/list").params,
               json(R"({"threadId":"h","limit":20,"sortDirection":"desc"})"));
     EXPECT_TRUE(session("h").isLoadingTranscript);
@@ -161,7 +130,7 @@ TEST_F(ConversationTest, HistoryFallsBackOnceToTurnsAndEveryEarlierLoadCompletes
     EXPECT_EQ(engine.count("thread/turns/list"), 3);
 
     // A first page that takes too long, and its late reply.
-    workspace->loadTranscript("h", true);
+    workspace.loadTranscript("h", true);
     advance(20);
     EXPECT_EQ(session("h").transcriptLoadError,
               QStringLiteral("Loading session history took too long. Please try again."));
@@ -173,20 +142,19 @@ TEST_F(ConversationTest, HistoryFallsBackOnceToTurnsAndEveryEarlierLoadCompletes
     // An earlier load dropped by closing the tab, or by the engine's fall, completes with 0 once.
     for (bool byClosing : {true, false}) {
         completions.clear();
-        workspace->openThread("h");
-        workspace->loadTranscript("h", true);
+        workspace.openThread("h");
+        workspace.loadTranscript("h", true);
         engine.last("thread/items/list").completion(json(R"({"data":[],"nextCursor":"c9"})"));
         earlier();
         if (byClosing)
-            workspace->closeTab("h");
+            workspace.closeTab("h");
         else
-            workspace->setEngineReady(false,
-                                      QStringLiteral("Codex app-server exited with code 1."));
+            workspace.setEngineReady(false, QStringLiteral("Codex app-server exited with code 1."));
         EXPECT_THAT(completions, ElementsAre(0));
         engine.last("thread/items/list").completion(json(R"({"data":[]})"));
         advance(30);
         EXPECT_THAT(completions, ElementsAre(0));
-        workspace->setEngineReady(true, {});
+        workspace.setEngineReady(true, {});
     }
     EXPECT_EQ(session("h").transcriptLoadError,
               QStringLiteral("Codex app-server exited with code 1."));
@@ -194,14 +162,16 @@ TEST_F(ConversationTest, HistoryFallsBackOnceToTurnsAndEveryEarlierLoadCompletes
 
 TEST_F(ConversationTest, ARunningSessionLoadsItsHistoryOnceAndAThreadWithoutAUserMessageHasNone)
 {
-    workspace->changeSession("r", [](CodexSessionState& s) { s.turnControl = {Phase::Running, QStringLiteral("T")}; });
-    workspace->openThread("r");
+    workspace.changeSession("r", [](CodexSessionState& s) {
+        s.turnControl = {Phase::Running, QStringLiteral("T")};
+    });
+    workspace.openThread("r");
     engine.last("thread/items/list").completion(json(R"({"data":[]})"));
-    workspace->selectThread("r");
-    workspace->openThread("r");
+    workspace.selectThread("r");
+    workspace.openThread("r");
     EXPECT_EQ(engine.count("thread/items/list"), 1);
 
-    workspace->openThread("n");
+    workspace.openThread("n");
     engine.last("thread/items/list").completion(failure("thread/items/list is not supported yet"));
     engine.last("thread/turns/list")
         .completion(failure("thread n is not materialized yet; thread/turns/list is unavailable "
@@ -214,30 +184,30 @@ TEST_F(ConversationTest, ARunningSessionLoadsItsHistoryOnceAndAThreadWithoutAUse
 
 TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
 {
-    workspace->setEngineReady(false, {});
-    workspace->send(" \n ", "s");
-    EXPECT_FALSE(workspace->errorMessage());
-    workspace->send("hello", "s");
-    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Codex app-server is not ready."));
-    workspace->setEngineReady(true, {});
-    workspace->changeSession("s", [](CodexSessionState& s) {
+    workspace.setEngineReady(false, {});
+    workspace.send(" \n ", "s");
+    EXPECT_FALSE(workspace.errorMessage());
+    workspace.send("hello", "s");
+    EXPECT_EQ(workspace.errorMessage(), QStringLiteral("Codex app-server is not ready."));
+    workspace.setEngineReady(true, {});
+    workspace.changeSession("s", [](CodexSessionState& s) {
         s.model = "gpt-5";
         s.reasoningEffort = "";
     });
 
     // Idle: resumed first; a stop during the resume waits for the turn's id.
-    workspace->send("  hello ", "s");
+    workspace.send("  hello ", "s");
     EXPECT_EQ(
         engine.last("thread/resume").params,
         json(
             R"({"threadId":"s","approvalPolicy":"never","sandbox":"danger-full-access","excludeTurns":true})"));
     EXPECT_EQ(session("s").activityText, QStringLiteral("Opening this Codex session…"));
-    workspace->send("again", "s");
+    workspace.send("again", "s");
     EXPECT_EQ(
-        workspace->errorMessage(),
+        workspace.errorMessage(),
         QStringLiteral("Codex is still starting this turn. You can stop it or wait a moment."));
-    workspace->stopTurn("s");
-    workspace->stopTurn("s");
+    workspace.stopTurn("s");
+    workspace.stopTurn("s");
     EXPECT_EQ(phase("s"), Phase::Stopping);
     engine.last("thread/resume").completion(json("{}"));
     EXPECT_EQ(
@@ -254,55 +224,57 @@ TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
     engine.last("turn/interrupt").completion(failure("no active turn to interrupt"));
     engine.last("turn/start").completion(json(R"({"turn":{"id":"T1"}})"));
     EXPECT_EQ(session("s").turnControl, TurnControlState{});
-    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("no active turn to interrupt"));
+    EXPECT_EQ(workspace.errorMessage(), QStringLiteral("no active turn to interrupt"));
     EXPECT_EQ(session("s").transcript.size(), 1u);
 
     // A turn started elsewhere is steered, with no entry of its own.
     notify("turn/started", R"({"threadId":"s","turn":{"id":"T2"}})");
-    workspace->send("also this", "s");
+    workspace.send("also this", "s");
     EXPECT_EQ(
         engine.last("turn/steer").params,
         json(
             R"({"threadId":"s","expectedTurnId":"T2","input":[{"type":"text","text":"also this"}]})"));
     engine.last("turn/steer").completion(failure("expected active turn id `T2` but found `T3`"));
-    EXPECT_EQ(workspace->errorMessage(),
+    EXPECT_EQ(workspace.errorMessage(),
               QStringLiteral("expected active turn id `T2` but found `T3`"));
     EXPECT_EQ(phase("s"), Phase::Running);
     EXPECT_EQ(session("s").transcript.size(), 1u);
-    workspace->stopTurn("s");
-    workspace->send("wait", "s");
-    EXPECT_EQ(workspace->errorMessage(),
+    workspace.stopTurn("s");
+    workspace.send("wait", "s");
+    EXPECT_EQ(workspace.errorMessage(),
               QStringLiteral("Wait for this session to stop before sending another message."));
     engine.last("turn/interrupt").completion(failure("busy"));
     EXPECT_EQ(phase("s"), Phase::Running);
 
     // The reply before turn/started: the id is kept, and a message still waits for the turn.
     notify("turn/completed", R"({"threadId":"s","turn":{"id":"T2"}})");
-    workspace->send("go", "s");
+    workspace.send("go", "s");
     engine.last("thread/resume").completion(json("{}"));
     engine.last("turn/start").completion(json(R"({"turn":{"id":"T3"}})"));
     EXPECT_EQ(session("s").turnControl, (TurnControlState{Phase::Starting, QStringLiteral("T3")}));
-    workspace->send("now", "s");
-    EXPECT_EQ(workspace->errorMessage(), QStringLiteral("Codex is still starting this turn. You can stop it or wait a moment."));
+    workspace.send("now", "s");
+    EXPECT_EQ(
+        workspace.errorMessage(),
+        QStringLiteral("Codex is still starting this turn. You can stop it or wait a moment."));
 
     // A reply without a turn id ends the attempt.
     notify("turn/completed", R"({"threadId":"s","turn":{"id":"T3","status":"failed"}})");
     EXPECT_EQ(session("s").transcript.back().text, "Codex could not complete this turn.");
-    workspace->send("next", "s");
+    workspace.send("next", "s");
     engine.last("thread/resume").completion(json("{}"));
     engine.last("turn/start").completion(json(R"({"turn":{}})"));
-    EXPECT_EQ(workspace->errorMessage(),
+    EXPECT_EQ(workspace.errorMessage(),
               QStringLiteral("Codex returned an unexpected response while starting the turn."));
     EXPECT_EQ(phase("s"), Phase::Idle);
 }
 
 TEST_F(ConversationTest, TheOfflineTourAnswersWithoutTheEngine)
 {
-    workspace->setDemoMode(true);
-    workspace->setEngineReady(false, {});
+    workspace.setDemoMode(true);
+    workspace.setEngineReady(false, {});
     const std::size_t calls = engine.calls.size();
-    workspace->send(" Show me ", "d");
-    workspace->send("And again", "d");
+    workspace.send(" Show me ", "d");
+    workspace.send("And again", "d");
     EXPECT_EQ(phase("d"), Phase::Starting);
     advance(0.64);
     EXPECT_EQ(session("d").transcript.size(), 2u);
@@ -312,13 +284,13 @@ TEST_F(ConversationTest, TheOfflineTourAnswersWithoutTheEngine)
     EXPECT_TRUE(session("d").transcript[2].id.startsWith("demo-codex-"));
     EXPECT_EQ(session("d").transcript[2].title, "Offline Demo");
     EXPECT_EQ(phase("d"), Phase::Idle);
-    workspace->createSession("", "hi");
-    workspace->loadTranscript("d", true);
+    workspace.createSession("", "hi");
+    workspace.loadTranscript("d", true);
     EXPECT_EQ(engine.calls.size(), calls);
 
     // Leaving the tour drops a reply under way.
-    workspace->send("late", "d");
-    workspace->setDemoMode(false);
+    workspace.send("late", "d");
+    workspace.setDemoMode(false);
     advance(1);
     EXPECT_EQ(session("d").transcript.size(), 5u);
     EXPECT_EQ(phase("d"), Phase::Starting);
@@ -328,13 +300,7 @@ namespace {
 
 JSONValue notice(const char* method, const char* params)
 {
-    return JSONValue::object(
-        {{"send", JSONValue::object({{"method", method}, {"params", json(params)}})}});
-}
-
-JSONValue cue(const char* word, std::vector<JSONValue> actions)
-{
-    return JSONValue::object({{"when", word}, {"actions", JSONValue::array(std::move(actions))}});
+    return sendAction(JSONValue::object({{"method", method}, {"params", json(params)}}));
 }
 
 // An engine with three listed sessions and history of each kind, that starts turns on cue words.
@@ -372,18 +338,11 @@ JSONValue conversationScenario()
 
 TEST(ConversationThroughTheEngine, SessionsAreCreatedPagedAndDrivenFromTheDesktop)
 {
-    TemporaryHome home;
-    FakeEngine engine(conversationScenario());
-    home.makeLink("bin/codex", FakeEngine::executablePath());
-    home.setPath(home.filePath("bin"));
-    SettingsUserDefaults defaults(home.filePath("defaults.ini"));
-    VirtualScheduler scheduler;
-    BridgeController controller(scheduler, defaults, PeerLinkSettings{QHostAddress::LocalHost, 0});
-    CodexWorkspace& workspace = controller.workspace();
-    controller.startOnce();
+    BridgeUnderTest bridge(conversationScenario());
+    CodexWorkspace& workspace = bridge.workspace();
     auto sent = [&](const char* method) {
         std::vector<JSONValue> params;
-        for (const JSONValue& message : engine.received())
+        for (const JSONValue& message : bridge.engine.received())
             if (message["method"] == JSONValue(method))
                 params.push_back(message["params"].value_or(JSONValue()));
         return params;

@@ -1,6 +1,4 @@
-#include "support/RequesterDouble.h"
-#include "support/TemporaryHome.h"
-#include "support/VirtualScheduler.h"
+#include "support/ScriptedWorkspace.h"
 
 #include <QCoreApplication>
 
@@ -13,26 +11,8 @@ using ::testing::ElementsAre;
 
 namespace {
 
-class LiveEventsTest : public ::testing::Test {
+class LiveEventsTest : public ScriptedWorkspace {
 protected:
-    LiveEventsTest()
-        : defaults(home.filePath("defaults.ini"))
-        , workspace(defaults, scheduler, "Tabs", 4.0, 20.0)
-    {
-        workspace.requester = engine.requester();
-        workspace.setEngineReady(true, {});
-        engine.answerList(JSONValue::decode(R"({"data":[]})").value());
-    }
-
-    void notify(const char* method, const std::string& params)
-    {
-        workspace.handleNotification(method, JSONValue::decode(params).value());
-    }
-    void advance(double seconds)
-    {
-        scheduler.advance(seconds);
-        QCoreApplication::processEvents();
-    }
     const CodexSessionState& session() { return *workspace.session("t"); }
     const TranscriptEntry& entry(const char* id)
     {
@@ -43,12 +23,6 @@ protected:
         return none;
     }
     QString activity() { return session().activityText.value_or(QString()); }
-
-    TemporaryHome home;
-    SettingsUserDefaults defaults;
-    VirtualScheduler scheduler;
-    RequesterDouble engine;
-    CodexWorkspace workspace;
 };
 
 } // namespace

@@ -1,6 +1,4 @@
-#include "support/RequesterDouble.h"
-#include "support/TemporaryHome.h"
-#include "support/VirtualScheduler.h"
+#include "support/ScriptedWorkspace.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -27,37 +25,13 @@ JSONValue dataFile(const char* name)
 const QString usageFailed = "Couldn't refresh usage. Check your Mac's Codex sign-in and update "
                             "Codex and Nimbrel Bridge, then try again.";
 
-class ModelsAndUsageTest : public ::testing::Test {
+class ModelsAndUsageTest : public ScriptedWorkspace {
 protected:
-    ModelsAndUsageTest()
-        : defaults(home.filePath("defaults.ini"))
-        , workspace(defaults, scheduler, "Tabs", 4.0, 20.0)
-    {
-        workspace.requester = engine.requester();
-        workspace.setEngineReady(true, {});
-        engine.answerList(json(R"({"data":[]})"));
-    }
-
-    void advance(double seconds)
-    {
-        scheduler.advance(seconds);
-        QCoreApplication::processEvents();
-    }
-    void notify(const char* method, const char* params)
-    {
-        workspace.handleNotification(method, json(params));
-    }
     int reads() const { return engine.count("account/rateLimits/read"); }
     void answerRead(const AppServerClient::RequestResult& outcome)
     {
         RequesterDouble::answer(engine.last("account/rateLimits/read"), outcome);
     }
-
-    TemporaryHome home;
-    SettingsUserDefaults defaults;
-    VirtualScheduler scheduler;
-    RequesterDouble engine;
-    CodexWorkspace workspace;
 };
 
 } // namespace
