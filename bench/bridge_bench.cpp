@@ -2,10 +2,10 @@
 //  (a) round trip of thread/list from a peer through nimbrel-bridge to the fake engine, against the
 //      same request written straight to the fake engine's pipe;
 //  (b) fan-out: the engine emits 100,000 deltas while 4 authorised peers watch.
+#include "BenchPeer.h"
 #include "peer/BridgeMessage.h"
 #include "peer/DeviceIdentity.h"
 #include "peer/PeerLink.h"
-#include "BenchPeer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -54,16 +54,29 @@ int main(int argc, char** argv)
     QTemporaryDir home;
     QDir().mkpath(home.filePath("bin"));
     QFile::link(QStringLiteral(FAKE_CODEX_PATH), home.filePath("bin/codex"));
-    const JSONValue delta = JSONValue::object({{"method", "item/agentMessage/delta"},
-        {"params", JSONValue::object({{"threadId", "thr_0193a1b2c3d4e5f6"}, {"turnId", "turn-42"}, {"itemId", "item-a42"},
-                                      {"delta", "the build passes over the tests "}})}});
+    const JSONValue delta = JSONValue::object(
+        {{"method", "item/agentMessage/delta"},
+         {"params", JSONValue::object({{"threadId", "thr_0193a1b2c3d4e5f6"},
+                                       {"turnId", "turn-42"},
+                                       {"itemId", "item-a42"},
+                                       {"delta", "the build passes over the tests "}})}});
     QFile scenario(home.filePath("scenario.json"));
     scenario.open(QIODevice::WriteOnly);
-    scenario.write(QByteArray::fromStdString(*JSONValue::object({{"methods", JSONValue::object({
-        {"thread/list", JSONValue::object({{"result", JSONValue::object({{"data", JSONValue::array({})}})}})},
-        {"account/rateLimits/read", JSONValue::object({{"result", JSONValue::object({})},
-            {"after", JSONValue::array({JSONValue::object({{"flood", JSONValue::object({{"count", floodCount}, {"message", delta}})}})})}})},
-    })}}).encode()));
+    scenario.write(QByteArray::fromStdString(
+        *JSONValue::object(
+             {{"methods",
+               JSONValue::object({
+                   {"thread/list",
+                    JSONValue::object(
+                        {{"result", JSONValue::object({{"data", JSONValue::array({})}})}})},
+                   {"thread/read",
+                    JSONValue::object(
+                        {{"result", JSONValue::object({})},
+                         {"after", JSONValue::array({JSONValue::object(
+                                       {{"flood", JSONValue::object({{"count", floodCount},
+                                                                     {"message", delta}})}})})}})},
+               })}})
+             .encode()));
     scenario.close();
 
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -86,7 +99,10 @@ int main(int argc, char** argv)
         QElapsedTimer timer;
         for (int i = 0; i < roundTrips; ++i) {
             timer.start();
-            engine.write(QStringLiteral(R"({"id":%1,"method":"thread/list","params":{}})").arg(i + 1).toUtf8() + "\n");
+            engine.write(QStringLiteral(R"({"id":%1,"method":"thread/list","params":{}})")
+                             .arg(i + 1)
+                             .toUtf8() +
+                         "\n");
             while (!buffer.contains('\n')) {
                 engine.waitForReadyRead(1000);
                 buffer += engine.readAllStandardOutput();
@@ -101,16 +117,22 @@ int main(int argc, char** argv)
     QProcess bridge;
     bridge.setProcessEnvironment(environment);
     QString errors;
-    QObject::connect(&bridge, &QProcess::readyReadStandardError, [&] { errors += QString::fromUtf8(bridge.readAllStandardError()); });
+    QObject::connect(&bridge, &QProcess::readyReadStandardError,
+                     [&] { errors += QString::fromUtf8(bridge.readAllStandardError()); });
     // NIMBREL_BENCH_BRIDGE runs another build of the bridge, for figures side by side.
-    bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", QStringLiteral(NIMBREL_BRIDGE_PATH)), {});
-    pump([&] { return errors.contains("Codex app-server ready") && errors.contains("Listening on"); });
-    const quint16 port = static_cast<quint16>(QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
+    bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", QStringLiteral(NIMBREL_BRIDGE_PATH)),
+                 {});
+    pump([&] {
+        return errors.contains("Codex app-server ready") && errors.contains("Listening on");
+    });
+    const quint16 port = static_cast<quint16>(
+        QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
 
     // Four paired peers.
     std::vector<std::unique_ptr<BenchPeer>> peers;
     for (int i = 0; i < 4; ++i) {
-        auto peer = std::make_unique<BenchPeer>(home.filePath(QStringLiteral("peer%1").arg(i)), port, QStringLiteral("Peer-%1").arg(i));
+        auto peer = std::make_unique<BenchPeer>(home.filePath(QStringLiteral("peer%1").arg(i)),
+                                                port, QStringLiteral("Peer-%1").arg(i));
         BenchPeer* p = peer.get();
         pump([&] { return p->bridgeHello.has_value(); });
         p->hello = p->identity->makeHello(QStringLiteral("Bench %1").arg(i)).value();
@@ -136,7 +158,8 @@ int main(int argc, char** argv)
         for (int i = 0; i < roundTrips; ++i) {
             answered = false;
             timer.start();
-            peer.send({1, BridgeMessageKind::Request, QStringLiteral("r%1").arg(i), QStringLiteral("thread/list"), JSONValue::object({})});
+            peer.send({1, BridgeMessageKind::Request, QStringLiteral("r%1").arg(i),
+                       QStringLiteral("thread/list"), JSONValue::object({})});
             pump([&] { return answered; });
             relayed.push_back(static_cast<double>(timer.nsecsElapsed()) / 1000.0);
         }
@@ -144,18 +167,28 @@ int main(int argc, char** argv)
     }
     const Figures straight = summarise(direct), through = summarise(relayed);
     std::printf("(a) thread/list round trip, %d each\n", roundTrips);
-    std::printf("    straight to the engine's pipe: median %7.1f us  p99 %7.1f us\n", straight.median, straight.p99);
-    std::printf("    peer -> bridge -> engine:      median %7.1f us  p99 %7.1f us\n", through.median, through.p99);
-    std::printf("    added by the bridge:           median %7.1f us  p99 %7.1f us\n", through.median - straight.median, through.p99 - straight.p99);
+    std::printf("    straight to the engine's pipe: median %7.1f us  p99 %7.1f us\n",
+                straight.median, straight.p99);
+    std::printf("    peer -> bridge -> engine:      median %7.1f us  p99 %7.1f us\n",
+                through.median, through.p99);
+    std::printf("    added by the bridge:           median %7.1f us  p99 %7.1f us\n",
+                through.median - straight.median, through.p99 - straight.p99);
 
     // (b) fan-out.
     for (auto& peer : peers)
         peer->clock.start();
-    peers[0]->send({1, BridgeMessageKind::Request, QStringLiteral("flood"), QStringLiteral("account/rateLimits/read"), JSONValue::object({})});
-    pump([&] { return std::all_of(peers.begin(), peers.end(), [](const auto& p) { return p->events >= floodCount; }); }, 600000);
+    peers[0]->send({1, BridgeMessageKind::Request, QStringLiteral("flood"),
+                    QStringLiteral("thread/read"), JSONValue::object({})});
+    pump(
+        [&] {
+            return std::all_of(peers.begin(), peers.end(),
+                               [](const auto& p) { return p->events >= floodCount; });
+        },
+        600000);
     std::printf("(b) fan-out of %d deltas to %zu authorised peers\n", floodCount, peers.size());
     for (std::size_t i = 0; i < peers.size(); ++i)
-        std::printf("    peer %zu: %ld events, %.0f events/s\n", i, peers[i]->events.load(), peers[i]->events / peers[i]->lastEventAt);
+        std::printf("    peer %zu: %ld events, %.0f events/s\n", i, peers[i]->events.load(),
+                    peers[i]->events / peers[i]->lastEventAt);
     QFile status(QStringLiteral("/proc/%1/status").arg(bridge.processId()));
     status.open(QIODevice::ReadOnly);
     for (const QByteArray& line : status.readAll().split('\n'))

@@ -23,10 +23,13 @@ JSONValue floodAction()
 {
     const JSONValue delta = JSONValue::object({
         {"method", "item/agentMessage/delta"},
-        {"params", JSONValue::object({{"threadId", "thr_0193a1b2c3d4e5f6"}, {"turnId", "turn-42"},
-                                      {"itemId", "item-a42"}, {"delta", "the build passes over the tests "}})},
+        {"params", JSONValue::object({{"threadId", "thr_0193a1b2c3d4e5f6"},
+                                      {"turnId", "turn-42"},
+                                      {"itemId", "item-a42"},
+                                      {"delta", "the build passes over the tests "}})},
     });
-    return JSONValue::array({JSONValue::object({{"flood", JSONValue::object({{"count", notificationCount}, {"message", delta}})}})});
+    return JSONValue::array({JSONValue::object(
+        {{"flood", JSONValue::object({{"count", notificationCount}, {"message", delta}})}})});
 }
 
 void writeScenario(const QString& path, const JSONValue& scenario)
@@ -45,7 +48,8 @@ double baselineRate(const QString& scenarioPath)
     QElapsedTimer timer;
     QObject::connect(&process, &QProcess::readyReadStandardOutput, [&] {
         const QByteArray bytes = process.readAllStandardOutput();
-        lines += static_cast<int>(buffer.append(std::string_view(bytes.constData(), bytes.size())).size());
+        lines += static_cast<int>(
+            buffer.append(std::string_view(bytes.constData(), bytes.size())).size());
         if (lines >= notificationCount)
             QCoreApplication::exit(0);
     });
@@ -60,7 +64,9 @@ double baselineRate(const QString& scenarioPath)
 
 double clientRate(const QString& scenarioPath)
 {
-    writeScenario(scenarioPath, JSONValue::object({{"notifications", JSONValue::object({{"initialized", floodAction()}})}}));
+    writeScenario(scenarioPath,
+                  JSONValue::object(
+                      {{"notifications", JSONValue::object({{"initialized", floodAction()}})}}));
     SystemScheduler scheduler;
     AppServerClient client(scheduler);
     int received = 0;
@@ -89,8 +95,10 @@ int main(int argc, char** argv)
     for (int round = 1; round <= 3; ++round) {
         const double baseline = baselineRate(scenarioPath);
         const double client = clientRate(scenarioPath);
-        std::printf("round %d: baseline (read + split) %.0f lines/s; client to owner's thread %.0f notifications/s; "
-                    "ratio %.2f\n", round, baseline, client, client / baseline);
+        std::printf("round %d: baseline (read + split) %.0f lines/s; client to owner's thread %.0f "
+                    "notifications/s; "
+                    "ratio %.2f\n",
+                    round, baseline, client, client / baseline);
     }
     return 0;
 }

@@ -63,7 +63,8 @@ void DecodeSmall_Nimbrel(benchmark::State& state)
         for (const auto& line : smallDocuments())
             benchmark::DoNotOptimize(JSONValue::decode(line));
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * smallDocuments().size()));
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * totalBytes(smallDocuments())));
+    state.SetBytesProcessed(
+        static_cast<int64_t>(state.iterations() * totalBytes(smallDocuments())));
 }
 void DecodeSmall_RapidJSON(benchmark::State& state)
 {
@@ -74,7 +75,8 @@ void DecodeSmall_RapidJSON(benchmark::State& state)
             benchmark::DoNotOptimize(document.HasParseError());
         }
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * smallDocuments().size()));
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * totalBytes(smallDocuments())));
+    state.SetBytesProcessed(
+        static_cast<int64_t>(state.iterations() * totalBytes(smallDocuments())));
 }
 void DecodeSmall_Nlohmann(benchmark::State& state)
 {
@@ -82,7 +84,8 @@ void DecodeSmall_Nlohmann(benchmark::State& state)
         for (const auto& line : smallDocuments())
             benchmark::DoNotOptimize(nlohmann::json::parse(line));
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * smallDocuments().size()));
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * totalBytes(smallDocuments())));
+    state.SetBytesProcessed(
+        static_cast<int64_t>(state.iterations() * totalBytes(smallDocuments())));
 }
 
 // ---- encode

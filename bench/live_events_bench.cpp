@@ -52,7 +52,7 @@ double engineWriteSeconds(const QProcessEnvironment& environment)
     engine.waitForStarted();
     QElapsedTimer timer;
     timer.start();
-    engine.write(R"({"id":1,"method":"account/rateLimits/read","params":{}})"
+    engine.write(R"({"id":1,"method":"thread/read","params":{}})"
                  "\n");
     qint64 lines = 0;
     while (lines < deltaCount + 1 && engine.waitForReadyRead(5000))
@@ -89,7 +89,7 @@ int main(int argc, char** argv)
                           JSONValue::decode(R"({"data":[{"id":"thr_bench"}]})").value()}})},
                    {"thread/items/list",
                     JSONValue::object({{"result", JSONValue::decode(R"({"data":[]})").value()}})},
-                   {"account/rateLimits/read",
+                   {"thread/read",
                     JSONValue::object(
                         {{"result", JSONValue::object({})},
                          {"after", JSONValue::array({JSONValue::object(
@@ -181,7 +181,7 @@ int main(int argc, char** argv)
     timer.start();
     onPeer([&] {
         peer->send({1, BridgeMessageKind::Request, QStringLiteral("flood"),
-                    QStringLiteral("account/rateLimits/read"), JSONValue::object({})});
+                    QStringLiteral("thread/read"), JSONValue::object({})});
     });
     pump([&] {
         return liveText() == expected && peer->events >= deltaCount && pingMilliseconds >= 0;

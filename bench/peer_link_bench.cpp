@@ -51,8 +51,8 @@ std::vector<double> measure(const QUrl& url)
 void report(const char* name, std::vector<double> samples)
 {
     std::sort(samples.begin(), samples.end());
-    std::printf("%-28s median %7.1f us   p99 %7.1f us   (%zu round trips)\n", name, samples[samples.size() / 2],
-                samples[samples.size() * 99 / 100], samples.size());
+    std::printf("%-28s median %7.1f us   p99 %7.1f us   (%zu round trips)\n", name,
+                samples[samples.size() / 2], samples[samples.size() * 99 / 100], samples.size());
 }
 
 } // namespace
@@ -75,7 +75,8 @@ int main(int argc, char** argv)
     echo.setSslConfiguration(tls);
     QObject::connect(&echo, &QWebSocketServer::newConnection, [&] {
         QWebSocket* socket = echo.nextPendingConnection();
-        QObject::connect(socket, &QWebSocket::textMessageReceived, socket, [socket](const QString& m) { socket->sendTextMessage(m); });
+        QObject::connect(socket, &QWebSocket::textMessageReceived, socket,
+                         [socket](const QString& m) { socket->sendTextMessage(m); });
     });
     echo.listen(QHostAddress::LocalHost, 0);
     const QUrl echoUrl(QStringLiteral("wss://127.0.0.1:%1/").arg(echo.serverPort()));

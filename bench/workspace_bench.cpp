@@ -57,13 +57,20 @@ void HandleThreadList_SettingsFile(benchmark::State& state)
 }
 
 // A workspace holding one session with entries transcript entries.
-std::unique_ptr<CodexWorkspace> workspaceWithTranscript(Scheduler& scheduler, UserDefaults& defaults, int entries)
+std::unique_ptr<CodexWorkspace> workspaceWithTranscript(Scheduler& scheduler,
+                                                        UserDefaults& defaults, int entries)
 {
-    auto workspace = std::make_unique<CodexWorkspace>(defaults, scheduler, "SarvaneBridgeOpenSessionTabs", 4, 20);
+    auto workspace = std::make_unique<CodexWorkspace>(defaults, scheduler,
+                                                      "SarvaneBridgeOpenSessionTabs", 4, 20);
     workspace->changeSession("thr_1", [&](CodexSessionState& session) {
         for (int i = 0; i < entries; ++i)
-            session.transcript.push_back(TranscriptEntry{QStringLiteral("item-%1").arg(i), TranscriptKind::Assistant,
-                                                         "Codex", QString(400, 'x'), std::nullopt, std::nullopt, {}});
+            session.transcript.push_back(TranscriptEntry{QStringLiteral("item-%1").arg(i),
+                                                         TranscriptKind::Assistant,
+                                                         "Codex",
+                                                         QString(400, 'x'),
+                                                         std::nullopt,
+                                                         std::nullopt,
+                                                         {}});
     });
     return workspace;
 }
@@ -76,7 +83,8 @@ void SessionWrite(benchmark::State& state)
     int tick = 0;
     for (auto _ : state)
         workspace->changeSession("thr_1", [&](CodexSessionState& session) {
-            session.activityText = (++tick % 2) ? QStringLiteral("Writing the response…") : QStringLiteral("Codex is thinking…");
+            session.activityText = (++tick % 2) ? QStringLiteral("Writing the response…")
+                                                : QStringLiteral("Codex is thinking…");
         });
 }
 

@@ -57,7 +57,7 @@ public:
     // How much of a peer's backlog is handed to its socket at a time; the rest waits in the link.
     static constexpr qint64 socketShareBytes = 256 * 1024;
     // A peer this far behind that is still taking data holds the sender back (see congested).
-    static constexpr qint64 congestionBytes = 1024 * 1024;
+    static constexpr qint64 congestionBytes = 512 * 1024;
     static constexpr double drainingWithinSeconds = 1;
     static constexpr double helloLimitSeconds = 10;
     static constexpr double closingGraceSeconds = 5;

@@ -170,7 +170,7 @@ TEST_F(BridgeEndToEndTest, WithoutASecretStoreTheEngineStillWorks)
 
 namespace {
 
-// The engine answers account/rateLimits/read, then sends a flood of deltas. They are of a kind the
+// The engine answers thread/read, then sends a flood of deltas. They are of a kind the
 // desktop's sessions do not keep, so that what the bridge holds is what the peers are owed.
 JSONValue floodScenario(int count)
 {
@@ -183,7 +183,7 @@ JSONValue floodScenario(int count)
     return JSONValue::object(
         {{"methods",
           JSONValue::object({
-              {"account/rateLimits/read",
+              {"thread/read",
                JSONValue::object(
                    {{"result", JSONValue::object({})},
                     {"after", JSONValue::array({JSONValue::object(
@@ -246,7 +246,7 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
         if (text.contains(QLatin1String("item/fileChange/outputDelta")))
             ++received;
     };
-    reader->request("flood", "account/rateLimits/read");
+    reader->request("flood", "thread/read");
     ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000))
         << received << " of " << deltas;
     EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."));
