@@ -112,6 +112,39 @@ QStringList BridgeSetupModel::activityLines() const
     return m_controller.logs().mid(0, activityLineCount);
 }
 
+QVariantList BridgeSetupModel::installCommands() const
+{
+    return {QVariantMap{{"label", "Standalone"}, {"command", "curl -fsSL https://chatgpt.com/codex/install.sh | sh"}},
+            QVariantMap{{"label", "Homebrew"}, {"command", "brew install --cask codex"}},
+            QVariantMap{{"label", "npm"}, {"command", "npm install -g @openai/codex"}}};
+}
+
+void BridgeSetupModel::pair(const QString& requestID)
+{
+    for (const PairingRequest& request : m_controller.pairingRequests())
+        if (request.id == requestID)
+            return m_controller.approvePairing(request);
+}
+
+void BridgeSetupModel::reject(const QString& requestID)
+{
+    for (const PairingRequest& request : m_controller.pairingRequests())
+        if (request.id == requestID)
+            return m_controller.rejectPairing(request);
+}
+
+void BridgeSetupModel::forget(const QString& deviceID)
+{
+    if (const std::optional<TrustedPeer> peer = m_controller.trustedPeerWithID(deviceID))
+        m_controller.forgetPeer(*peer);
+}
+
+void BridgeSetupModel::useExecutable(const QUrl& file)
+{
+    if (file.isLocalFile())
+        m_controller.useCustomExecutable(file.toLocalFile());
+}
+
 QString BridgeSetupModel::pairedText(double pairedAt)
 {
     const QDateTime when =

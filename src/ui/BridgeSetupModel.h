@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QUrl>
 #include <QStringList>
 #include <QVariantList>
 
@@ -24,6 +25,8 @@ class BridgeSetupModel : public QObject {
     Q_PROPERTY(QVariantList pairingRows READ pairingRows NOTIFY changed)
     Q_PROPERTY(QVariantList trustedRows READ trustedRows NOTIFY changed)
     Q_PROPERTY(QStringList activityLines READ activityLines NOTIFY changed)
+    Q_PROPERTY(QString setupDocumentationLink READ setupDocumentationLink CONSTANT)
+    Q_PROPERTY(QVariantList installCommands READ installCommands CONSTANT)
 
 public:
     static constexpr int activityLineCount = 10;
@@ -48,6 +51,17 @@ public:
     QVariantList trustedRows() const;
     // The newest lines of the log, newest first.
     QStringList activityLines() const;
+
+    QString setupDocumentationLink() const { return QStringLiteral("https://developers.openai.com/codex/cli/"); }
+    // Standalone, Homebrew and npm, each with label and command.
+    QVariantList installCommands() const;
+
+    // The row's buttons: by the request's id and the device's id.
+    Q_INVOKABLE void pair(const QString& requestID);
+    Q_INVOKABLE void reject(const QString& requestID);
+    Q_INVOKABLE void forget(const QString& deviceID);
+    // The file chosen in the dialog.
+    Q_INVOKABLE void useExecutable(const QUrl& file);
 
     // "Paired <date> <time>" for a device paired at pairedAt seconds after 2001-01-01 00:00 UTC.
     static QString pairedText(double pairedAt);

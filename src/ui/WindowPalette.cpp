@@ -1,0 +1,18 @@
+#include "WindowPalette.h"
+
+namespace nimbrel {
+
+QColor WindowPalette::color(const QString& name) const
+{
+    if (name == QLatin1String("green"))
+        return QColor(0x34, 0xa8, 0x53);
+    if (name == QLatin1String("orange"))
+        return QColor(0xf2, 0x8c, 0x28);
+    if (name == QLatin1String("cyan"))
+        return QColor(0x1f, 0xa9, 0xc6);
+    if (name == QLatin1String("purple"))
+        return QColor(0x9b, 0x59, 0xd0);
+    return QColor(0x80, 0x80, 0x80);
+}
+
+} // namespace nimbrel

@@ -1,0 +1,16 @@
+#include <QGuiApplication>
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+// The window's tests run offscreen unless told otherwise.
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
+    ::testing::InitGoogleMock(&argc, argv);
+    return RUN_ALL_TESTS();
+}
