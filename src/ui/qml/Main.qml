@@ -16,8 +16,11 @@ ApplicationWindow {
     minimumHeight: 620
     width: 900
     height: 700
+    visible: true
 
-    Component.onCompleted: controller.startOnce()
+    // The bridge starts when its window first shows; startOnce guards later showings.
+    onVisibleChanged: if (visible) controller.startOnce()
+    Component.onCompleted: if (visible) controller.startOnce()
 
     header: ToolBar {
         RowLayout {
