@@ -2,67 +2,38 @@
 #include "peer/PeerLink.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
-#include "ui/BridgeSetupModel.h"
 #include "ui/ConsoleCommands.h"
-#include "ui/WindowPalette.h"
 
 #include <QCommandLineParser>
-#include <QGuiApplication>
-#include <QQmlApplicationEngine>
-#include <QQuickStyle>
+#include <QCoreApplication>
 
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <memory>
-
-namespace {
-
-// A window needs a display and no --headless; without one the program keeps to the console.
-bool wantsWindow(int argc, char** argv)
-{
-    for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], "--headless") == 0)
-            return false;
-    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
-    const bool windowed = wantsWindow(argc, argv);
-    std::unique_ptr<QCoreApplication> app;
-    if (windowed) {
-        QQuickStyle::setStyle(QStringLiteral("Fusion"));
-        app = std::make_unique<QGuiApplication>(argc, argv);
-        QGuiApplication::setDesktopFileName(QStringLiteral("nimbrel-bridge"));
-    } else {
-        app = std::make_unique<QCoreApplication>(argc, argv);
-    }
+    QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("nimbrel-bridge"));
     QCoreApplication::setApplicationVersion(QStringLiteral(NIMBREL_VERSION));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
-        "Makes this computer the engine of Codex work for paired phones and tablets. With a display it "
-        "opens its window; without one, or with --headless, it takes console commands on standard input."));
+        "Makes this computer the engine of Codex work for paired phones and tablets."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption demo(
         QStringLiteral("demo"),
-        QStringLiteral("Start in the offline tour: messages get a canned reply and nothing reaches Codex."));
-    const QCommandLineOption headless(QStringLiteral("headless"),
-                                      QStringLiteral("Open no window, even with a display: use the console commands."));
-    parser.addOptions({demo, headless});
-    parser.process(*app);
+        QStringLiteral(
+            "Start in the offline tour: messages get a canned reply and nothing reaches Codex."));
+    parser.addOption(demo);
+    parser.process(app);
 
     nimbrel::SystemScheduler scheduler;
     nimbrel::SettingsUserDefaults defaults;
     nimbrel::BridgeController controller(scheduler, defaults);
 
-    // The log and the sign-in line go to standard error, window or not.
+    // Until there is a window, the log and the sign-in line go to standard error.
     auto print = [](const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(line)); };
     const QStringList earlier = controller.logs(); // written while the controller was being made
     for (auto line = earlier.crbegin(); line != earlier.crend(); ++line)
@@ -81,24 +52,6 @@ int main(int argc, char** argv)
         controller.workspace().setDemoMode(true);
         print(QStringLiteral("Offline tour: the window's sessions answer without Codex."));
     }
-
-    // The window starts the bridge on its first showing; without one, the program does.
-    nimbrel::BridgeSetupModel setup(controller, defaults);
-    nimbrel::WindowPalette palette;
-    std::unique_ptr<QQmlApplicationEngine> engine;
-    if (windowed) {
-        engine = std::make_unique<QQmlApplicationEngine>();
-        engine->setInitialProperties({{"controller", QVariant::fromValue<QObject*>(&controller)},
-                                      {"workspace", QVariant::fromValue<QObject*>(&controller.workspace())},
-                                      {"setup", QVariant::fromValue<QObject*>(&setup)},
-                                      {"palette_", QVariant::fromValue<QObject*>(&palette)}});
-        engine->load(QUrl(QStringLiteral("qrc:/NimbrelBridge/ui/qml/Main.qml")));
-        if (engine->rootObjects().isEmpty()) {
-            print(QStringLiteral("The window could not be opened; run with --headless to use the console."));
-            return 1;
-        }
-    } else {
-        controller.startOnce();
-    }
-    return app->exec();
+    controller.startOnce();
+    return app.exec();
 }

@@ -16,11 +16,8 @@ ApplicationWindow {
     minimumHeight: 620
     width: 900
     height: 700
-    visible: true
 
-    // The bridge starts when its window first shows; startOnce guards later showings.
-    onVisibleChanged: if (visible) controller.startOnce()
-    Component.onCompleted: if (visible) controller.startOnce()
+    Component.onCompleted: controller.startOnce()
 
     header: ToolBar {
         RowLayout {
