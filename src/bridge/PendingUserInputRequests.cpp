@@ -53,15 +53,6 @@ PendingUserInputRequests::remove(const QString& requestID)
     return entry;
 }
 
-const PendingUserInputRequests::Pending*
-PendingUserInputRequests::find(const QString& requestID) const
-{
-    for (const Pending& entry : requests)
-        if (entry.request.id == requestID)
-            return &entry;
-    return nullptr;
-}
-
 BridgeMessage PendingUserInputRequests::questionEvent(const Pending& entry)
 {
     return BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, entry.request.id,

@@ -28,7 +28,6 @@ struct PendingUserInputRequests {
     std::optional<Pending> beginAnswer(const QString& requestID, const JSONValue& response);
     void endAnswer(const QString& requestID);
     std::optional<Pending> remove(const QString& requestID);
-    const Pending* find(const QString& requestID) const;
 
     // The "sarvane/userInputRequest" event that offers an entry to peers.
     static BridgeMessage questionEvent(const Pending& entry);

@@ -25,7 +25,6 @@ public:
     }
 
     QString text() const;
-    const std::variant<AppServerError, CodexWorkspaceError>& error() const { return m_error; }
 
     friend bool operator==(const WorkspaceError&, const WorkspaceError&) = default;
 

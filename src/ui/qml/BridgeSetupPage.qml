@@ -33,7 +33,6 @@ ColumnLayout {
                 required property var modelData
                 title: modelData.title
                 value: modelData.value
-                symbol: modelData.symbol
                 tint: page.palette_.color(modelData.color)
             }
         }

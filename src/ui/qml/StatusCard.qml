@@ -2,12 +2,11 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
-// One status: its symbol in its colour, a small title and one line of value.
+// One status: a bar in its colour, a small title and one line of value.
 Frame {
     id: card
     required property string title
     required property string value
-    required property string symbol
     required property color tint
     Layout.fillWidth: true
     RowLayout {
