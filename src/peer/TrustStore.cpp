@@ -1,12 +1,12 @@
 #include "TrustStore.h"
 
-#include <QDateTime>
+#include "platform/Scheduler.h"
 
 namespace nimbrel {
 
 namespace {
 
-double nowSinceReferenceDate() { return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0 - referenceDateOffset; }
+double nowSinceReferenceDate() { return secondsSince1970() - referenceDateOffset; }
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "Scheduler.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QPointer>
 #include <QThread>
@@ -34,5 +35,7 @@ TaskHandle SystemScheduler::schedule(QObject* context, double delaySeconds, std:
 }
 
 double SystemScheduler::now() const { return static_cast<double>(m_clock->elapsed.nsecsElapsed()) / 1e9; }
+
+double secondsSince1970() { return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000; }
 
 } // namespace nimbrel

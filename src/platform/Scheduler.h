@@ -44,4 +44,8 @@ private:
     std::shared_ptr<Clock> m_clock;
 };
 
+// The wall clock: seconds since 1970, fractions included, for the dates records keep. Timers and
+// intervals use a Scheduler's now() instead.
+double secondsSince1970();
+
 } // namespace nimbrel

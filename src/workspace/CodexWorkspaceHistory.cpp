@@ -4,7 +4,6 @@
 #include "workspace/SessionParsers.h"
 #include "workspace/TranscriptPaging.h"
 
-#include <QDateTime>
 #include <QPointer>
 
 #include <unordered_set>
@@ -97,7 +96,7 @@ void CodexWorkspace::handleCreatedSession(const WorkspaceResult& outcome, const 
     thread.cwd = cwd;
     thread.source = QStringLiteral("appServer");
     thread.status = QStringLiteral("idle");
-    thread.updatedAt = static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000;
+    thread.updatedAt = secondsSince1970();
     std::vector<CodexThread> listed{thread};
     for (const CodexThread& other : m_threads)
         if (other.id != *id)

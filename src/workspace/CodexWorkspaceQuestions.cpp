@@ -1,7 +1,6 @@
 // The engine's questions as this computer's user sees and answers them, per session.
 #include "workspace/CodexWorkspace.h"
 
-#include <QDateTime>
 #include <QPointer>
 
 #include <algorithm>
@@ -53,7 +52,7 @@ void CodexWorkspace::addUserInputPrompt(const UserInputRequest& request)
         placeholder.preview = request.questions.front().question;
         placeholder.source = QStringLiteral("appServer");
         placeholder.status = QStringLiteral("active");
-        placeholder.updatedAt = static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000;
+        placeholder.updatedAt = secondsSince1970();
         m_threadCache[request.threadID] = placeholder;
         refreshThreads();
     }

@@ -6,17 +6,11 @@
 #include "platform/Property.h"
 #include "workspace/SessionParsers.h"
 
-#include <QDateTime>
 #include <QPointer>
 
 namespace nimbrel {
 
 namespace {
-
-double secondsSince1970()
-{
-    return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000;
-}
 
 void cancel(TaskHandle& task)
 {
