@@ -3,7 +3,7 @@
 #include "workspace/CodexWorkspace.h"
 
 #include <algorithm>
-#include <vector>
+#include <deque>
 
 namespace nimbrel::test {
 
@@ -14,7 +14,7 @@ struct RequesterDouble {
         JSONValue params;
         AppServerClient::RequestCompletion completion;
     };
-    std::vector<Call> calls;
+    std::deque<Call> calls; // a call stays where it is while later ones come
 
     CodexWorkspace::Requester requester()
     {
@@ -31,13 +31,7 @@ struct RequesterDouble {
     // Answers the last thread/list asked for.
     void answerList(const AppServerClient::RequestResult& outcome)
     {
-        answer(last("thread/list"), outcome);
-    }
-    // Runs a call's completion, which may ask for more.
-    static void answer(Call& call, const AppServerClient::RequestResult& outcome)
-    {
-        const AppServerClient::RequestCompletion completion = call.completion;
-        completion(outcome);
+        last("thread/list").completion(outcome);
     }
     // The last call of method, which the test answers or reads.
     Call& last(const QString& method)

@@ -30,7 +30,7 @@ protected:
     int reads() const { return engine.count("account/rateLimits/read"); }
     void answerRead(const AppServerClient::RequestResult& outcome)
     {
-        RequesterDouble::answer(engine.last("account/rateLimits/read"), outcome);
+        engine.last("account/rateLimits/read").completion(outcome);
     }
 };
 
@@ -42,7 +42,7 @@ TEST_F(ModelsAndUsageTest, TheCatalogueAnswersForKnownAndUnknownModels)
     EXPECT_EQ(workspace.effectiveModelID("s"), "");
     workspace.loadModels(); // one is out already, since the engine rose
     EXPECT_EQ(engine.count("model/list"), 1);
-    RequesterDouble::answer(engine.last("model/list"), dataFile("model-list-page.json"));
+    engine.last("model/list").completion(dataFile("model-list-page.json"));
     ASSERT_FALSE(workspace.availableModels().empty());
     EXPECT_EQ(workspace.defaultModel()->id, "gpt-5-codex");
     EXPECT_EQ(workspace.effectiveModelID("s"), "gpt-5-codex");
@@ -52,17 +52,17 @@ TEST_F(ModelsAndUsageTest, TheCatalogueAnswersForKnownAndUnknownModels)
 
     // A failed reload keeps the catalogue, which also outlives the engine; an empty one says so.
     workspace.loadModels();
-    RequesterDouble::answer(engine.last("model/list"), AppServerError::server("boom"));
+    engine.last("model/list").completion(AppServerError::server("boom"));
     EXPECT_EQ(workspace.modelLoadError(), QStringLiteral("Models could not be loaded: boom"));
     workspace.setEngineReady(false, {});
     EXPECT_FALSE(workspace.availableModels().empty());
     workspace.setEngineReady(true, {});
-    RequesterDouble::answer(
-        engine.last("model/list"),
-        json(R"({"data":[{"id":"first","model":"first"},{"id":"second","model":"second"}]})"));
+    engine.last("model/list")
+        .completion(
+            json(R"({"data":[{"id":"first","model":"first"},{"id":"second","model":"second"}]})"));
     EXPECT_EQ(workspace.defaultModel()->id, "first");
     workspace.loadModels();
-    RequesterDouble::answer(engine.last("model/list"), json(R"({"data":"none"})"));
+    engine.last("model/list").completion(json(R"({"data":"none"})"));
     EXPECT_TRUE(workspace.availableModels().empty());
     EXPECT_EQ(workspace.modelLoadError(),
               QStringLiteral("Codex did not return any models. Update the Codex CLI on the Mac, "
@@ -71,7 +71,7 @@ TEST_F(ModelsAndUsageTest, TheCatalogueAnswersForKnownAndUnknownModels)
 
 TEST_F(ModelsAndUsageTest, AChosenModelAndEffortGoOutWithTheSessionsNextTurnOnly)
 {
-    RequesterDouble::answer(engine.last("model/list"), dataFile("model-list-page.json"));
+    engine.last("model/list").completion(dataFile("model-list-page.json"));
     workspace.changeSession("s", [](CodexSessionState& s) { s.reasoningEffort = "low"; });
     workspace.setModel("gpt-5-codex", "s"); // offers low: kept
     EXPECT_EQ(workspace.session("s")->reasoningEffort, QStringLiteral("low"));
@@ -145,7 +145,7 @@ TEST_F(ModelsAndUsageTest, ReadingsAreRationedAndStaleRepliesChangeNothing)
     EXPECT_EQ(reads(), 5);
     EXPECT_FALSE(workspace.session("t")->tokenUsage);
     EXPECT_FALSE(workspace.accountUsage());
-    RequesterDouble::answer(dropped, dataFile("rate-limits.json"));
+    dropped.completion(dataFile("rate-limits.json"));
     EXPECT_FALSE(workspace.accountUsage());
     EXPECT_TRUE(workspace.isLoadingUsage());
 
