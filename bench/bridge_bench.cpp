@@ -3,6 +3,7 @@
 //      same request written straight to the fake engine's pipe;
 //  (b) fan-out: the engine emits 100,000 deltas while 4 authorised peers watch.
 #include "BenchPeer.h"
+#include "BenchSupport.h"
 #include "peer/BridgeMessage.h"
 #include "peer/DeviceIdentity.h"
 #include "peer/PeerLink.h"
@@ -28,14 +29,6 @@ namespace {
 constexpr int roundTrips = 2000;
 constexpr int floodCount = 100000;
 
-void pump(const std::function<bool()>& until, int milliseconds = 120000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!until() && timer.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-}
-
 struct Figures {
     double median, p99;
 };
@@ -52,32 +45,12 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QTemporaryDir home;
-    QDir().mkpath(home.filePath("bin"));
-    QFile::link(QStringLiteral(FAKE_CODEX_PATH), home.filePath("bin/codex"));
-    const JSONValue delta = JSONValue::object(
-        {{"method", "item/agentMessage/delta"},
-         {"params", JSONValue::object({{"threadId", "thr_0193a1b2c3d4e5f6"},
-                                       {"turnId", "turn-42"},
-                                       {"itemId", "item-a42"},
-                                       {"delta", "the build passes over the tests "}})}});
-    QFile scenario(home.filePath("scenario.json"));
-    scenario.open(QIODevice::WriteOnly);
-    scenario.write(QByteArray::fromStdString(
-        *JSONValue::object(
-             {{"methods",
-               JSONValue::object({
-                   {"thread/list",
-                    JSONValue::object(
-                        {{"result", JSONValue::object({{"data", JSONValue::array({})}})}})},
-                   {"thread/read",
-                    JSONValue::object(
-                        {{"result", JSONValue::object({})},
-                         {"after", JSONValue::array({JSONValue::object(
-                                       {{"flood", JSONValue::object({{"count", floodCount},
-                                                                     {"message", delta}})}})})}})},
-               })}})
-             .encode()));
-    scenario.close();
+    const QString scenario = installFakeCodex(
+        home, QStringLiteral(FAKE_CODEX_PATH),
+        JSONValue::object(
+            {{"thread/list", JSONValue::decode(R"({"result":{"data":[]}})").value()},
+             {"thread/read", deltaFlood(floodCount, "thr_0193a1b2c3d4e5f6", "item-a42",
+                                        "the build passes over the tests ")}}));
 
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("HOME", home.path());
@@ -86,7 +59,7 @@ int main(int argc, char** argv)
     environment.insert("XDG_DATA_HOME", home.filePath("data"));
     environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
     environment.insert("NIMBREL_LINK_PORT", "0");
-    environment.insert("FAKE_CODEX_SCENARIO", scenario.fileName());
+    environment.insert("FAKE_CODEX_SCENARIO", scenario);
 
     // (a, baseline) straight to the fake engine over its pipe.
     std::vector<double> direct;

@@ -5,6 +5,7 @@
 // peer in the middle of the flood, and this process's peak memory. The peer has a thread of its
 // own.
 #include "BenchPeer.h"
+#include "BenchSupport.h"
 #include "bridge/BridgeController.h"
 #include "platform/Scheduler.h"
 
@@ -26,14 +27,6 @@ namespace {
 constexpr int deltaCount = 100000;
 constexpr int heldEntries = 10000;
 const std::string deltaText = "the build passes over the tests ";
-
-void pump(const std::function<bool()>& until, int milliseconds = 300000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!until() && timer.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-}
 
 double threadCPUSeconds()
 {
@@ -69,36 +62,14 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QTemporaryDir home;
-    QDir().mkpath(home.filePath("bin"));
-    QFile::link(QStringLiteral(FAKE_CODEX_PATH), home.filePath("bin/codex"));
-    const JSONValue delta =
-        JSONValue::object({{"method", "item/agentMessage/delta"},
-                           {"params", JSONValue::object({{"threadId", "thr_bench"},
-                                                         {"turnId", "turn-1"},
-                                                         {"itemId", "item-live"},
-                                                         {"delta", deltaText}})}});
-    QFile scenario(home.filePath("scenario.json"));
-    scenario.open(QIODevice::WriteOnly);
-    scenario.write(QByteArray::fromStdString(
-        *JSONValue::object(
-             {{"methods",
-               JSONValue::object({
-                   {"thread/list",
-                    JSONValue::object(
-                        {{"result",
-                          JSONValue::decode(R"({"data":[{"id":"thr_bench"}]})").value()}})},
-                   {"thread/items/list",
-                    JSONValue::object({{"result", JSONValue::decode(R"({"data":[]})").value()}})},
-                   {"thread/read",
-                    JSONValue::object(
-                        {{"result", JSONValue::object({})},
-                         {"after", JSONValue::array({JSONValue::object(
-                                       {{"flood", JSONValue::object({{"count", deltaCount},
-                                                                     {"message", delta}})}})})}})},
-               })}})
-             .encode()));
-    scenario.close();
-    qputenv("FAKE_CODEX_SCENARIO", scenario.fileName().toUtf8());
+    const QString scenario = installFakeCodex(
+        home, QStringLiteral(FAKE_CODEX_PATH),
+        JSONValue::object(
+            {{"thread/list",
+              JSONValue::decode(R"({"result":{"data":[{"id":"thr_bench"}]}})").value()},
+             {"thread/items/list", JSONValue::decode(R"({"result":{"data":[]}})").value()},
+             {"thread/read", deltaFlood(deltaCount, "thr_bench", "item-live", deltaText)}}));
+    qputenv("FAKE_CODEX_SCENARIO", scenario.toUtf8());
     qputenv("PATH", (home.filePath("bin") + ":/usr/bin:/bin").toUtf8());
     qputenv("HOME", home.path().toUtf8());
     const double engineSeconds = engineWriteSeconds(QProcessEnvironment::systemEnvironment());
@@ -113,16 +84,7 @@ int main(int argc, char** argv)
         return controller.appServerReady() &&
                workspace.sessionState("thr_bench").hasLoadedTranscript;
     });
-    workspace.changeSession("thr_bench", [](CodexSessionState& session) {
-        for (int i = 0; i < heldEntries; ++i)
-            session.transcript.push_back(TranscriptEntry{QStringLiteral("held-%1").arg(i),
-                                                         TranscriptKind::Assistant,
-                                                         "Codex",
-                                                         QString(400, 'x'),
-                                                         std::nullopt,
-                                                         std::nullopt,
-                                                         {}});
-    });
+    fillTranscript(workspace, "thr_bench", heldEntries);
 
     // The peer runs on a thread of its own, as a phone runs on a device of its own.
     QThread peerThread;

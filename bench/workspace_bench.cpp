@@ -1,6 +1,7 @@
 // The cost of one periodic thread-list answer, paid every four seconds for as long as the program
 // runs: 100 listed threads into a workspace that has seen 10,000 and holds 50 tabs. And the cost
 // of one write to a session (the live stream makes one per flush), by the transcript's length.
+#include "BenchSupport.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 #include "workspace/CodexWorkspace.h"
@@ -62,16 +63,7 @@ std::unique_ptr<CodexWorkspace> workspaceWithTranscript(Scheduler& scheduler,
 {
     auto workspace = std::make_unique<CodexWorkspace>(defaults, scheduler,
                                                       "SarvaneBridgeOpenSessionTabs", 4, 20);
-    workspace->changeSession("thr_1", [&](CodexSessionState& session) {
-        for (int i = 0; i < entries; ++i)
-            session.transcript.push_back(TranscriptEntry{QStringLiteral("item-%1").arg(i),
-                                                         TranscriptKind::Assistant,
-                                                         "Codex",
-                                                         QString(400, 'x'),
-                                                         std::nullopt,
-                                                         std::nullopt,
-                                                         {}});
-    });
+    fillTranscript(*workspace, "thr_1", entries);
     return workspace;
 }
 
