@@ -170,7 +170,6 @@ void CodexWorkspace::changeSession(const QString& id,
         found = m_sessions.emplace(id, newSession(id)).first;
     change(found->second);
     emit sessionChanged(id);
-    emit sessionsChanged();
 }
 
 void CodexWorkspace::changeSessionsWhere(const std::function<bool(const CodexSessionState&)>& which,

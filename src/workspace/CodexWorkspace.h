@@ -166,7 +166,6 @@ signals:
     void filteredThreadsChanged();
     void openThreadIDsChanged();
     void selectedThreadIDChanged();
-    void sessionsChanged();
     void sessionChanged(const QString& threadID);
     void availableModelsChanged();
     void isLoadingModelsChanged();
