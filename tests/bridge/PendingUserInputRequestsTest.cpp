@@ -13,35 +13,19 @@ JSONValue decoded(const char* text)
 
 const JSONValue questionParams = decoded(
     R"({"threadId":"thr_1","turnId":"turn_1","questions":[{"id":"q","header":"","question":"Name?"}]})");
-const JSONValue answer = decoded(R"({"answers":{"q":{"answers":["Ada"]}}})");
 
 } // namespace
 
-TEST(PendingUserInputRequests, OneEntryPerEngineIdAnsweredOnceAtATime)
+// Answering once, repeat deliveries and refusals are shown through the controller; what is left is
+// how engine ids compare.
+TEST(PendingUserInputRequests, EngineIdsCompareAsJSONValues)
 {
     PendingUserInputRequests pending;
     const auto first = pending.add(5, questionParams);
     ASSERT_TRUE(first);
-    EXPECT_EQ(first->request.id.size(), 36);
     EXPECT_EQ(first->request.id, first->request.id.toUpper());
-    EXPECT_EQ(pending.add(5, questionParams)->request.id, first->request.id);   // delivered again
-    EXPECT_NE(pending.add("5", questionParams)->request.id, first->request.id); // another id
-    EXPECT_FALSE(pending.add(6, decoded(R"({"threadId":"thr_1"})")));
-    EXPECT_EQ(pending.requests.size(), 2u);
-    EXPECT_EQ(PendingUserInputRequests::questionEvent(*first),
-              (BridgeMessage{1, BridgeMessageKind::Event, first->request.id,
-                             "sarvane/userInputRequest", questionParams}));
-
-    const QString id = first->request.id;
-    EXPECT_FALSE(pending.beginAnswer(id, decoded(R"({"answers":{}})")));
-    EXPECT_FALSE(pending.beginAnswer("unknown", answer));
-    ASSERT_TRUE(pending.beginAnswer(id, answer));
-    EXPECT_FALSE(pending.beginAnswer(id, answer)); // while the first answer is written
-    pending.endAnswer(id);
-    EXPECT_TRUE(pending.beginAnswer(id, answer));
-    EXPECT_TRUE(pending.remove(id));
-    EXPECT_FALSE(pending.remove(id));
-    EXPECT_EQ(pending.requests.size(), 1u);
+    EXPECT_EQ(pending.add(5.0, questionParams)->request.id, first->request.id);
+    EXPECT_NE(pending.add("5", questionParams)->request.id, first->request.id);
 }
 
 TEST(PendingUserInputRequests, OnlyTheEngineEndingThisQuestionClosesIt)
