@@ -94,7 +94,7 @@ int main(int argc, char** argv)
                      [&] { errors += QString::fromUtf8(bridge.readAllStandardError()); });
     // NIMBREL_BENCH_BRIDGE runs another build of the bridge, for figures side by side.
     bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", QStringLiteral(NIMBREL_BRIDGE_PATH)),
-                 {});
+                 {"--headless"});
     pump([&] {
         return errors.contains("Codex app-server ready") && errors.contains("Listening on");
     });

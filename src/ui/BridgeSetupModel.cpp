@@ -5,24 +5,21 @@
 
 #include <QDateTime>
 #include <QLocale>
-#include <QVariantMap>
 
 namespace nimbrel {
 
 namespace {
 
-QVariantMap card(const char* title, const QString& value, const char* symbol, const char* color)
+ListRecord card(const char* title, const QString& value, const char* symbol, const char* color)
 {
-    return QVariantMap{{"title", QString::fromLatin1(title)},
-                       {"value", value},
-                       {"symbol", QString::fromLatin1(symbol)},
-                       {"color", QString::fromLatin1(color)}};
+    return {QString::fromLatin1(title),
+            {QString::fromLatin1(title), value, QString::fromLatin1(symbol),
+             QString::fromLatin1(color)}};
 }
 
-QVariantMap row(const char* label, const QString& value, bool monospaced = false)
+ListRecord row(const char* label, const QString& value, bool monospaced = false)
 {
-    return QVariantMap{
-        {"label", QString::fromLatin1(label)}, {"value", value}, {"monospaced", monospaced}};
+    return {QString::fromLatin1(label), {QString::fromLatin1(label), value, monospaced}};
 }
 
 } // namespace
@@ -37,20 +34,129 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
          {&BridgeController::appServerStatusChanged, &BridgeController::appServerReadyChanged,
           &BridgeController::codexInstallSourceChanged,
           &BridgeController::codexExecutablePathChanged, &BridgeController::codexVersionChanged,
-          &BridgeController::codexAccountStatusChanged, &BridgeController::pairingRequestsChanged,
-          &BridgeController::trustedPeersChanged, &BridgeController::logsChanged})
-        connect(&m_controller, signal, this, &BridgeSetupModel::changed);
-    connect(&m_controller.link(), &PeerLink::statusTextChanged, this, &BridgeSetupModel::changed);
+          &BridgeController::codexAccountStatusChanged, &BridgeController::trustedPeersChanged})
+        connect(&m_controller, signal, this, &BridgeSetupModel::refreshCards);
+    connect(&m_controller.link(), &PeerLink::statusTextChanged, this,
+            &BridgeSetupModel::refreshCards);
+    connect(&m_controller, &BridgeController::pairingRequestsChanged, this,
+            &BridgeSetupModel::refreshPairing);
+    connect(&m_controller, &BridgeController::trustedPeersChanged, this,
+            &BridgeSetupModel::refreshTrusted);
+    connect(&m_controller, &BridgeController::logAppended, this, [this] { ++m_linesLogged; });
+    connect(&m_controller, &BridgeController::logsChanged, this,
+            &BridgeSetupModel::refreshActivity);
+    m_linesLogged = m_controller.logs().size();
+    m_installCommands.setRecords(
+        {{"Standalone", {"Standalone", "curl -fsSL https://chatgpt.com/codex/install.sh | sh"}},
+         {"Homebrew", {"Homebrew", "brew install --cask codex"}},
+         {"npm", {"npm", "npm install -g @openai/codex"}}});
+    m_approvalButtons.setRecords(
+        {{"decline", {"Decline", "decline", "destructive"}},
+         {"acceptForSession", {"Allow Similar This Session", "acceptForSession", "plain"}},
+         {"accept", {"Allow Once", "accept", "prominent"}}});
+    refreshCards();
+    refreshPairing();
+    refreshTrusted();
+    refreshActivity();
     refreshCustomExecutable();
 }
 
-QVariantList BridgeSetupModel::statusCards() const
+QVariantMap BridgeSetupModel::texts()
 {
-    return {card("CODEX ENGINE", m_controller.appServerStatus(), "system-run",
-                 m_controller.appServerReady() ? "green" : "orange"),
-            card("LOCAL LINK", m_controller.link().statusText(), "network-wireless", "cyan"),
-            card("PAIRED DEVICES", trustedCountText(m_controller.trustedPeers().size()),
-                 "security-high", "purple")};
+    return {
+        {"appLabel", "Nimbrel"},
+        {"pagePicker", "View"},
+        {"sessionsPage", "Sessions"},
+        {"setupPage", "Bridge Setup"},
+        {"sessionsPlaceholder", "Sessions open here."},
+        {"alertTitle", "Codex"},
+        {"title", "Nimbrel Bridge"},
+        {"tagline", "Your Mac is the secure engine. Your iPhone or iPad is the cockpit."},
+        {"launchAtLogin", "Launch at Login"},
+        {"restartCodex", "Restart Codex"},
+        {"setupHeading", "CODEX SETUP"},
+        {"recheck", "Recheck"},
+        {"chooseExecutable", "Choose Codex Executable…"},
+        {"useAutomaticDetection", "Use Automatic Detection"},
+        {"officialSetup", "Official Codex setup"},
+        {"chooserTitle", "Choose the Codex executable"},
+        {"chooserAccept", "Use Codex"},
+        {"installHeading", "Installing Codex on a clean Mac"},
+        {"installText",
+         "Nimbrel accepts the official standalone installer, Homebrew cask, or npm package. After "
+         "installing, run codex once in Terminal and sign in, then choose Recheck."},
+        {"pairingHeading", "PAIRING REQUEST"},
+        {"reject", "Reject"},
+        {"pair", "Pair"},
+        {"trustedHeading", "TRUSTED DEVICES"},
+        {"noTrustedDevices",
+         "Open Nimbrel on an iPhone or iPad connected to this Wi-Fi network, choose this Mac, and "
+         "compare the six-digit code."},
+        {"forget", "Forget"},
+        {"activityHeading", "ACTIVITY"},
+        {"settingsTitle", "Nimbrel Bridge Settings"},
+        {"settings", "Settings…"},
+    };
+}
+
+QVariantMap BridgeSetupModel::symbols()
+{
+    return {{"terminal", "utilities-terminal"},
+            {"refresh", "view-refresh"},
+            {"folder", "folder-open"},
+            {"checklist", "emblem-default"},
+            {"pairing", "pda"},
+            {"trusted", "security-high"},
+            {"device", "pda"},
+            {"activity", "network-transmit-receive"},
+            {"approval", "dialog-warning"},
+            {"cwd", "folder"},
+            {"settings", "preferences-system"}};
+}
+
+void BridgeSetupModel::refreshCards()
+{
+    m_statusCards.setRecords(
+        {card("CODEX ENGINE", m_controller.appServerStatus(), "system-run",
+              m_controller.appServerReady() ? "green" : "orange"),
+         card("LOCAL LINK", m_controller.link().statusText(), "network-wireless", "cyan"),
+         card("PAIRED DEVICES", trustedCountText(m_controller.trustedPeers().size()),
+              "security-high", "purple")});
+    m_setupRows.setRecords({row("Installation", m_controller.codexInstallSource()),
+                            row("Version", m_controller.codexVersion()),
+                            row("Executable", m_controller.codexExecutablePath(), true),
+                            row("Account", m_controller.codexAccountStatus())});
+    emit changed();
+}
+
+void BridgeSetupModel::refreshPairing()
+{
+    QList<ListRecord> rows;
+    for (const PairingRequest& request : m_controller.pairingRequests())
+        rows.append(
+            {request.id,
+             {request.id, request.remoteHello.displayName,
+              QStringLiteral("Confirm this code matches the phone or iPad"), request.code}});
+    m_pairingRows.setRecords(rows);
+    emit changed();
+}
+
+void BridgeSetupModel::refreshTrusted()
+{
+    QList<ListRecord> rows;
+    for (const TrustedPeer& peer : m_controller.trustedPeers())
+        rows.append({peer.deviceID, {peer.deviceID, peer.displayName, pairedText(peer.pairedAt)}});
+    m_trustedRows.setRecords(rows);
+    emit changed();
+}
+
+void BridgeSetupModel::refreshActivity()
+{
+    QList<ListRecord> rows;
+    const QStringList lines = m_controller.logs().mid(0, activityLineCount);
+    for (qsizetype i = 0; i < lines.size(); ++i)
+        rows.append({QString::number(m_linesLogged - i), {lines.at(i)}});
+    m_activityLines.setRecords(rows);
 }
 
 bool BridgeSetupModel::showsInstallHelp() const
@@ -61,14 +167,6 @@ bool BridgeSetupModel::showsInstallHelp() const
 QString BridgeSetupModel::setupTint() const
 {
     return m_controller.appServerReady() ? QStringLiteral("green") : QStringLiteral("orange");
-}
-
-QVariantList BridgeSetupModel::setupRows() const
-{
-    return {row("Installation", m_controller.codexInstallSource()),
-            row("Version", m_controller.codexVersion()),
-            row("Executable", m_controller.codexExecutablePath(), true),
-            row("Account", m_controller.codexAccountStatus())};
 }
 
 void BridgeSetupModel::refreshCustomExecutable()
@@ -85,38 +183,9 @@ bool BridgeSetupModel::hasPairingRequests() const
     return !m_controller.pairingRequests().empty();
 }
 
-QVariantList BridgeSetupModel::pairingRows() const
+bool BridgeSetupModel::hasTrustedDevices() const
 {
-    QVariantList rows;
-    for (const PairingRequest& request : m_controller.pairingRequests())
-        rows.append(
-            QVariantMap{{"id", request.id},
-                        {"name", request.remoteHello.displayName},
-                        {"line", QStringLiteral("Confirm this code matches the phone or iPad")},
-                        {"code", request.code}});
-    return rows;
-}
-
-QVariantList BridgeSetupModel::trustedRows() const
-{
-    QVariantList rows;
-    for (const TrustedPeer& peer : m_controller.trustedPeers())
-        rows.append(QVariantMap{{"deviceID", peer.deviceID},
-                                {"name", peer.displayName},
-                                {"paired", pairedText(peer.pairedAt)}});
-    return rows;
-}
-
-QStringList BridgeSetupModel::activityLines() const
-{
-    return m_controller.logs().mid(0, activityLineCount);
-}
-
-QVariantList BridgeSetupModel::installCommands() const
-{
-    return {QVariantMap{{"label", "Standalone"}, {"command", "curl -fsSL https://chatgpt.com/codex/install.sh | sh"}},
-            QVariantMap{{"label", "Homebrew"}, {"command", "brew install --cask codex"}},
-            QVariantMap{{"label", "npm"}, {"command", "npm install -g @openai/codex"}}};
+    return !m_controller.trustedPeers().empty();
 }
 
 void BridgeSetupModel::pair(const QString& requestID)

@@ -1,32 +1,38 @@
 #pragma once
 
+#include "ui/RecordListModel.h"
+
 #include <QObject>
 #include <QUrl>
-#include <QStringList>
-#include <QVariantList>
+#include <QVariantMap>
 
 namespace nimbrel {
 
 class BridgeController;
 class UserDefaults;
 
-// What the Bridge Setup page and the Codex setup card show, read from the controller and its
-// link: the status cards, the setup rows and actions, pairing requests, trusted devices and the
-// newest activity. The page lays these out; every text and condition is decided here. Symbols are
-// icon-theme names; colours are names of the window's palette.
+// What the Bridge Setup page, the Codex setup card and the Settings window show, read from the
+// controller and its link: the status cards, the setup rows and actions, pairing requests, trusted
+// devices and the newest activity. The views lay these out; every text and condition is decided
+// here. Symbols are icon-theme names; colours are names of the window's palette. Lists are
+// row-level models, so a new log line or request touches only its own row.
 class BridgeSetupModel : public QObject {
     Q_OBJECT
-    Q_PROPERTY(QVariantList statusCards READ statusCards NOTIFY changed)
+    Q_PROPERTY(QVariantMap texts READ texts CONSTANT)
+    Q_PROPERTY(QVariantMap symbols READ symbols CONSTANT)
+    Q_PROPERTY(nimbrel::RecordListModel* statusCards READ statusCards CONSTANT)
     Q_PROPERTY(bool showsInstallHelp READ showsInstallHelp NOTIFY changed)
     Q_PROPERTY(QString setupTint READ setupTint NOTIFY changed)
-    Q_PROPERTY(QVariantList setupRows READ setupRows NOTIFY changed)
+    Q_PROPERTY(nimbrel::RecordListModel* setupRows READ setupRows CONSTANT)
     Q_PROPERTY(bool usesCustomExecutable READ usesCustomExecutable NOTIFY customExecutableChanged)
     Q_PROPERTY(bool hasPairingRequests READ hasPairingRequests NOTIFY changed)
-    Q_PROPERTY(QVariantList pairingRows READ pairingRows NOTIFY changed)
-    Q_PROPERTY(QVariantList trustedRows READ trustedRows NOTIFY changed)
-    Q_PROPERTY(QStringList activityLines READ activityLines NOTIFY changed)
+    Q_PROPERTY(nimbrel::RecordListModel* pairingRows READ pairingRows CONSTANT)
+    Q_PROPERTY(bool hasTrustedDevices READ hasTrustedDevices NOTIFY changed)
+    Q_PROPERTY(nimbrel::RecordListModel* trustedRows READ trustedRows CONSTANT)
+    Q_PROPERTY(nimbrel::RecordListModel* activityLines READ activityLines CONSTANT)
     Q_PROPERTY(QString setupDocumentationLink READ setupDocumentationLink CONSTANT)
-    Q_PROPERTY(QVariantList installCommands READ installCommands CONSTANT)
+    Q_PROPERTY(nimbrel::RecordListModel* installCommands READ installCommands CONSTANT)
+    Q_PROPERTY(nimbrel::RecordListModel* approvalButtons READ approvalButtons CONSTANT)
 
 public:
     static constexpr int activityLineCount = 10;
@@ -34,27 +40,40 @@ public:
     BridgeSetupModel(BridgeController& controller, UserDefaults& defaults,
                      QObject* parent = nullptr);
 
-    // Each card: title, value, symbol and color.
-    QVariantList statusCards() const;
+    // The fixed texts of the page, the card, the sheet and the windows, by name.
+    static QVariantMap texts();
+    // The icon-theme name of each symbol the views show, by name.
+    static QVariantMap symbols();
+
+    // Roles title, value, symbol and color.
+    RecordListModel* statusCards() { return &m_statusCards; }
     // The page shows install help while the engine is not ready (the Settings window always does).
     bool showsInstallHelp() const;
     QString setupTint() const;
-    // Installation, Version, Executable and Account, each with label, value and monospaced.
-    QVariantList setupRows() const;
+    // Installation, Version, Executable and Account; roles label, value and monospaced.
+    RecordListModel* setupRows() { return &m_setupRows; }
     // Read when the card is drawn, not observed: the card calls refreshCustomExecutable() to draw.
     bool usesCustomExecutable() const { return m_usesCustomExecutable; }
     Q_INVOKABLE void refreshCustomExecutable();
     bool hasPairingRequests() const;
-    // Each request: id, name, line and code.
-    QVariantList pairingRows() const;
-    // Each trusted device: deviceID, name and paired (its "Paired …" line).
-    QVariantList trustedRows() const;
-    // The newest lines of the log, newest first.
-    QStringList activityLines() const;
+    // Roles requestID, name, line and code.
+    RecordListModel* pairingRows() { return &m_pairingRows; }
+    bool hasTrustedDevices() const;
+    // Roles deviceID, name and paired (its "Paired …" line).
+    RecordListModel* trustedRows() { return &m_trustedRows; }
+    // The newest lines of the log, newest first; role line.
+    RecordListModel* activityLines() { return &m_activityLines; }
 
-    QString setupDocumentationLink() const { return QStringLiteral("https://developers.openai.com/codex/cli/"); }
-    // Standalone, Homebrew and npm, each with label and command.
-    QVariantList installCommands() const;
+    static QString setupDocumentationLink()
+    {
+        return QStringLiteral("https://developers.openai.com/codex/cli/");
+    }
+    // Standalone, Homebrew and npm; roles label and command.
+    RecordListModel* installCommands() { return &m_installCommands; }
+
+    // The approval sheet's buttons in their order; roles label, decision and tone (destructive,
+    // plain or prominent).
+    RecordListModel* approvalButtons() { return &m_approvalButtons; }
 
     // The row's buttons: by the request's id and the device's id.
     Q_INVOKABLE void pair(const QString& requestID);
@@ -72,9 +91,23 @@ signals:
     void customExecutableChanged();
 
 private:
+    void refreshCards();
+    void refreshPairing();
+    void refreshTrusted();
+    void refreshActivity();
+
     BridgeController& m_controller;
     UserDefaults& m_defaults;
     bool m_usesCustomExecutable = false;
+    // Lines the log has taken so far: the key of a line is its place in that sequence.
+    qint64 m_linesLogged = 0;
+    RecordListModel m_statusCards{{"title", "value", "symbol", "color"}};
+    RecordListModel m_setupRows{{"label", "value", "monospaced"}};
+    RecordListModel m_pairingRows{{"requestID", "name", "line", "code"}};
+    RecordListModel m_trustedRows{{"deviceID", "name", "paired"}};
+    RecordListModel m_activityLines{{"line"}};
+    RecordListModel m_installCommands{{"label", "command"}};
+    RecordListModel m_approvalButtons{{"label", "decision", "tone"}};
 };
 
 } // namespace nimbrel

@@ -12,6 +12,10 @@ QColor WindowPalette::color(const QString& name) const
         return QColor(0x1f, 0xa9, 0xc6);
     if (name == QLatin1String("purple"))
         return QColor(0x9b, 0x59, 0xd0);
+    if (name == QLatin1String("red"))
+        return QColor(0xd9, 0x3f, 0x3f);
+    if (name == QLatin1String("accent"))
+        return QColor(0x2d, 0x6c, 0xdf);
     return QColor(0x80, 0x80, 0x80);
 }
 

@@ -2,38 +2,71 @@
 #include "peer/PeerLink.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
+#include "ui/BridgeWindow.h"
 #include "ui/ConsoleCommands.h"
 
 #include <QCommandLineParser>
-#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QQuickStyle>
+#include <QQuickWindow>
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+// A window needs a display and no --headless; without one the program keeps to the console.
+bool wantsWindow(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "--headless") == 0)
+            return false;
+    return !qEnvironmentVariableIsEmpty("DISPLAY") ||
+           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
-    QCoreApplication app(argc, argv);
+    const bool windowed = wantsWindow(argc, argv);
+    std::unique_ptr<QCoreApplication> app;
+    if (windowed) {
+        QQuickStyle::setStyle(QStringLiteral("Fusion"));
+        app = std::make_unique<QGuiApplication>(argc, argv);
+        QGuiApplication::setDesktopFileName(QStringLiteral("nimbrel-bridge"));
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     QCoreApplication::setApplicationName(QStringLiteral("nimbrel-bridge"));
     QCoreApplication::setApplicationVersion(QStringLiteral(NIMBREL_VERSION));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Makes this computer the engine of Codex work for paired phones and tablets."));
+    parser.setApplicationDescription(
+        QStringLiteral("Makes this computer the engine of Codex work for paired phones and "
+                       "tablets. With a display it "
+                       "opens its window; without one, or with --headless, it takes console "
+                       "commands on standard input."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption demo(
         QStringLiteral("demo"),
         QStringLiteral(
             "Start in the offline tour: messages get a canned reply and nothing reaches Codex."));
-    parser.addOption(demo);
-    parser.process(app);
+    const QCommandLineOption headless(
+        QStringLiteral("headless"),
+        QStringLiteral("Open no window, even with a display: use the console commands."));
+    parser.addOptions({demo, headless});
+    parser.process(*app);
 
     nimbrel::SystemScheduler scheduler;
     nimbrel::SettingsUserDefaults defaults;
     nimbrel::BridgeController controller(scheduler, defaults);
 
-    // Until there is a window, the log and the sign-in line go to standard error.
+    // The log and the sign-in line go to standard error, window or not.
     auto print = [](const QString& line) { std::fprintf(stderr, "%s\n", qPrintable(line)); };
     const QStringList earlier = controller.logs(); // written while the controller was being made
     for (auto line = earlier.crbegin(); line != earlier.crend(); ++line)
@@ -52,6 +85,20 @@ int main(int argc, char** argv)
         controller.workspace().setDemoMode(true);
         print(QStringLiteral("Offline tour: the window's sessions answer without Codex."));
     }
-    controller.startOnce();
-    return app.exec();
+
+    // The window starts the bridge on its first showing; without one, the program does.
+    std::unique_ptr<nimbrel::BridgeWindow> window;
+    if (windowed) {
+        nimbrel::BridgeWindow::useIconTheme();
+        window = std::make_unique<nimbrel::BridgeWindow>(controller, defaults);
+        if (!window->mainWindow()) {
+            print(QStringLiteral(
+                "The window could not be opened; run with --headless to use the console."));
+            return 1;
+        }
+        window->mainWindow()->show();
+    } else {
+        controller.startOnce();
+    }
+    return app->exec();
 }

@@ -44,6 +44,9 @@ protected:
         home.makeLink("bin/codex", FakeEngine::executablePath());
         environment = QProcessEnvironment::systemEnvironment();
         environment.insert("HOME", home.path());
+        // The console, not the window: the tests read standard error and type commands.
+        environment.remove("DISPLAY");
+        environment.remove("WAYLAND_DISPLAY");
         environment.insert("PATH", home.filePath("bin") + ":/usr/bin:/bin");
         environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
         environment.insert("XDG_DATA_HOME", home.filePath("data"));

@@ -3,8 +3,9 @@
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
 
+#include <QAbstractItemModelTester>
 #include <QLocale>
-#include <QVariantMap>
+#include <QSignalSpy>
 
 #include <gtest/gtest.h>
 
@@ -13,13 +14,27 @@ using namespace nimbrel::test;
 
 namespace {
 
-QVariantMap cardNamed(const BridgeSetupModel& model, const QString& title)
+QVariant cardValue(BridgeSetupModel& model, const QString& title, const char* role)
 {
-    for (const QVariant& card : model.statusCards())
-        if (card.toMap().value("title") == title)
-            return card.toMap();
+    RecordListModel& cards = *model.statusCards();
+    for (int row = 0; row < cards.rowCount(); ++row)
+        if (cards.value(row, "title") == title)
+            return cards.value(row, role);
     return {};
 }
+
+// Every list of the page checked by Qt's model tester while the test runs.
+struct CheckedModels {
+    explicit CheckedModels(BridgeSetupModel& model)
+    {
+        for (RecordListModel* list :
+             {model.statusCards(), model.setupRows(), model.pairingRows(), model.trustedRows(),
+              model.activityLines(), model.installCommands()})
+            testers.push_back(std::make_unique<QAbstractItemModelTester>(
+                list, QAbstractItemModelTester::FailureReportingMode::Fatal));
+    }
+    std::vector<std::unique_ptr<QAbstractItemModelTester>> testers;
+};
 
 } // namespace
 
@@ -28,16 +43,17 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     BridgeUnderTest bridge(json("{}"));
     BridgeController& controller = bridge.controller();
     BridgeSetupModel model(controller, bridge.defaults);
+    CheckedModels checked(model);
     ASSERT_TRUE(waitFor([&] { return controller.appServerReady(); }));
 
     EXPECT_FALSE(model.showsInstallHelp());
     EXPECT_EQ(model.setupTint(), "green");
-    EXPECT_EQ(cardNamed(model, "CODEX ENGINE").value("value"), "Codex app-server ready");
-    EXPECT_EQ(cardNamed(model, "CODEX ENGINE").value("color"), "green");
-    EXPECT_EQ(cardNamed(model, "LOCAL LINK").value("value"), controller.link().statusText());
-    EXPECT_EQ(cardNamed(model, "PAIRED DEVICES").value("value"), "0 trusted");
-    EXPECT_EQ(model.setupRows().at(2).toMap().value("label"), "Executable");
-    EXPECT_TRUE(model.setupRows().at(2).toMap().value("monospaced").toBool());
+    EXPECT_EQ(cardValue(model, "CODEX ENGINE", "value"), "Codex app-server ready");
+    EXPECT_EQ(cardValue(model, "CODEX ENGINE", "color"), "green");
+    EXPECT_EQ(cardValue(model, "LOCAL LINK", "value"), controller.link().statusText());
+    EXPECT_EQ(cardValue(model, "PAIRED DEVICES", "value"), "0 trusted");
+    EXPECT_EQ(model.setupRows()->value(2, "label"), "Executable");
+    EXPECT_TRUE(model.setupRows()->value(2, "monospaced").toBool());
 
     // A pairing request shows its code; once paired the device is listed, and the section goes.
     EXPECT_FALSE(model.hasPairingRequests());
@@ -46,21 +62,50 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     phone.sendHello();
     phone.send({1, BridgeMessageKind::PairingRequest, {}, {}, {}});
     ASSERT_TRUE(waitFor([&] { return model.hasPairingRequests(); }));
-    const QVariantMap request = model.pairingRows().front().toMap();
-    EXPECT_EQ(request.value("name"), "Ada's Phone");
-    EXPECT_EQ(request.value("code"), pairingCode(*phone.localHello, *phone.bridgeHello));
-    EXPECT_EQ(request.value("line"), "Confirm this code matches the phone or iPad");
-    controller.approvePairing(controller.pairingRequests().front());
+    RecordListModel& requests = *model.pairingRows();
+    EXPECT_EQ(requests.value(0, "name"), "Ada's Phone");
+    EXPECT_EQ(requests.value(0, "code"), pairingCode(*phone.localHello, *phone.bridgeHello));
+    EXPECT_EQ(requests.value(0, "line"), "Confirm this code matches the phone or iPad");
+    model.pair(requests.value(0, "requestID").toString());
     EXPECT_FALSE(model.hasPairingRequests());
-    EXPECT_EQ(cardNamed(model, "PAIRED DEVICES").value("value"), "1 trusted");
-    EXPECT_EQ(model.trustedRows().front().toMap().value("name"), "Ada's Phone");
+    EXPECT_EQ(requests.rowCount(), 0);
+    EXPECT_EQ(cardValue(model, "PAIRED DEVICES", "value"), "1 trusted");
+    ASSERT_TRUE(model.hasTrustedDevices());
+    EXPECT_EQ(model.trustedRows()->value(0, "name"), "Ada's Phone");
 
-    // The newest ten log lines, newest first.
-    for (int i = 0; i < 11; ++i)
+    // The newest ten log lines, newest first; a new line enters as one row at the top and
+    // pushes the oldest out, so the rows that stay keep their delegates.
+    for (int i = 0; i < 10; ++i)
         controller.appendLog(QStringLiteral("line %1").arg(i));
-    ASSERT_EQ(model.activityLines().size(), 10);
-    EXPECT_EQ(model.activityLines().front(), "line 10");
-    EXPECT_EQ(model.activityLines().back(), "line 1");
+    RecordListModel& activity = *model.activityLines();
+    QSignalSpy inserted(&activity, &QAbstractItemModel::rowsInserted);
+    QSignalSpy removed(&activity, &QAbstractItemModel::rowsRemoved);
+    QSignalSpy reset(&activity, &QAbstractItemModel::modelReset);
+    controller.appendLog(QStringLiteral("line 10"));
+    ASSERT_EQ(activity.rowCount(), 10);
+    EXPECT_EQ(activity.value(0, "line"), "line 10");
+    EXPECT_EQ(activity.value(9, "line"), "line 1");
+    EXPECT_EQ(inserted.size(), 1);
+    EXPECT_EQ(inserted.front().at(1), 0);
+    EXPECT_EQ(removed.size(), 1);
+    EXPECT_EQ(reset.size(), 0);
+}
+
+TEST(RecordListModel, MovesChangesAndReplacesRowsByKey)
+{
+    RecordListModel list({"name"});
+    QAbstractItemModelTester tester(&list, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    list.setRecords({{"a", {"A"}}, {"b", {"B"}}, {"c", {"C"}}});
+    QSignalSpy moved(&list, &QAbstractItemModel::rowsMoved);
+    QSignalSpy changed(&list, &QAbstractItemModel::dataChanged);
+    QSignalSpy inserted(&list, &QAbstractItemModel::rowsInserted);
+    list.setRecords({{"c", {"C"}}, {"d", {"D"}}, {"a", {"A2"}}});
+    EXPECT_EQ(list.records(), (QList<ListRecord>{{"c", {"C"}}, {"d", {"D"}}, {"a", {"A2"}}}));
+    EXPECT_EQ(moved.size(), 1);
+    EXPECT_EQ(changed.size(), 1);
+    EXPECT_EQ(inserted.size(), 1);
+    list.setRecords({});
+    EXPECT_EQ(list.rowCount(), 0);
 }
 
 TEST(BridgeSetupModel, InstallHelpAndTheCustomExecutableAction)
@@ -69,11 +114,12 @@ TEST(BridgeSetupModel, InstallHelpAndTheCustomExecutableAction)
     bridge.home.setPath(bridge.home.filePath("nowhere"));
     BridgeController& controller = bridge.controller();
     BridgeSetupModel model(controller, bridge.defaults);
+    CheckedModels checked(model);
     controller.restartCodex();
     ASSERT_TRUE(waitFor(
         [&] { return controller.codexInstallSource() == QStringLiteral("Not installed"); }));
     EXPECT_TRUE(model.showsInstallHelp());
-    EXPECT_EQ(cardNamed(model, "CODEX ENGINE").value("color"), "orange");
+    EXPECT_EQ(cardValue(model, "CODEX ENGINE", "color"), "orange");
 
     // Read when the card is drawn: a removed default shows until the next drawing.
     EXPECT_FALSE(model.usesCustomExecutable());

@@ -1,4 +1,7 @@
+#include "ui/BridgeWindow.h"
+
 #include <QGuiApplication>
+#include <QQuickStyle>
 
 #include <gmock/gmock.h>
 
@@ -10,7 +13,9 @@ int main(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
     QGuiApplication app(argc, argv);
+    nimbrel::BridgeWindow::useIconTheme();
     ::testing::InitGoogleMock(&argc, argv);
     return RUN_ALL_TESTS();
 }

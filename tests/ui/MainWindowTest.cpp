@@ -1,10 +1,13 @@
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
-#include "ui/BridgeSetupModel.h"
-#include "ui/WindowPalette.h"
+#include "support/RunningProgram.h"
+#include "ui/BridgeWindow.h"
 
-#include <QQmlApplicationEngine>
+#include <QGuiApplication>
+#include <QQuickItem>
 #include <QQuickWindow>
+#include <QStyleHints>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -13,56 +16,109 @@ using namespace nimbrel::test;
 
 namespace {
 
-// The real window over a controller, offscreen.
-struct Window {
-    explicit Window(BridgeUnderTest& bridge) : setup(bridge.controller(), bridge.defaults)
+// The real window, shown offscreen over a controller that talks to the fake engine.
+struct ShownWindow {
+    explicit ShownWindow(BridgeUnderTest& bridge)
+        : window(bridge.controller(), bridge.defaults)
     {
-        engine.setInitialProperties({{"controller", QVariant::fromValue<QObject*>(&bridge.controller())},
-                                     {"workspace", QVariant::fromValue<QObject*>(&bridge.workspace())},
-                                     {"setup", QVariant::fromValue<QObject*>(&setup)},
-                                     {"palette_", QVariant::fromValue<QObject*>(&palette)}});
-        engine.load(QUrl(QStringLiteral("qrc:/NimbrelBridge/ui/qml/Main.qml")));
+        if (window.mainWindow()) {
+            window.mainWindow()->show();
+            EXPECT_TRUE(QTest::qWaitForWindowExposed(window.mainWindow()));
+        }
     }
-    QObject* root() const { return engine.rootObjects().value(0); }
-    QObject* find(const char* name) const { return root() ? root()->findChild<QObject*>(name) : nullptr; }
+    QQuickItem* item(const char* name) const
+    {
+        return qobject_cast<QQuickItem*>(window.find(name));
+    }
+    QString text(const char* name) const { return window.find(name)->property("text").toString(); }
+    // A mouse click in the middle of the item, where the user would press it.
+    void click(QQuickItem* target) const
+    {
+        ASSERT_TRUE(target && target->isVisible());
+        QTest::mouseClick(
+            target->window(), Qt::LeftButton, {},
+            target->mapToScene(QPointF(target->width() / 2, target->height() / 2)).toPoint());
+    }
 
-    BridgeSetupModel setup;
-    WindowPalette palette;
-    QQmlApplicationEngine engine;
+    BridgeWindow window;
 };
 
 const char* approvalScenario = R"({"cues": [{"when": "approve", "actions": [
     {"send": {"id": 0, "method": "item/commandExecution/requestApproval", "params": {"threadId": "t", "turnId": "u", "command": "make test"}}},
     {"send": {"id": 1, "method": "item/fileChange/requestApproval", "params": {"threadId": "t", "turnId": "u"}}}]}]})";
 
-} // namespace
-
-TEST(MainWindow, StartsTheBridgeAndDecidesApprovalsInItsSheet)
+bool engineRead(BridgeUnderTest& bridge, const char* message)
 {
-    BridgeUnderTest bridge(json(approvalScenario));
-    Window window(bridge);
-    ASSERT_TRUE(window.root()) << "Main.qml did not load";
-    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
-    QObject* status = window.find("appServerStatus");
-    ASSERT_TRUE(status);
-    EXPECT_EQ(status->property("text").toString(), "Codex app-server ready");
-    QObject* sheet = window.find("approvalSheet");
-    ASSERT_TRUE(sheet);
-    EXPECT_FALSE(sheet->property("visible").toBool());
-
-    bridge.say("approve");
-    ASSERT_TRUE(waitFor([&] { return bridge.controller().queuedApprovals().size() == 1; }));
-    EXPECT_TRUE(sheet->property("visible").toBool());
-    EXPECT_EQ(window.find("approvalTitle")->property("text").toString(), "Run this command?");
-    EXPECT_EQ(sheet->property("closePolicy").toInt(), 0); // Escape and outside clicks leave it open
-    QMetaObject::invokeMethod(window.find("allowOnceButton"), "clicked");
-    ASSERT_TRUE(waitFor([&] {
+    return waitFor([&] {
         const auto received = bridge.engine.received();
         return std::any_of(received.begin(), received.end(),
-                           [](const JSONValue& m) { return m == json(R"({"id":0,"result":{"decision":"accept"}})"); });
-    }));
-    EXPECT_TRUE(sheet->property("visible").toBool());
-    EXPECT_EQ(window.find("approvalTitle")->property("text").toString(), "Apply file changes?");
-    QMetaObject::invokeMethod(window.find("declineButton"), "clicked");
-    EXPECT_FALSE(sheet->property("visible").toBool());
+                           [&](const JSONValue& m) { return m == json(message); });
+    });
+}
+
+} // namespace
+
+TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)
+{
+    BridgeUnderTest bridge(json(approvalScenario));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow()) << "Main.qml did not load";
+    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+    EXPECT_EQ(shown.text("appServerStatus"), "Codex app-server ready");
+    QObject* sheetObject = shown.window.find("approvalSheet");
+    ASSERT_TRUE(sheetObject);
+    EXPECT_FALSE(sheetObject->property("visible").toBool());
+
+    bridge.say("approve");
+    ASSERT_TRUE(waitFor([&] { return sheetObject->property("opened").toBool(); }));
+    EXPECT_EQ(shown.text("approvalTitle"), "Run this command?");
+    EXPECT_EQ(shown.window.find("approvalCommand")->property("text"), "make test");
+
+    // Escape and a click outside leave it open: only its buttons decide.
+    QTest::keyClick(shown.window.mainWindow(), Qt::Key_Escape);
+    QTest::mouseClick(shown.window.mainWindow(), Qt::LeftButton, {}, QPoint(5, 5));
+    QTest::qWait(QGuiApplication::styleHints()->mouseDoubleClickInterval() + 50);
+    EXPECT_TRUE(sheetObject->property("visible").toBool());
+
+    shown.click(shown.item("acceptButton"));
+    ASSERT_TRUE(engineRead(bridge, R"({"id":0,"result":{"decision":"accept"}})"));
+    // The queued approval takes the sheet's place.
+    ASSERT_TRUE(waitFor([&] { return shown.text("approvalTitle") == "Apply file changes?"; }));
+    EXPECT_TRUE(sheetObject->property("visible").toBool());
+    EXPECT_FALSE(shown.item("approvalCommand")->parentItem()->isVisible());
+    shown.click(shown.item("declineButton"));
+    ASSERT_TRUE(engineRead(bridge, R"({"id":1,"result":{"decision":"decline"}})"));
+    EXPECT_TRUE(waitFor([&] { return !sheetObject->property("visible").toBool(); }));
+}
+
+TEST(MainWindow, PairsTheDeviceWhoseCodeItShows)
+{
+    BridgeUnderTest bridge(json("{}"));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    shown.click(shown.item("bridgeSetupPage"));
+    EXPECT_FALSE(shown.item("pairingSection")->isVisible());
+    EXPECT_TRUE(shown.item("noTrustedDevices")->isVisible());
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", bridge.home.filePath("peer-home"));
+    RunningProgram peer(NIMBREL_PEER_PATH,
+                        {"--host", "127.0.0.1", "--port", QString::number(bridge.port()), "--name",
+                         "Ada's Phone", "--state", bridge.home.filePath("peer")},
+                        environment);
+    peer.type("pair");
+    const QString code = peer.captured("Pairing code: (\\d{6})");
+    ASSERT_EQ(code.size(), 6) << peer.err.toStdString();
+    ASSERT_TRUE(waitFor([&] { return shown.item("pairingSection")->isVisible(); }));
+    EXPECT_EQ(shown.text("pairingCode"), code);
+
+    shown.click(shown.item("pairButton"));
+    EXPECT_TRUE(peer.saysOnOutput(R"("kind":"pairingAccepted")")) << peer.err.toStdString();
+    EXPECT_TRUE(waitFor([&] { return !shown.item("pairingSection")->isVisible(); }));
+    EXPECT_FALSE(shown.item("noTrustedDevices")->isVisible());
+    ASSERT_EQ(bridge.controller().trustedPeers().size(), 1u);
+
+    shown.click(shown.item("forgetButton"));
+    EXPECT_TRUE(bridge.controller().trustedPeers().empty());
+    EXPECT_TRUE(waitFor([&] { return shown.item("noTrustedDevices")->isVisible(); }));
 }

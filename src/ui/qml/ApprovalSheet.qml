@@ -1,11 +1,13 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Controls.impl
 import QtQuick.Layouts
 
 // The engine's approval shown on this computer; only its three buttons close it.
 Dialog {
     id: sheet
     required property var controller
+    required property var setup
     required property var palette_
     readonly property var prompt: controller.approval
 
@@ -22,32 +24,69 @@ Dialog {
             text: sheet.prompt.title || ""
             color: sheet.palette_.color("orange")
             font.bold: true
+            font.pointSize: 13
             textFormat: Text.PlainText
-        }
-        Label { text: sheet.prompt.detail || ""; textFormat: Text.PlainText; wrapMode: Text.Wrap; Layout.fillWidth: true }
-        TextArea {
-            objectName: "approvalCommand"
-            visible: (sheet.prompt.command || "") !== ""
-            text: sheet.prompt.command || ""
-            readOnly: true
-            selectByMouse: true
-            textFormat: TextEdit.PlainText
-            font.family: "monospace"
-            wrapMode: TextEdit.Wrap
+            leftPadding: 26
             Layout.fillWidth: true
+            wrapMode: Text.Wrap
+            IconImage {
+                anchors.verticalCenter: parent.verticalCenter
+                name: sheet.setup.symbols.approval
+                color: sheet.palette_.color("orange")
+                sourceSize: Qt.size(18, 18)
+            }
         }
         Label {
+            objectName: "approvalDetail"
+            text: sheet.prompt.detail || ""
+            textFormat: Text.PlainText
+            wrapMode: Text.Wrap
+            Layout.fillWidth: true
+        }
+        Pane {
+            visible: (sheet.prompt.command || "") !== ""
+            Layout.fillWidth: true
+            background: Rectangle { color: sheet.palette_.color("orange"); opacity: 0.12; radius: 6 }
+            SelectableText {
+                objectName: "approvalCommand"
+                width: parent.width
+                text: sheet.prompt.command || ""
+                monospaced: true
+            }
+        }
+        Label {
+            objectName: "approvalCwd"
             visible: (sheet.prompt.cwd || "") !== ""
             text: sheet.prompt.cwd || ""
             textFormat: Text.PlainText
             font.family: "monospace"
             font.pointSize: 9
+            elide: Text.ElideMiddle
+            leftPadding: 20
+            Layout.fillWidth: true
+            IconImage {
+                anchors.verticalCenter: parent.verticalCenter
+                name: sheet.setup.symbols.cwd
+                sourceSize: Qt.size(14, 14)
+            }
         }
-        RowLayout {
+        Row {
             Layout.alignment: Qt.AlignRight
-            Button { objectName: "declineButton"; text: "Decline"; onClicked: sheet.controller.respondToApproval("decline") }
-            Button { objectName: "allowSessionButton"; text: "Allow Similar This Session"; onClicked: sheet.controller.respondToApproval("acceptForSession") }
-            Button { objectName: "allowOnceButton"; text: "Allow Once"; highlighted: true; onClicked: sheet.controller.respondToApproval("accept") }
+            spacing: 8
+            Repeater {
+                model: sheet.setup.approvalButtons
+                Button {
+                    required property string label
+                    required property string decision
+                    required property string tone
+                    objectName: decision + "Button"
+                    text: label
+                    highlighted: tone === "prominent"
+                    palette.buttonText: tone === "destructive" ? sheet.palette_.color("red") : sheet.palette.buttonText
+                    palette.highlight: sheet.palette_.color("green")
+                    onClicked: sheet.controller.respondToApproval(decision)
+                }
+            }
         }
     }
 }

@@ -1,113 +1,148 @@
 import QtQuick
 import QtQuick.Controls
-import QtQuick.Dialogs
+import QtQuick.Controls.impl
 import QtQuick.Layouts
 
 // The Bridge Setup page: head, status cards, the Codex setup card, pairing requests, trusted
-// devices and the newest activity.
-ColumnLayout {
+// devices and the newest activity. Repeated rows stand in columns, one delegate per model row.
+Column {
     id: page
     required property var controller
     required property var setup
     required property var palette_
+    readonly property var texts: setup.texts
+    readonly property var symbols: setup.symbols
+    readonly property real innerWidth: width - 2 * padding
+
+    objectName: "bridgeSetup"
+    padding: 16
     spacing: 16
 
     RowLayout {
-        Layout.margins: 16
-        Label { text: "Nimbrel Bridge"; font.pointSize: 18; font.bold: true }
-        Label { text: "Your Mac is the secure engine. Your iPhone or iPad is the cockpit."; Layout.fillWidth: true; wrapMode: Text.Wrap }
+        width: page.innerWidth
+        spacing: 12
+        Rectangle {
+            implicitWidth: 44
+            implicitHeight: 44
+            radius: 10
+            color: page.palette_.color("accent")
+            IconImage {
+                anchors.centerIn: parent
+                name: page.symbols.terminal
+                sourceSize: Qt.size(28, 28)
+            }
+        }
+        ColumnLayout {
+            Layout.fillWidth: true
+            spacing: 2
+            Label { text: page.texts.title; font.pointSize: 16; font.bold: true }
+            Label { text: page.texts.tagline; wrapMode: Text.Wrap; opacity: 0.8; Layout.fillWidth: true }
+        }
         Switch {
             objectName: "launchAtLogin"
-            text: "Launch at Login"
+            text: page.texts.launchAtLogin
             checked: page.controller.launchAtLogin
-            onToggled: page.controller.launchAtLogin = checked
+            // Written through the controller, which keeps the old value when the change fails.
+            onToggled: {
+                page.controller.launchAtLogin = checked
+                checked = Qt.binding(() => page.controller.launchAtLogin)
+            }
         }
     }
 
     RowLayout {
-        Layout.leftMargin: 16
-        Layout.rightMargin: 16
+        width: page.innerWidth
+        spacing: 10
         Repeater {
             model: page.setup.statusCards
             StatusCard {
-                required property var modelData
-                title: modelData.title
-                value: modelData.value
-                tint: page.palette_.color(modelData.color)
+                Layout.fillWidth: true
+                Layout.preferredWidth: 1
+                palette_: page.palette_
             }
         }
-        Button { objectName: "restartCodex"; text: "Restart Codex"; icon.name: "view-refresh"; onClicked: page.controller.restartCodex() }
+        Button {
+            objectName: "restartCodex"
+            text: page.texts.restartCodex
+            icon.name: page.symbols.refresh
+            onClicked: page.controller.restartCodex()
+        }
     }
 
     CodexSetupCard {
-        Layout.leftMargin: 16
-        Layout.rightMargin: 16
-        Layout.fillWidth: true
+        width: page.innerWidth
         controller: page.controller
         setup: page.setup
         palette_: page.palette_
         showsInstallHelp: page.setup.showsInstallHelp
     }
 
-    ColumnLayout {
+    Column {
         objectName: "pairingSection"
         visible: page.setup.hasPairingRequests
-        Layout.leftMargin: 16
-        Layout.rightMargin: 16
-        Label { text: "PAIRING REQUEST"; font.bold: true }
+        width: page.innerWidth
+        spacing: 8
+        SectionHeading { text: page.texts.pairingHeading; symbol: page.symbols.pairing }
         Repeater {
             model: page.setup.pairingRows
-            Frame {
-                required property var modelData
-                Layout.fillWidth: true
-                RowLayout {
-                    anchors.fill: parent
-                    ColumnLayout {
-                        Label { text: modelData.name; textFormat: Text.PlainText; font.bold: true }
-                        Label { text: modelData.line }
-                    }
-                    Label { objectName: "pairingCode"; text: modelData.code; font.family: "monospace"; font.pointSize: 22 }
-                    Button { text: "Reject"; onClicked: page.setup.reject(modelData.id) }
-                    Button { objectName: "pairButton"; text: "Pair"; highlighted: true; onClicked: page.setup.pair(modelData.id) }
+            PairingRequestRow {
+                width: page.innerWidth
+                texts: page.texts
+                setup: page.setup
+            }
+        }
+    }
+
+    Column {
+        objectName: "trustedSection"
+        width: page.innerWidth
+        spacing: 6
+        SectionHeading { text: page.texts.trustedHeading; symbol: page.symbols.trusted }
+        Label {
+            objectName: "noTrustedDevices"
+            visible: !page.setup.hasTrustedDevices
+            width: parent.width
+            text: page.texts.noTrustedDevices
+            wrapMode: Text.Wrap
+            opacity: 0.8
+        }
+        Repeater {
+            model: page.setup.trustedRows
+            RowLayout {
+                required property string deviceID
+                required property string name
+                required property string paired
+                width: page.innerWidth
+                spacing: 8
+                IconImage { name: page.symbols.device; sourceSize: Qt.size(16, 16) }
+                Label { text: name; textFormat: Text.PlainText; font.bold: true; elide: Text.ElideRight }
+                Label { text: paired; opacity: 0.7; Layout.fillWidth: true; elide: Text.ElideRight }
+                Button {
+                    objectName: "forgetButton"
+                    text: page.texts.forget
+                    palette.buttonText: page.palette_.color("red")
+                    onClicked: page.setup.forget(deviceID)
                 }
             }
         }
     }
 
-    ColumnLayout {
-        Layout.leftMargin: 16
-        Layout.rightMargin: 16
-        Label { text: "TRUSTED DEVICES"; font.bold: true }
-        Label {
-            visible: page.setup.trustedRows.length === 0
-            text: "Open Nimbrel on an iPhone or iPad connected to this Wi-Fi network, choose this Mac, and compare the six-digit code."
-            wrapMode: Text.Wrap
-            Layout.fillWidth: true
-        }
-        Repeater {
-            model: page.setup.trustedRows
-            RowLayout {
-                required property var modelData
-                Label { text: modelData.name; textFormat: Text.PlainText; font.bold: true }
-                Label { text: modelData.paired; opacity: 0.7; Layout.fillWidth: true }
-                Button { text: "Forget"; onClicked: page.setup.forget(modelData.deviceID) }
-            }
-        }
-    }
-
-    ColumnLayout {
-        Layout.margins: 16
-        Label { text: "ACTIVITY"; font.bold: true }
+    Column {
+        objectName: "activitySection"
+        width: page.innerWidth
+        spacing: 2
+        SectionHeading { text: page.texts.activityHeading; symbol: page.symbols.activity; bottomPadding: 4 }
         Repeater {
             model: page.setup.activityLines
             Label {
-                required property string modelData
-                text: modelData
+                required property string line
+                objectName: "activityLine"
+                width: page.innerWidth
+                text: line
                 textFormat: Text.PlainText
                 font.family: "monospace"
                 font.pointSize: 9
                 elide: Text.ElideRight
-                Layout.fillWidth: true
             }
         }
     }

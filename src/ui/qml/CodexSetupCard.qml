@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Controls.impl
 import QtQuick.Dialogs
 import QtQuick.Layouts
 
@@ -10,66 +11,87 @@ Frame {
     required property var setup
     required property var palette_
     required property bool showsInstallHelp
+    readonly property var texts: setup.texts
+    readonly property var symbols: setup.symbols
 
+    objectName: "codexSetupCard"
+    // The custom path is read when the card is drawn, not observed.
     Component.onCompleted: setup.refreshCustomExecutable()
+    onVisibleChanged: if (visible) setup.refreshCustomExecutable()
 
-    ColumnLayout {
-        anchors.fill: parent
+    Column {
+        id: content
+        width: card.availableWidth
+        spacing: 10
+
         RowLayout {
-            Label { text: "CODEX SETUP"; font.bold: true; color: card.palette_.color(card.setup.setupTint) }
+            width: content.width
+            SectionHeading {
+                text: card.texts.setupHeading
+                symbol: card.symbols.checklist
+                color: card.palette_.color(card.setup.setupTint)
+            }
             Item { Layout.fillWidth: true }
-            Button { objectName: "recheck"; text: "Recheck"; icon.name: "view-refresh"; onClicked: card.controller.restartCodex() }
+            Button { objectName: "recheck"; text: card.texts.recheck; icon.name: card.symbols.refresh; onClicked: card.controller.restartCodex() }
         }
+
         Repeater {
             model: card.setup.setupRows
             RowLayout {
-                required property var modelData
-                Label { text: modelData.label; opacity: 0.7; Layout.preferredWidth: 100 }
-                TextEdit {
-                    text: modelData.value
-                    readOnly: true
-                    selectByMouse: true
-                    textFormat: TextEdit.PlainText
-                    font.family: modelData.monospaced ? "monospace" : Qt.application.font.family
-                    color: card.palette.text
-                    Layout.fillWidth: true
-                }
+                required property string label
+                required property string value
+                required property bool monospaced
+                width: content.width
+                Label { text: label; opacity: 0.7; Layout.preferredWidth: 100; Layout.alignment: Qt.AlignTop }
+                SelectableText { text: value; monospaced: monospaced; Layout.fillWidth: true }
             }
         }
-        RowLayout {
+
+        Flow {
+            width: content.width
+            spacing: 10
             Button {
                 objectName: "chooseExecutable"
-                text: "Choose Codex Executable…"
-                icon.name: "folder-open"
+                text: card.texts.chooseExecutable
+                icon.name: card.symbols.folder
                 highlighted: true
                 onClicked: chooser.open()
             }
             Button {
                 objectName: "useAutomaticDetection"
-                text: "Use Automatic Detection"
+                text: card.texts.useAutomaticDetection
                 visible: card.setup.usesCustomExecutable
-                onClicked: { card.controller.clearCustomExecutable(); card.setup.refreshCustomExecutable() }
+                onClicked: {
+                    card.controller.clearCustomExecutable()
+                    card.setup.refreshCustomExecutable()
+                }
             }
-            Label {
-                text: "<a href=\"" + card.setup.setupDocumentationLink + "\">Official Codex setup</a>"
-                onLinkActivated: (link) => Qt.openUrlExternally(link)
+            Button {
+                objectName: "officialSetup"
+                text: card.texts.officialSetup
+                flat: true
+                icon.name: "help-browser"
+                Accessible.description: card.setup.setupDocumentationLink
+                onClicked: Qt.openUrlExternally(card.setup.setupDocumentationLink)
             }
         }
-        ColumnLayout {
+
+        Column {
             objectName: "installHelp"
             visible: card.showsInstallHelp
-            Label { text: "Installing Codex on a clean Mac"; font.bold: true }
-            Label {
-                text: "Nimbrel accepts the official standalone installer, Homebrew cask, or npm package. After installing, run codex once in Terminal and sign in, then choose Recheck."
-                wrapMode: Text.Wrap
-                Layout.fillWidth: true
-            }
+            width: content.width
+            spacing: 8
+            MenuSeparator { width: parent.width }
+            Label { text: card.texts.installHeading; font.bold: true }
+            Label { text: card.texts.installText; wrapMode: Text.Wrap; width: parent.width }
             Repeater {
                 model: card.setup.installCommands
                 RowLayout {
-                    required property var modelData
-                    Label { text: modelData.label; Layout.preferredWidth: 100 }
-                    TextEdit { text: modelData.command; readOnly: true; selectByMouse: true; font.family: "monospace"; color: card.palette.text }
+                    required property string label
+                    required property string command
+                    width: content.width
+                    Label { text: label; Layout.preferredWidth: 100 }
+                    SelectableText { text: command; monospaced: true; Layout.fillWidth: true }
                 }
             }
         }
@@ -77,9 +99,12 @@ Frame {
 
     FileDialog {
         id: chooser
-        title: "Choose the Codex executable"
-        acceptLabel: "Use Codex"
+        title: card.texts.chooserTitle
+        acceptLabel: card.texts.chooserAccept
         fileMode: FileDialog.OpenFile
-        onAccepted: { card.setup.useExecutable(selectedFile); card.setup.refreshCustomExecutable() }
+        onAccepted: {
+            card.setup.useExecutable(selectedFile)
+            card.setup.refreshCustomExecutable()
+        }
     }
 }

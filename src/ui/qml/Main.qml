@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Controls.impl
 import QtQuick.Layouts
 
 // The main window: a top bar, the page picked there, the "Codex" alert and the approval sheet.
@@ -9,15 +10,24 @@ ApplicationWindow {
     required property var workspace
     required property var setup
     required property var palette_
+    readonly property var texts: setup.texts
+    readonly property var symbols: setup.symbols
 
     objectName: "mainWindow"
-    title: "Nimbrel Bridge"
+    title: texts.title
     minimumWidth: 780
     minimumHeight: 620
     width: 900
-    height: 700
+    height: 720
 
-    Component.onCompleted: controller.startOnce()
+    // The bridge starts when its window first shows; startOnce guards later showings.
+    onVisibleChanged: if (visible) controller.startOnce()
+
+    Shortcut {
+        sequences: [StandardKey.Preferences, "Ctrl+,"]
+        context: Qt.ApplicationShortcut
+        onActivated: settingsWindow.open()
+    }
 
     header: ToolBar {
         RowLayout {
@@ -26,22 +36,31 @@ ApplicationWindow {
             anchors.rightMargin: 12
             spacing: 12
             Label {
-                text: "Nimbrel"
+                text: window.texts.appLabel
                 font.bold: true
+                leftPadding: 22
+                IconImage {
+                    anchors.verticalCenter: parent.verticalCenter
+                    name: window.symbols.terminal
+                    sourceSize: Qt.size(16, 16)
+                }
             }
             TabBar {
                 id: pagePicker
                 objectName: "pagePicker"
                 Layout.preferredWidth: 260
-                Accessible.name: "View"
-                TabButton { text: "Sessions"; objectName: "sessionsPage" }
-                TabButton { text: "Bridge Setup"; objectName: "bridgeSetupPage" }
+                Accessible.name: window.texts.pagePicker
+                TabButton { text: window.texts.sessionsPage; objectName: "sessionsPage" }
+                TabButton { text: window.texts.setupPage; objectName: "bridgeSetupPage" }
             }
             Item { Layout.fillWidth: true }
             Rectangle {
                 objectName: "statusDot"
-                width: 10; height: 10; radius: 5
-                color: window.palette_.color(window.controller.appServerReady ? "green" : "orange")
+                implicitWidth: 10
+                implicitHeight: 10
+                radius: 5
+                color: window.palette_.color(window.setup.setupTint)
+                Accessible.ignored: true
             }
             Label {
                 objectName: "appServerStatus"
@@ -52,6 +71,16 @@ ApplicationWindow {
                 elide: Text.ElideRight
                 Layout.maximumWidth: 320
             }
+            ToolButton {
+                objectName: "settingsButton"
+                icon.name: window.symbols.settings
+                text: window.texts.settings
+                display: AbstractButton.IconOnly
+                Accessible.name: window.texts.settings
+                ToolTip.visible: hovered
+                ToolTip.text: text
+                onClicked: settingsWindow.open()
+            }
         }
     }
 
@@ -59,14 +88,17 @@ ApplicationWindow {
         anchors.fill: parent
         currentIndex: pagePicker.currentIndex
         Label {
-            text: "Sessions arrive with the sessions page."
+            objectName: "sessionsPlaceholder"
+            text: window.texts.sessionsPlaceholder
             horizontalAlignment: Text.AlignHCenter
             verticalAlignment: Text.AlignVCenter
+            opacity: 0.6
         }
         ScrollView {
+            id: setupScroll
             contentWidth: availableWidth
             BridgeSetupPage {
-                width: parent.width
+                width: setupScroll.availableWidth
                 controller: window.controller
                 setup: window.setup
                 palette_: window.palette_
@@ -76,19 +108,34 @@ ApplicationWindow {
 
     Dialog {
         objectName: "codexAlert"
-        title: "Codex"
+        title: window.texts.alertTitle
         modal: true
         anchors.centerIn: parent
+        width: Math.min(480, window.width - 40)
         visible: window.workspace.errorMessage !== ""
         standardButtons: Dialog.Ok
-        Label { text: window.workspace.errorMessage; textFormat: Text.PlainText; wrapMode: Text.Wrap }
+        Label {
+            objectName: "codexAlertMessage"
+            width: parent.width
+            text: window.workspace.errorMessage
+            textFormat: Text.PlainText
+            wrapMode: Text.Wrap
+        }
         onClosed: window.workspace.errorMessage = ""
     }
 
     ApprovalSheet {
         controller: window.controller
+        setup: window.setup
         palette_: window.palette_
         anchors.centerIn: parent
         width: Math.min(560, window.width - 40)
+    }
+
+    SettingsWindow {
+        id: settingsWindow
+        controller: window.controller
+        setup: window.setup
+        palette_: window.palette_
     }
 }

@@ -1,0 +1,72 @@
+#include "BridgeWindow.h"
+
+#include "bridge/BridgeController.h"
+
+#include <QIcon>
+#include <QQuickItem>
+#include <QQuickWindow>
+
+namespace nimbrel {
+
+BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults)
+    : m_setup(controller, defaults)
+{
+    m_engine.setInitialProperties(
+        {{"controller", QVariant::fromValue<QObject*>(&controller)},
+         {"workspace", QVariant::fromValue<QObject*>(&controller.workspace())},
+         {"setup", QVariant::fromValue<QObject*>(&m_setup)},
+         {"palette_", QVariant::fromValue<QObject*>(&m_palette)}});
+    m_engine.load(QUrl(QStringLiteral("qrc:/NimbrelBridge/ui/qml/Main.qml")));
+}
+
+QQuickWindow* BridgeWindow::mainWindow() const
+{
+    return qobject_cast<QQuickWindow*>(m_engine.rootObjects().value(0));
+}
+
+QQuickWindow* BridgeWindow::settingsWindow() const
+{
+    QQuickWindow* window = mainWindow();
+    return window ? window->findChild<QQuickWindow*>(QStringLiteral("settingsWindow")) : nullptr;
+}
+
+namespace {
+
+// Delegates of repeaters belong to their parent item, not always to its object: walk the items.
+QQuickItem* findItem(QQuickItem* item, const QString& objectName)
+{
+    if (item->objectName() == objectName)
+        return item;
+    for (QQuickItem* child : item->childItems())
+        if (QQuickItem* found = findItem(child, objectName))
+            return found;
+    return nullptr;
+}
+
+} // namespace
+
+QObject* BridgeWindow::find(const QString& objectName) const
+{
+    for (QQuickWindow* window : {mainWindow(), settingsWindow()}) {
+        if (!window)
+            continue;
+        if (window->objectName() == objectName)
+            return window;
+        if (QObject* found = window->findChild<QObject*>(objectName))
+            return found;
+        if (QQuickItem* found = findItem(window->contentItem(), objectName))
+            return found;
+    }
+    return nullptr;
+}
+
+void BridgeWindow::useIconTheme()
+{
+    // Adwaita holds every symbol the window names, in pixel sizes that need no SVG support.
+    QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
+    const QString theme = QIcon::themeName();
+    if (theme.isEmpty() || theme == QLatin1String("hicolor"))
+        QIcon::setThemeName(QStringLiteral("Adwaita"));
+}
+
+} // namespace nimbrel

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "ui/BridgeSetupModel.h"
+#include "ui/WindowPalette.h"
+
+#include <QQmlApplicationEngine>
+
+class QQuickWindow;
+
+namespace nimbrel {
+
+// The desktop window over a controller: its view models, its palette and the loaded main window,
+// not yet shown. The program, the tests and the screenshot tour open it the same way.
+class BridgeWindow {
+public:
+    BridgeWindow(BridgeController& controller, UserDefaults& defaults);
+
+    // The main window, or null when the window's module could not be loaded.
+    QQuickWindow* mainWindow() const;
+    QQuickWindow* settingsWindow() const;
+    BridgeSetupModel& setup() { return m_setup; }
+    // The first item with this name in either window.
+    QObject* find(const QString& objectName) const;
+
+    // The icon theme of the window's symbols where the desktop names none that holds them.
+    static void useIconTheme();
+
+private:
+    BridgeSetupModel m_setup;
+    WindowPalette m_palette;
+    QQmlApplicationEngine m_engine;
+};
+
+} // namespace nimbrel
