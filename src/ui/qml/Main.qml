@@ -12,6 +12,7 @@ ApplicationWindow {
     required property var palette_
     readonly property var texts: setup.texts
     readonly property var symbols: setup.symbols
+    property alias settingsWindow: settingsWindow
 
     objectName: "mainWindow"
     title: texts.title

@@ -15,6 +15,9 @@ ApplicationWindow {
     width: 660
     height: 520
 
+    // The card is drawn anew each time the window opens.
+    onVisibleChanged: if (visible) setup.refreshCustomExecutable()
+
     function open() {
         show()
         raise()

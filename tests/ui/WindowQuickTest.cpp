@@ -1,0 +1,88 @@
+#include "support/BridgeUnderTest.h"
+#include "ui/BridgeSetupModel.h"
+#include "ui/BridgeWindow.h"
+#include "ui/WindowPalette.h"
+
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QTest>
+#include <QtQuickTest>
+
+#include <memory>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+// What the window's Qt Quick tests are handed: a controller over the fake engine, the page's view
+// model and palette, and the few moves the tests make on them.
+class WindowFixture : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QObject* controller READ controller CONSTANT)
+    Q_PROPERTY(QObject* workspace READ workspace CONSTANT)
+    Q_PROPERTY(QObject* setup READ setup CONSTANT)
+    Q_PROPERTY(QObject* palette READ palette CONSTANT)
+
+public:
+    QObject* controller() { return &m_bridge->controller(); }
+    QObject* workspace() { return &m_bridge->workspace(); }
+    QObject* setup() { return m_setup.get(); }
+    QObject* palette() { return &m_palette; }
+
+    Q_INVOKABLE void log(const QString& line) { m_bridge->controller().appendLog(line); }
+    Q_INVOKABLE void setCustomExecutable(const QString& path)
+    {
+        m_bridge->defaults.setValue(BridgeController::customCodexPathKey, path);
+    }
+    Q_INVOKABLE void removeCustomExecutable()
+    {
+        m_bridge->defaults.remove(BridgeController::customCodexPathKey);
+    }
+    Q_INVOKABLE void approvalFromEngine() { m_bridge->say("approve"); }
+    // Input into the window under test, which is not the test's own window.
+    Q_INVOKABLE void click(QQuickItem* item)
+    {
+        QTest::mouseClick(
+            item->window(), Qt::LeftButton, {},
+            item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
+    }
+    Q_INVOKABLE void key(QQuickItem* item, int key, int modifiers = 0)
+    {
+        QTest::keyClick(item->window(), Qt::Key(key), Qt::KeyboardModifiers(modifiers));
+    }
+
+public slots:
+    void qmlEngineAvailable(QQmlEngine* engine)
+    {
+        m_bridge =
+            std::make_unique<BridgeUnderTest>(json(R"({"cues": [{"when": "approve", "actions": [
+            {"send": {"id": 7, "method": "item/commandExecution/requestApproval",
+                      "params": {"threadId": "t", "turnId": "u", "command": "rm -rf build", "cwd": "/work"}}}]}]})"));
+        m_setup = std::make_unique<BridgeSetupModel>(m_bridge->controller(), m_bridge->defaults);
+        qmlRegisterSingletonInstance("NimbrelBridgeTest", 1, 0, "Fixture", this);
+        (void)engine;
+    }
+    void cleanupTestCase()
+    {
+        m_setup.reset();
+        m_bridge.reset();
+    }
+
+private:
+    std::unique_ptr<BridgeUnderTest> m_bridge;
+    std::unique_ptr<BridgeSetupModel> m_setup;
+    WindowPalette m_palette;
+};
+
+int main(int argc, char** argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    QTEST_SET_MAIN_SOURCE_PATH
+    WindowFixture fixture;
+    return quick_test_main_with_setup(argc, argv, "window", WINDOW_QML_TESTS, &fixture);
+}
+
+#include "WindowQuickTest.moc"

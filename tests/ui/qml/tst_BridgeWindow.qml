@@ -1,0 +1,110 @@
+import QtQuick
+import QtTest
+import NimbrelBridgeTest
+
+// What the window shows and hides by itself, over a controller that runs the fake engine.
+TestCase {
+    id: testCase
+    name: "BridgeWindow"
+    when: windowShown
+
+    property var window
+
+    function named(item, objectName) {
+        if (!item)
+            return null
+        if (item.objectName === objectName)
+            return item
+        const children = item.children || []
+        for (let i = 0; i < children.length; ++i) {
+            const found = named(children[i], objectName)
+            if (found)
+                return found
+        }
+        return null
+    }
+    function find(objectName) {
+        return named(window.contentItem.parent, objectName)
+    }
+
+    function init() {
+        const component = Qt.createComponent("qrc:/NimbrelBridge/ui/qml/Main.qml")
+        compare(component.status, Component.Ready, component.errorString())
+        window = component.createObject(null, {
+            controller: Fixture.controller, workspace: Fixture.workspace,
+            setup: Fixture.setup, palette_: Fixture.palette })
+        window.show()
+        tryVerify(() => Fixture.controller.appServerReady, 20000)
+        Fixture.click(find("bridgeSetupPage"))
+        tryVerify(() => find("bridgeSetup").visible)
+    }
+    function cleanup() {
+        window.destroy()
+        wait(0)
+    }
+
+    function test_installHelpOnlyInSettingsWhileCodexIsReady() {
+        verify(!find("installHelp").visible)
+        Fixture.key(window.contentItem, Qt.Key_Comma, Qt.ControlModifier)
+        const settings = window.settingsWindow
+        tryVerify(() => settings.visible)
+        verify(settings.width >= 620 && settings.height >= 430)
+        verify(named(settings.contentItem, "installHelp").visible)
+        settings.close()
+    }
+
+    function test_pairingSectionAndTrustedDevicesWhenEmpty() {
+        verify(!find("pairingSection").visible)
+        verify(find("noTrustedDevices").visible)
+    }
+
+    function test_automaticDetectionFollowsTheDefaultWhenTheCardIsDrawn() {
+        verify(!find("useAutomaticDetection").visible)
+        verify(find("chooseExecutable").visible)
+        Fixture.setCustomExecutable("/opt/codex/bin/codex")
+        verify(!find("useAutomaticDetection").visible)  // read when drawn, not observed
+        Fixture.click(find("sessionsPage"))
+        Fixture.click(find("bridgeSetupPage"))
+        tryVerify(() => find("useAutomaticDetection").visible)
+        window.settingsWindow.open()
+        const settingsButton = named(window.settingsWindow.contentItem, "useAutomaticDetection")
+        tryVerify(() => settingsButton.visible)
+        Fixture.removeCustomExecutable()
+        window.settingsWindow.close()
+        window.settingsWindow.open()
+        tryVerify(() => !settingsButton.visible)
+        window.settingsWindow.close()
+    }
+
+    function test_activityShowsTheNewestTenLines() {
+        for (let i = 0; i < 12; ++i)
+            Fixture.log("activity " + i)
+        const lines = []
+        const section = find("activitySection")
+        for (let i = 0; i < section.children.length; ++i)
+            if (section.children[i].objectName === "activityLine")
+                lines.push(section.children[i].text)
+        compare(lines.length, 10)
+        compare(lines[0], "activity 11")
+    }
+
+    function test_alertStandsOverEitherPageUntilDismissed() {
+        Fixture.click(find("sessionsPage"))
+        Fixture.workspace.errorMessage = "The engine refused."
+        tryVerify(() => find("codexAlertMessage") && find("codexAlertMessage").visible)
+        compare(find("codexAlertMessage").text, "The engine refused.")
+        // It hangs on the whole window: the page behind it does not matter.
+        verify(!find("bridgeSetup").visible)
+        Fixture.key(window.contentItem, Qt.Key_Escape)
+        tryCompare(Fixture.workspace, "errorMessage", "")
+    }
+
+    function test_approvalSheetShowsTheCommandAndItsFolder() {
+        Fixture.approvalFromEngine()
+        tryVerify(() => find("approvalCommand") && find("approvalCommand").visible, 20000)
+        compare(find("approvalCommand").text, "rm -rf build")
+        compare(find("approvalCwd").text, "/work")
+        Fixture.click(find("acceptButton"))
+        tryVerify(() => !Fixture.controller.hasApproval)
+    }
+}
