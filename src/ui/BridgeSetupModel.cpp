@@ -38,6 +38,8 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
         connect(&m_controller, signal, this, &BridgeSetupModel::refreshCards);
     connect(&m_controller.link(), &PeerLink::statusTextChanged, this,
             &BridgeSetupModel::refreshCards);
+    connect(&m_controller.workspace(), &CodexWorkspace::isDemoModeChanged, this,
+            &BridgeSetupModel::changed);
     connect(&m_controller, &BridgeController::pairingRequestsChanged, this,
             &BridgeSetupModel::refreshPairing);
     connect(&m_controller, &BridgeController::trustedPeersChanged, this,
@@ -68,7 +70,6 @@ QVariantMap BridgeSetupModel::texts()
         {"pagePicker", "View"},
         {"sessionsPage", "Sessions"},
         {"setupPage", "Bridge Setup"},
-        {"sessionsPlaceholder", "Sessions open here."},
         {"alertTitle", "Codex"},
         {"title", "Nimbrel Bridge"},
         {"tagline", "Your Mac is the secure engine. Your iPhone or iPad is the cockpit."},
@@ -157,6 +158,13 @@ void BridgeSetupModel::refreshActivity()
     for (qsizetype i = 0; i < lines.size(); ++i)
         rows.append({QString::number(m_linesLogged - i), {lines.at(i)}});
     m_activityLines.setRecords(rows);
+}
+
+QString BridgeSetupModel::sessionsPlaceholder() const
+{
+    return m_controller.workspace().isDemoMode()
+               ? QStringLiteral("Offline tour: sessions answer here without Codex.")
+               : QStringLiteral("Sessions open here.");
 }
 
 bool BridgeSetupModel::showsInstallHelp() const

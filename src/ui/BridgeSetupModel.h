@@ -20,6 +20,7 @@ class BridgeSetupModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantMap texts READ texts CONSTANT)
     Q_PROPERTY(QVariantMap symbols READ symbols CONSTANT)
+    Q_PROPERTY(QString sessionsPlaceholder READ sessionsPlaceholder NOTIFY changed)
     Q_PROPERTY(nimbrel::RecordListModel* statusCards READ statusCards CONSTANT)
     Q_PROPERTY(bool showsInstallHelp READ showsInstallHelp NOTIFY changed)
     Q_PROPERTY(QString setupTint READ setupTint NOTIFY changed)
@@ -44,6 +45,9 @@ public:
     static QVariantMap texts();
     // The icon-theme name of each symbol the views show, by name.
     static QVariantMap symbols();
+
+    // What the Sessions page says until it lists sessions; the offline tour says it is one.
+    QString sessionsPlaceholder() const;
 
     // Roles title, value, symbol and color.
     RecordListModel* statusCards() { return &m_statusCards; }

@@ -5,6 +5,7 @@
 #include <QIcon>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QStandardPaths>
 
 namespace nimbrel {
 
@@ -64,6 +65,14 @@ void BridgeWindow::useIconTheme()
 {
     // Adwaita holds every symbol the window names, in pixel sizes that need no SVG support.
     QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
+    // Without a desktop's platform theme Qt looks in no system folder: add the shared ones.
+    QStringList paths = QIcon::themeSearchPaths();
+    for (const QString& folder :
+         QStandardPaths::locateAll(QStandardPaths::GenericDataLocation, QStringLiteral("icons"),
+                                   QStandardPaths::LocateDirectory))
+        if (!paths.contains(folder))
+            paths.append(folder);
+    QIcon::setThemeSearchPaths(paths);
     const QString theme = QIcon::themeName();
     if (theme.isEmpty() || theme == QLatin1String("hicolor"))
         QIcon::setThemeName(QStringLiteral("Adwaita"));

@@ -17,5 +17,7 @@ int main(int argc, char** argv)
     QGuiApplication app(argc, argv);
     nimbrel::BridgeWindow::useIconTheme();
     ::testing::InitGoogleMock(&argc, argv);
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return result;
 }

@@ -15,6 +15,7 @@ Dialog {
     modal: true
     closePolicy: Popup.NoAutoClose
     visible: controller.hasApproval
+    padding: 20
 
     ColumnLayout {
         anchors.fill: parent
@@ -81,9 +82,11 @@ Dialog {
                     required property string tone
                     objectName: decision + "Button"
                     text: label
-                    highlighted: tone === "prominent"
-                    palette.buttonText: tone === "destructive" ? sheet.palette_.color("red") : sheet.palette.buttonText
-                    palette.highlight: sheet.palette_.color("green")
+                    readonly property bool prominent: tone === "prominent"
+                    font.bold: prominent
+                    palette.button: prominent ? sheet.palette_.color("green") : sheet.palette.button
+                    palette.buttonText: prominent ? "white"
+                                      : tone === "destructive" ? sheet.palette_.color("red") : sheet.palette.buttonText
                     onClicked: sheet.controller.respondToApproval(decision)
                 }
             }

@@ -90,7 +90,7 @@ ApplicationWindow {
         currentIndex: pagePicker.currentIndex
         Label {
             objectName: "sessionsPlaceholder"
-            text: window.texts.sessionsPlaceholder
+            text: window.setup.sessionsPlaceholder
             horizontalAlignment: Text.AlignHCenter
             verticalAlignment: Text.AlignVCenter
             opacity: 0.6

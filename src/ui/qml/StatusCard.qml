@@ -29,6 +29,7 @@ Frame {
             IconImage {
                 anchors.centerIn: parent
                 name: card.symbol
+                color: "white"
                 sourceSize: Qt.size(16, 16)
             }
         }

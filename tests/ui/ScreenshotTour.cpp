@@ -1,0 +1,167 @@
+// Renders the window offscreen in named states, over the fake engine in a temporary home, and
+// writes one PNG per state. Fails when a state cannot be reached or renders blank.
+#include "support/BridgeUnderTest.h"
+#include "support/EventLoop.h"
+#include "support/PairedPeer.h"
+#include "ui/BridgeWindow.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QGuiApplication>
+#include <QImage>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QSet>
+
+#include <csignal>
+#include <cstdio>
+#include <functional>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+const char* approvalScenario = R"({"cues": [{"when": "approve", "actions": [
+    {"send": {"id": 0, "method": "item/commandExecution/requestApproval", "params": {"threadId": "thr_1",
+     "turnId": "u", "command": "cmake --build build --target install && ctest --test-dir build",
+     "cwd": "/home/ada/src/nimbrel", "reason": "Installs the build into /usr/local."}}}]}]})";
+
+// A blank render has one colour, or nearly: a drawn window has text in it.
+bool looksBlank(const QImage& image)
+{
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 3)
+        for (int x = 0; x < image.width(); x += 3)
+            if (colours.size() < 16)
+                colours.insert(image.pixel(x, y));
+    return colours.size() < 16;
+}
+
+class Tour {
+public:
+    explicit Tour(QString folder)
+        : m_folder(std::move(folder))
+    {
+        QDir().mkpath(m_folder);
+    }
+
+    // Builds a bridge with scenario, lets prepare put it into the state, then shots the window
+    // (or the Settings window) to <name>.png.
+    void state(const QString& name, const char* scenario,
+               const std::function<void(BridgeUnderTest&, BridgeWindow&)>& prepare,
+               bool settings = false)
+    {
+        BridgeUnderTest bridge(json(scenario));
+        BridgeWindow window(bridge.controller(), bridge.defaults);
+        if (!window.mainWindow())
+            return fail(name, "the window did not load");
+        window.mainWindow()->show();
+        QQuickWindow* shown = window.mainWindow();
+        prepare(bridge, window);
+        if (settings) {
+            shown = window.settingsWindow();
+            QMetaObject::invokeMethod(shown, "open");
+        }
+        settle();
+        const QImage image = shown->grabWindow();
+        const QString path = QDir(m_folder).filePath(name + QStringLiteral(".png"));
+        if (image.isNull() || looksBlank(image))
+            return fail(name, "the picture is blank");
+        if (!image.save(path))
+            return fail(name, "the picture could not be written");
+        std::printf("%s\n", qPrintable(path));
+    }
+    int failures() const { return m_failures; }
+
+    static void settle()
+    {
+        waitFor([] { return false; }, 300);
+    }
+    static void showSetupPage(BridgeWindow& window)
+    {
+        window.find(QStringLiteral("pagePicker"))->setProperty("currentIndex", 1);
+    }
+
+private:
+    void fail(const QString& name, const char* why)
+    {
+        std::fprintf(stderr, "%s: %s\n", qPrintable(name), why);
+        ++m_failures;
+    }
+
+    QString m_folder;
+    int m_failures = 0;
+};
+
+bool ready(BridgeUnderTest& bridge)
+{
+    return waitFor([&] { return bridge.controller().appServerReady(); });
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    QGuiApplication app(argc, argv);
+    BridgeWindow::useIconTheme();
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Renders the window in named states to PNG files."));
+    parser.addHelpOption();
+    parser.addPositionalArgument(QStringLiteral("folder"),
+                                 QStringLiteral("Where the PNG files go."));
+    parser.process(app);
+    Tour tour(parser.positionalArguments().value(0, QStringLiteral("screenshots")));
+
+    tour.state("setup-ready", "{}", [](BridgeUnderTest& bridge, BridgeWindow& window) {
+        ready(bridge);
+        Tour::showSetupPage(window);
+    });
+    std::unique_ptr<TestPeer> asking;
+    tour.state("setup-pairing-request", "{}", [&](BridgeUnderTest& bridge, BridgeWindow& window) {
+        ready(bridge);
+        Tour::showSetupPage(window);
+        asking = std::make_unique<TestPeer>(bridge.port(), "Phone", "Ada's iPhone");
+        asking->waitFor(BridgeMessageKind::Hello);
+        asking->sendHello();
+        asking->send({bridgeProtocolVersion, BridgeMessageKind::PairingRequest, {}, {}, {}});
+        waitFor([&] { return !bridge.controller().pairingRequests().empty(); });
+    });
+    asking.reset();
+    std::vector<std::unique_ptr<TestPeer>> paired;
+    tour.state("setup-trusted-devices", "{}", [&](BridgeUnderTest& bridge, BridgeWindow& window) {
+        ready(bridge);
+        Tour::showSetupPage(window);
+        for (const QString name : {"Ada's iPhone", "Studio iPad", "Grace's iPhone"})
+            paired.push_back(pairedPeer(bridge.controller(), bridge.port(), name, name));
+        for (int i = 1; i <= 6; ++i)
+            bridge.controller().appendLog(
+                QStringLiteral("Ada's iPhone called thread/list (%1 ms)").arg(i * 7));
+    });
+    paired.clear();
+    tour.state("setup-codex-not-found", "{}", [](BridgeUnderTest& bridge, BridgeWindow& window) {
+        ready(bridge);
+        bridge.home.setPath(bridge.home.filePath("nowhere"));
+        bridge.controller().restartCodex();
+        waitFor([&] {
+            return bridge.controller().codexInstallSource() == QStringLiteral("Not installed");
+        });
+        Tour::showSetupPage(window);
+    });
+    tour.state("approval-command", approvalScenario, [](BridgeUnderTest& bridge, BridgeWindow&) {
+        ready(bridge);
+        bridge.say("approve");
+        waitFor([&] { return bridge.controller().hasApproval(); });
+    });
+    tour.state(
+        "settings", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) { ready(bridge); }, true);
+    tour.state("offline-tour", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) {
+        bridge.workspace().setDemoMode(true);
+        ready(bridge);
+    });
+    return tour.failures() == 0 ? 0 : 1;
+}
