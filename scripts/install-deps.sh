@@ -8,7 +8,8 @@ packages=(
   qt6-base-dev qt6-websockets-dev qt6-declarative-dev
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-layouts
   qml6-module-qtquick-window qml6-module-qtquick-templates qml6-module-qtqml-workerscript
-  qml6-module-qtquick-dialogs qml6-module-qttest
+  qml6-module-qtquick-dialogs qml6-module-qt-labs-folderlistmodel qml6-module-qttest
+  adwaita-icon-theme fonts-dejavu-core
   libssl-dev libavahi-client-dev
   libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev nlohmann-json3-dev
   nodejs

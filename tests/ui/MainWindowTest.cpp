@@ -85,7 +85,7 @@ TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)
     // The queued approval takes the sheet's place.
     ASSERT_TRUE(waitFor([&] { return shown.text("approvalTitle") == "Apply file changes?"; }));
     EXPECT_TRUE(sheetObject->property("visible").toBool());
-    EXPECT_FALSE(shown.item("approvalCommand")->parentItem()->isVisible());
+    EXPECT_FALSE(shown.item("approvalCommand")->isVisible());
     shown.click(shown.item("declineButton"));
     ASSERT_TRUE(engineRead(bridge, R"({"id":1,"result":{"decision":"decline"}})"));
     EXPECT_TRUE(waitFor([&] { return !sheetObject->property("visible").toBool(); }));

@@ -44,16 +44,16 @@ Dialog {
             wrapMode: Text.Wrap
             Layout.fillWidth: true
         }
-        Pane {
-            visible: (sheet.prompt.command || "") !== ""
+        SelectableText {
+            objectName: "approvalCommand"
+            visible: text !== ""
+            text: sheet.prompt.command || ""
+            monospaced: true
+            padding: 10
             Layout.fillWidth: true
+            // Its width comes from the sheet, not from the wrapped command.
+            Layout.preferredWidth: 1
             background: Rectangle { color: sheet.palette_.color("orange"); opacity: 0.12; radius: 6 }
-            SelectableText {
-                objectName: "approvalCommand"
-                width: parent.width
-                text: sheet.prompt.command || ""
-                monospaced: true
-            }
         }
         Label {
             objectName: "approvalCwd"

@@ -99,6 +99,7 @@ Frame {
 
     FileDialog {
         id: chooser
+        objectName: "executableChooser"
         title: card.texts.chooserTitle
         acceptLabel: card.texts.chooserAccept
         fileMode: FileDialog.OpenFile

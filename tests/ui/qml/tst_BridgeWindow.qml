@@ -15,11 +15,12 @@ TestCase {
             return null
         if (item.objectName === objectName)
             return item
-        const children = item.children || []
-        for (let i = 0; i < children.length; ++i) {
-            const found = named(children[i], objectName)
-            if (found)
-                return found
+        for (const list of [item.children || [], item.resources || []]) {
+            for (let i = 0; i < list.length; ++i) {
+                const found = named(list[i], objectName)
+                if (found)
+                    return found
+            }
         }
         return null
     }
@@ -74,6 +75,17 @@ TestCase {
         window.settingsWindow.open()
         tryVerify(() => !settingsButton.visible)
         window.settingsWindow.close()
+    }
+
+    function test_chooseExecutableOpensTheFileDialog() {
+        Fixture.click(find("chooseExecutable"))
+        const chooser = find("executableChooser")
+        tryVerify(() => chooser.visible)
+        compare(chooser.title, "Choose the Codex executable")
+        compare(chooser.acceptLabel, "Use Codex")
+        compare(chooser.fileMode, 0)  // one existing file
+        chooser.reject()
+        verify(!Fixture.setup.usesCustomExecutable)
     }
 
     function test_activityShowsTheNewestTenLines() {
