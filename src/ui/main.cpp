@@ -96,6 +96,11 @@ int main(int argc, char** argv)
                 "The window could not be opened; run with --headless to use the console."));
             return 1;
         }
+        // For the startup benchmark: one line when the first frame is on screen.
+        if (qEnvironmentVariableIsSet("NIMBREL_REPORT_FIRST_FRAME"))
+            QObject::connect(
+                window->mainWindow(), &QQuickWindow::frameSwapped, app.get(),
+                [print] { print(QStringLiteral("First frame shown")); }, Qt::SingleShotConnection);
         window->mainWindow()->show();
     } else {
         controller.startOnce();
