@@ -7,6 +7,7 @@
 
 #include <QCommandLineParser>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QQuickStyle>
 #include <QQuickWindow>
 
@@ -90,6 +91,10 @@ int main(int argc, char** argv)
     std::unique_ptr<nimbrel::BridgeWindow> window;
     if (windowed) {
         nimbrel::BridgeWindow::useIconTheme();
+        // The application's own icon arrives with installing; until then, the terminal's.
+        QGuiApplication::setWindowIcon(
+            QIcon::fromTheme(QStringLiteral("nimbrel-bridge"),
+                             QIcon::fromTheme(QStringLiteral("utilities-terminal"))));
         window = std::make_unique<nimbrel::BridgeWindow>(controller, defaults);
         if (!window->mainWindow()) {
             print(QStringLiteral(

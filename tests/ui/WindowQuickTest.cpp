@@ -3,6 +3,7 @@
 #include "ui/BridgeWindow.h"
 #include "ui/WindowPalette.h"
 
+#include <QDir>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickStyle>
@@ -38,6 +39,12 @@ public:
     Q_INVOKABLE void removeCustomExecutable()
     {
         m_bridge->defaults.remove(BridgeController::customCodexPathKey);
+    }
+    // A file where the autostart folder belongs: turning Launch at Login on fails.
+    Q_INVOKABLE void blockAutostart()
+    {
+        QDir(m_bridge->home.filePath(".config/autostart")).removeRecursively();
+        m_bridge->home.makeFile(".config/autostart", "", false);
     }
     Q_INVOKABLE void approvalFromEngine() { m_bridge->say("approve"); }
     // Input into the window under test, which is not the test's own window.

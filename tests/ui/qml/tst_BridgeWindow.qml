@@ -88,6 +88,19 @@ TestCase {
         verify(!Fixture.setup.usesCustomExecutable)
     }
 
+    function test_launchAtLoginFallsBackWhenTheChangeFails() {
+        const toggle = find("launchAtLogin")
+        Fixture.click(toggle)
+        tryVerify(() => Fixture.controller.launchAtLogin && toggle.checked)
+        Fixture.click(toggle)
+        tryVerify(() => !Fixture.controller.launchAtLogin && !toggle.checked)
+        Fixture.blockAutostart()
+        Fixture.click(toggle)
+        wait(50)
+        verify(!Fixture.controller.launchAtLogin)
+        verify(!toggle.checked)
+    }
+
     function test_activityShowsTheNewestTenLines() {
         for (let i = 0; i < 12; ++i)
             Fixture.log("activity " + i)
