@@ -48,9 +48,8 @@ int main(int argc, char** argv)
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Makes this computer the engine of Codex work for paired phones and "
-                       "tablets. With a display it "
-                       "opens its window; without one, or with --headless, it takes console "
-                       "commands on standard input."));
+                       "tablets. With a display it opens its window; without one, or with "
+                       "--headless, it takes console commands on standard input."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption demo(
