@@ -11,22 +11,57 @@ namespace nimbrel {
 
 namespace {
 
+// Two printable ASCII characters in a row always have a cluster boundary between them: a window of
+// the text that starts or ends there cuts no cluster, and its boundaries are the text's own.
+bool isPlainASCII(QChar c)
+{
+    return c.unicode() >= 0x20 && c.unicode() < 0x7f;
+}
+
+qsizetype safeEdgeAtOrBefore(const QString& text, qsizetype position)
+{
+    for (qsizetype edge = position; edge > 0 && position - edge < 512; --edge)
+        if (edge == text.size() || (isPlainASCII(text[edge - 1]) && isPlainASCII(text[edge])))
+            return edge;
+    return 0;
+}
+
+qsizetype safeEdgeAtOrAfter(const QString& text, qsizetype position)
+{
+    for (qsizetype edge = std::max<qsizetype>(position, 1);
+         edge < text.size() && edge - position < 512; ++edge)
+        if (isPlainASCII(text[edge - 1]) && isPlainASCII(text[edge]))
+            return edge;
+    return text.size();
+}
+
+// Units of text a first guess reads for limit clusters; doubled while it proves too short.
+qsizetype windowFor(int limit)
+{
+    return 4 * static_cast<qsizetype>(std::max(limit, 0)) + 64;
+}
+
 // Position just behind the first limit clusters, or -1 when the text has no more than limit.
 qsizetype cutPosition(const QString& text, int limit)
 {
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    int clusters = 0;
-    qsizetype position = 0;
-    while (position < text.size()) {
-        const qsizetype next = finder.toNextBoundary();
-        if (next < 0)
-            break;
-        if (clusters == limit)
-            return position;
-        ++clusters;
-        position = next;
+    for (qsizetype span = windowFor(limit);; span *= 2) {
+        const qsizetype end = safeEdgeAtOrAfter(text, std::min(span, text.size()));
+        const QStringView window = QStringView(text).left(end);
+        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, window);
+        int clusters = 0;
+        qsizetype position = 0;
+        while (position < window.size()) {
+            const qsizetype next = finder.toNextBoundary();
+            if (next < 0)
+                break;
+            if (clusters == limit)
+                return position;
+            ++clusters;
+            position = next;
+        }
+        if (end == text.size())
+            return -1;
     }
-    return -1;
 }
 
 } // namespace
@@ -44,6 +79,31 @@ QString firstCharacters(const QString& text, int limit)
 {
     const qsizetype cut = text.size() <= limit ? -1 : cutPosition(text, limit);
     return cut < 0 ? text : text.left(cut);
+}
+
+QString lastCharacters(const QString& text, int limit)
+{
+    if (text.size() <= limit)
+        return text;
+    for (qsizetype span = windowFor(limit);; span *= 2) {
+        const qsizetype start =
+            safeEdgeAtOrBefore(text, std::max<qsizetype>(text.size() - span, 0));
+        const QStringView window = QStringView(text).mid(start);
+        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, window);
+        finder.toEnd();
+        qsizetype position = window.size();
+        for (int clusters = 0; clusters < limit && position > 0; ++clusters)
+            position = finder.toPreviousBoundary();
+        if (position > 0)
+            return text.mid(start + position);
+        if (start == 0)
+            return text;
+    }
+}
+
+bool hasMoreCharactersThan(const QString& text, int limit)
+{
+    return text.size() > limit && cutPosition(text, limit) >= 0;
 }
 
 QString truncatedToCharacters(const QString& text, int limit)
@@ -87,7 +147,8 @@ QString withEscapedControlCharacters(const QString& text)
         else if (unit == u'\t')
             escaped.append(QLatin1String("\\t"));
         else
-            escaped.append(QStringLiteral("\\u") + QString::number(unit, 16).toUpper().rightJustified(4, QLatin1Char('0')));
+            escaped.append(QStringLiteral("\\u") +
+                           QString::number(unit, 16).toUpper().rightJustified(4, QLatin1Char('0')));
     }
     return escaped;
 }
@@ -105,6 +166,9 @@ QString formatLocaleNumber(double value)
     return locale.toString(value, 'f', QLocale::FloatingPointShortest);
 }
 
-QString randomUUIDText() { return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(); }
+QString randomUUIDText()
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+}
 
 } // namespace nimbrel

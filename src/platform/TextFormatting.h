@@ -10,6 +10,14 @@ int characterCount(const QString& text);
 // The first limit user-perceived characters of text (all of it when it is shorter).
 QString firstCharacters(const QString& text, int limit);
 
+// The last limit user-perceived characters of text (all of it when it is shorter).
+QString lastCharacters(const QString& text, int limit);
+
+// Whether text has more than limit user-perceived characters. Like firstCharacters and
+// lastCharacters it reads only about as much of the text as the limit covers, so a megabyte costs
+// no more than a page.
+bool hasMoreCharactersThan(const QString& text, int limit);
+
 // text itself when it has at most limit user-perceived characters; otherwise its first limit
 // characters followed by "…". Clusters such as flags, emoji sequences and combining marks are never
 // split.

@@ -87,13 +87,13 @@ std::optional<QString> draftAnswer(const UserInputQuestion& question,
     return draft.text;
 }
 
+} // namespace
+
 UserInputAnswerDraft draftFor(const UserInputPrompt& prompt, const QString& questionID)
 {
     const auto found = prompt.drafts.find(questionID);
     return found == prompt.drafts.end() ? UserInputAnswerDraft{} : found->second;
 }
-
-} // namespace
 
 std::optional<UserInputRequest> parseUserInputRequest(const QString& id, const JSONValue& params)
 {

@@ -65,6 +65,9 @@ std::optional<UserInputRequest> parseUserInputRequest(const QString& id, const J
 // {"answers": {"<question id>": {"answers": ["<text>"]}}}.
 bool isCompleteResponse(const UserInputRequest& request, const JSONValue& response);
 
+// The draft of a question: the stored one, or the default draft where none is stored.
+UserInputAnswerDraft draftFor(const UserInputPrompt& prompt, const QString& questionID);
+
 // The response to the engine from the drafts of prompt, or nothing while a question lacks an
 // answer.
 std::optional<JSONValue> makeResponse(const UserInputPrompt& prompt);
