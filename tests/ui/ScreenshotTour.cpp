@@ -4,6 +4,7 @@
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
 #include "ui/BridgeWindow.h"
+#include "ui/SessionGallery.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -38,6 +39,56 @@ bool looksBlank(const QImage& image)
     return colours.size() < 16;
 }
 
+bool ready(BridgeUnderTest& bridge)
+{
+    return waitFor([&] { return bridge.controller().appServerReady(); });
+}
+
+const char* catalogueScenario = R"({"methods": {"model/list": {"result": {"data": [
+ {"id":"gpt-5-codex","model":"gpt-5-codex","displayName":"GPT-5 Codex","description":"Optimised for long agentic coding work.",
+  "defaultReasoningEffort":"medium","isDefault":true,
+  "supportedReasoningEfforts":[{"reasoningEffort":"low","description":"Fast answers for small edits"},
+   {"reasoningEffort":"medium","description":"Balanced depth and speed"},{"reasoningEffort":"high","description":"Thorough"},
+   {"reasoningEffort":"xhigh","description":"The deepest thinking, slowest"}]},
+ {"id":"gpt-5-mini","model":"gpt-5-mini","displayName":"GPT-5 Mini","description":"Quick and light."}]}}}})";
+
+TranscriptEntry entry(const char* id, TranscriptKind kind, const char* title, const QString& text,
+                      std::optional<QString> status = {})
+{
+    return {id, kind, title, text, std::move(status), std::nullopt, {}};
+}
+
+// A session with one entry of every kind, a long command log and a reasoning step without text.
+void fillSession(BridgeUnderTest& bridge, bool running, int logLines = 6)
+{
+    QString log;
+    for (int i = 1; i <= logLines; ++i)
+        log += QStringLiteral("[%1] Building CXX object src/CMakeFiles/core.dir/part%1.cpp.o\n")
+                   .arg(i);
+    const std::optional<QString> live =
+        running ? std::optional(QStringLiteral("inProgress")) : std::nullopt;
+    bridge.workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
+        session.transcript = {
+            entry("u1", TranscriptKind::User, "You",
+                  "The build fails on a clean clone. Find out why and fix it."),
+            entry("r1", TranscriptKind::Reasoning, "Thinking", "",
+                  running ? std::optional(QStringLiteral("thinking")) : std::nullopt),
+            entry("c1", TranscriptKind::Command, "cmake --build build", log,
+                  running ? live : std::optional(QStringLiteral("completed"))),
+            entry("f1", TranscriptKind::FileChange, "Edited CMakeLists.txt",
+                  "src/CMakeLists.txt: +2 −1"),
+            entry("a1", TranscriptKind::Assistant, "Codex",
+                  "The generated header was not a dependency of the library. I added it, and a "
+                  "clean build now passes."),
+            entry("s1", TranscriptKind::System, "Plan",
+                  "1. Reproduce\n2. Fix the dependency\n3. Run the tests")};
+        if (running) {
+            session.turnControl.phase = TurnControlState::Phase::Running;
+            session.activityText = QStringLiteral("Running cmake --build build");
+        }
+    });
+}
+
 class Tour {
 public:
     explicit Tour(QString folder)
@@ -63,6 +114,30 @@ public:
             shown = window.settingsWindow();
             QMetaObject::invokeMethod(shown, "open");
         }
+        save(name, shown);
+    }
+
+    // A state of the session's views: prepare fills the session, shots the gallery.
+    void galleryState(const QString& name, const std::function<void(BridgeUnderTest&)>& prepare,
+                      const std::function<void(QQuickWindow*)>& open = {},
+                      const QStringList& questions = {})
+    {
+        BridgeUnderTest bridge(json(catalogueScenario));
+        ready(bridge);
+        waitFor([&] { return !bridge.workspace().availableModels().empty(); });
+        prepare(bridge);
+        SessionGallery gallery(bridge, questions);
+        if (!gallery.window())
+            return fail(name, "the gallery did not load");
+        gallery.window()->show();
+        settle();
+        if (open)
+            open(gallery.window());
+        save(name, gallery.window());
+    }
+
+    void save(const QString& name, QQuickWindow* shown)
+    {
         settle();
         const QImage image = shown->grabWindow();
         const QString path = QDir(m_folder).filePath(name + QStringLiteral(".png"));
@@ -93,11 +168,6 @@ private:
     QString m_folder;
     int m_failures = 0;
 };
-
-bool ready(BridgeUnderTest& bridge)
-{
-    return waitFor([&] { return bridge.controller().appServerReady(); });
-}
 
 } // namespace
 
@@ -163,5 +233,42 @@ int main(int argc, char** argv)
         bridge.workspace().setDemoMode(true);
         ready(bridge);
     });
+    tour.galleryState(
+        "transcript-every-kind",
+        [](BridgeUnderTest& bridge) {
+            fillSession(bridge, false);
+            UserInputRequest request{"q-1", SessionGallery::threadID, "turn-1", {}, true};
+            request.questions.push_back(
+                {"db", "Storage", "Which database should the service use?",
+                 std::vector<UserInputQuestion::Option>{{"Postgres", "A server, for production"},
+                                                        {"SQLite", "One file, for tests"}},
+                 std::nullopt});
+            request.questions.push_back(
+                {"key", "Secret", "Paste the staging API key", std::nullopt, true});
+            bridge.workspace().addUserInputPrompt(request);
+        },
+        {}, {"q-1"});
+    tour.galleryState(
+        "transcript-streaming", [](BridgeUnderTest& bridge) { fillSession(bridge, true, 400); },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "scrollToEnd"); });
+    tour.galleryState(
+        "long-output-settled", [](BridgeUnderTest& bridge) { fillSession(bridge, false, 400); },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "scrollToEnd"); });
+    tour.galleryState("transcript-group-collapsed", [](BridgeUnderTest& bridge) {
+        fillSession(bridge, false);
+        bridge.defaults.setValue(SessionActivityPreference::key, false);
+    });
+    tour.galleryState(
+        "model-menu-open", [](BridgeUnderTest& bridge) { fillSession(bridge, false); },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openModelMenu"); });
+    tour.galleryState(
+        "effort-menu-open", [](BridgeUnderTest& bridge) { fillSession(bridge, false); },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openEffortMenu"); });
+    tour.galleryState(
+        "session-settings-idle", [](BridgeUnderTest& bridge) { fillSession(bridge, false); },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openSettings"); });
+    tour.galleryState(
+        "session-settings-during-turn", [](BridgeUnderTest& bridge) { fillSession(bridge, true); },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openSettings"); });
     return tour.failures() == 0 ? 0 : 1;
 }

@@ -1,0 +1,56 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Controls.impl
+import QtQuick.Layouts
+
+// The model and thinking effort of a session about to be created, and its permissions.
+ColumnLayout {
+    id: controls
+    required property var configuration
+    required property var palette_
+    readonly property var texts: configuration.texts
+    spacing: 8
+
+    Label { text: controls.texts.modelSection; font.bold: true }
+    GridLayout {
+        columns: 2
+        Layout.fillWidth: true
+        Label { text: controls.texts.modelPicker }
+        ComboBox {
+            objectName: "new-session-model"
+            model: controls.configuration.modelRows
+            textRole: "label"
+            valueRole: "id"
+            currentIndex: controls.configuration.modelIndex
+            onActivated: controls.configuration.model = currentValue
+            Layout.fillWidth: true
+        }
+        Label { text: controls.texts.effortPicker }
+        ComboBox {
+            objectName: "new-session-effort"
+            model: controls.configuration.effortRows
+            textRole: "label"
+            valueRole: "id"
+            currentIndex: controls.configuration.effortIndex
+            onActivated: controls.configuration.effort = currentValue
+            Layout.fillWidth: true
+        }
+    }
+    RowLayout {
+        visible: controls.configuration.statusText !== ""
+        BusyIndicator { visible: controls.configuration.statusIsProgress; running: visible; implicitWidth: 18; implicitHeight: 18 }
+        Label { text: controls.configuration.statusText; textFormat: Text.PlainText; wrapMode: Text.Wrap; Layout.fillWidth: true }
+        Button {
+            visible: controls.configuration.statusShowsReload
+            text: controls.texts.reload
+            icon.name: controls.texts.reloadSymbol
+            onClicked: controls.configuration.reloadModels()
+        }
+    }
+    Label { text: controls.texts.permissionsHeading; font.bold: true }
+    RowLayout {
+        IconImage { name: controls.texts.fullAccessSymbol; color: controls.palette_.color("orange"); sourceSize: Qt.size(14, 14) }
+        Label { text: controls.texts.allowFullAccess; color: controls.palette_.color("orange") }
+    }
+    Label { text: controls.texts.fullAccessNote; font.pointSize: 8; opacity: 0.7; wrapMode: Text.Wrap; Layout.fillWidth: true }
+}
