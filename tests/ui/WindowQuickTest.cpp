@@ -1,6 +1,7 @@
 #include "support/BridgeUnderTest.h"
 #include "ui/BridgeSetupModel.h"
 #include "ui/BridgeWindow.h"
+#include "ui/SessionGallery.h"
 #include "ui/WindowPalette.h"
 
 #include <QDir>
@@ -47,6 +48,30 @@ public:
         m_bridge->home.makeFile(".config/autostart", "", false);
     }
     Q_INVOKABLE void approvalFromEngine() { m_bridge->say("approve"); }
+    // The session's views over a session with a long command, a group of steps and a question.
+    Q_INVOKABLE QObject* openGallery()
+    {
+        m_bridge->workspace().changeSession(SessionGallery::threadID, [](CodexSessionState& session) {
+            session.transcript = {{"u1", TranscriptKind::User, "You", "Build it", std::nullopt, std::nullopt, {}},
+                                  {"c1", TranscriptKind::Command, "make", QString(4500, 'x'), QStringLiteral("completed"),
+                                   std::nullopt, {}},
+                                  {"r1", TranscriptKind::Reasoning, "Thinking", "", std::nullopt, std::nullopt, {}}};
+        });
+        UserInputRequest request{"q-9", SessionGallery::threadID, "t", {}, true};
+        request.questions.push_back({"db", "", "Which database?",
+                                     std::vector<UserInputQuestion::Option>{{"Postgres", ""}}, std::nullopt});
+        m_bridge->workspace().addUserInputPrompt(request);
+        m_gallery = std::make_unique<SessionGallery>(*m_bridge, QStringList{"q-9"});
+        m_gallery->window()->show();
+        return m_gallery->window();
+    }
+    Q_INVOKABLE void closeGallery() { m_gallery.reset(); }
+    Q_INVOKABLE void setTurnRunning(bool running)
+    {
+        m_bridge->workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
+            session.turnControl.phase = running ? TurnControlState::Phase::Running : TurnControlState::Phase::Idle;
+        });
+    }
     // Input into the window under test, which is not the test's own window.
     Q_INVOKABLE void click(QQuickItem* item)
     {
@@ -72,6 +97,7 @@ public slots:
     }
     void cleanupTestCase()
     {
+        m_gallery.reset();
         m_setup.reset();
         m_bridge.reset();
     }
@@ -79,6 +105,7 @@ public slots:
 private:
     std::unique_ptr<BridgeUnderTest> m_bridge;
     std::unique_ptr<BridgeSetupModel> m_setup;
+    std::unique_ptr<SessionGallery> m_gallery;
     WindowPalette m_palette;
 };
 

@@ -74,7 +74,7 @@ Frame {
                     }
                 }
                 TextField {
-                    objectName: block.fieldID
+                    objectName: block.isSecret ? block.fieldID : ""
                     visible: block.showsField && block.isSecret
                     echoMode: TextInput.Password
                     placeholderText: block.placeholder
@@ -89,7 +89,7 @@ Frame {
                     Layout.preferredHeight: Math.min(Math.max(area.implicitHeight, 2 * area.font.pixelSize * 1.6), 6 * area.font.pixelSize * 1.6)
                     TextArea {
                         id: area
-                        objectName: block.fieldID
+                        objectName: block.isSecret ? "" : block.fieldID
                         placeholderText: block.placeholder
                         text: block.text
                         wrapMode: TextEdit.Wrap
