@@ -249,6 +249,18 @@ int main(int argc, char** argv)
         },
         {}, {"q-1"});
     tour.galleryState(
+        "question-cards",
+        [](BridgeUnderTest& bridge) {
+            fillSession(bridge, false);
+            UserInputRequest request{"q-2", SessionGallery::threadID, "turn-1", {}, false};
+            request.questions.push_back(
+                {"key", "Secret", "Paste the staging API key", std::nullopt, true});
+            request.questions.push_back(
+                {"why", "", "Anything else Codex should know?", std::nullopt, std::nullopt});
+            bridge.workspace().addUserInputPrompt(request);
+        },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "scrollToEnd"); }, {"q-2"});
+    tour.galleryState(
         "transcript-streaming", [](BridgeUnderTest& bridge) { fillSession(bridge, true, 400); },
         [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "scrollToEnd"); });
     tour.galleryState(

@@ -19,7 +19,7 @@ Frame {
         }
         Repeater {
             model: card.question.questions
-            ColumnLayout {
+            Column {
                 id: block
                 required property string questionID
                 required property string header
@@ -33,14 +33,14 @@ Frame {
                 Layout.fillWidth: true
                 spacing: 4
                 Label { visible: block.header !== ""; text: block.header; textFormat: Text.PlainText; font.pointSize: 8; opacity: 0.7 }
-                Label { text: block.question; textFormat: Text.PlainText; wrapMode: Text.Wrap; Layout.fillWidth: true }
+                Label { text: block.question; textFormat: Text.PlainText; wrapMode: Text.Wrap; width: block.width }
                 Repeater {
                     model: block.rows
                     ItemDelegate {
                         id: choice
                         required property var modelData
                         objectName: modelData.accessibilityID
-                        Layout.fillWidth: true
+                        width: block.width
                         highlighted: modelData.selected
                         Accessible.role: Accessible.RadioButton
                         Accessible.checked: modelData.selected
@@ -80,22 +80,22 @@ Frame {
                     placeholderText: block.placeholder
                     text: block.text
                     onTextEdited: card.question.setText(block.questionID, text)
-                    Layout.fillWidth: true
+                    width: block.width
                 }
-                ScrollView {
+                TextArea {
+                    id: area
+                    objectName: block.isSecret ? "" : block.fieldID
                     visible: block.showsField && !block.isSecret
-                    Layout.fillWidth: true
+                    placeholderText: block.placeholder
+                    text: block.text
+                    wrapMode: TextEdit.Wrap
+                    textFormat: TextEdit.PlainText
+                    onTextChanged: if (activeFocus) card.question.setText(block.questionID, text)
                     // Grows from two to six lines.
-                    Layout.preferredHeight: Math.min(Math.max(area.implicitHeight, 2 * area.font.pixelSize * 1.6), 6 * area.font.pixelSize * 1.6)
-                    TextArea {
-                        id: area
-                        objectName: block.isSecret ? "" : block.fieldID
-                        placeholderText: block.placeholder
-                        text: block.text
-                        wrapMode: TextEdit.Wrap
-                        textFormat: TextEdit.PlainText
-                        onTextChanged: if (activeFocus) card.question.setText(block.questionID, text)
-                    }
+                    width: block.width
+                    height: Math.min(Math.max(lineCount, 2), 6) * lines.height + topPadding + bottomPadding
+                    FontMetrics { id: lines; font: area.font }
+                    background: Rectangle { color: area.palette.base; border.color: area.activeFocus ? area.palette.highlight : area.palette.mid; radius: 2 }
                 }
             }
         }
