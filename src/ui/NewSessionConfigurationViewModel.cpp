@@ -9,14 +9,6 @@ namespace {
 
 const QString useDefault = QStringLiteral("Use Codex Default");
 
-int indexOfKey(const RecordListModel& rows, const QString& key)
-{
-    const auto& records = rows.records();
-    const auto found = std::find_if(records.begin(), records.end(),
-                                    [&](const ListRecord& row) { return row.key == key; });
-    return found == records.end() ? 0 : static_cast<int>(found - records.begin());
-}
-
 } // namespace
 
 NewSessionConfigurationViewModel::NewSessionConfigurationViewModel(CodexWorkspace& workspace,
@@ -71,12 +63,12 @@ void NewSessionConfigurationViewModel::setEffort(const QString& effort)
 
 int NewSessionConfigurationViewModel::modelIndex() const
 {
-    return indexOfKey(m_modelRows, m_model);
+    return std::max(m_modelRows.rowOf(m_model), 0);
 }
 
 int NewSessionConfigurationViewModel::effortIndex() const
 {
-    return indexOfKey(m_effortRows, m_effort);
+    return std::max(m_effortRows.rowOf(m_effort), 0);
 }
 
 QString NewSessionConfigurationViewModel::statusText() const

@@ -32,6 +32,14 @@ QHash<int, QByteArray> RecordListModel::roleNames() const
     return names;
 }
 
+int RecordListModel::rowOf(const QString& key) const
+{
+    for (qsizetype row = 0; row < m_records.size(); ++row)
+        if (m_records.at(row).key == key)
+            return static_cast<int>(row);
+    return -1;
+}
+
 QVariant RecordListModel::value(int row, const QByteArray& role) const
 {
     const qsizetype column = m_roles.indexOf(role);

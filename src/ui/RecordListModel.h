@@ -32,6 +32,8 @@ public:
     // Keys must be unique within the list.
     void setRecords(const QList<ListRecord>& records);
     const QList<ListRecord>& records() const { return m_records; }
+    // The row of a key, or -1.
+    int rowOf(const QString& key) const;
     // The value of the named role in a row, for tests and actions.
     QVariant value(int row, const QByteArray& role) const;
 

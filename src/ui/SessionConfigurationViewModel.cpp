@@ -104,11 +104,7 @@ QString SessionConfigurationViewModel::effortsPlaceholder() const
 
 int SessionConfigurationViewModel::modelPickerIndex() const
 {
-    const QString id = effectiveModelID();
-    const auto& rows = m_modelPickerRows.records();
-    const auto found = std::find_if(rows.begin(), rows.end(),
-                                    [&](const ListRecord& row) { return row.key == id; });
-    return found == rows.end() ? -1 : static_cast<int>(found - rows.begin());
+    return m_modelPickerRows.rowOf(effectiveModelID());
 }
 
 bool SessionConfigurationViewModel::modelNoteIsProgress() const
@@ -136,11 +132,7 @@ QString SessionConfigurationViewModel::modelNote() const
 
 int SessionConfigurationViewModel::effortPickerIndex() const
 {
-    const QString effort = displayedEffort(m_workspace, m_threadID);
-    const auto& rows = m_effortPickerRows.records();
-    const auto found = std::find_if(rows.begin(), rows.end(),
-                                    [&](const ListRecord& row) { return row.key == effort; });
-    return found == rows.end() ? -1 : static_cast<int>(found - rows.begin());
+    return m_effortPickerRows.rowOf(displayedEffort(m_workspace, m_threadID));
 }
 
 QString SessionConfigurationViewModel::effortNote() const

@@ -55,13 +55,11 @@ void TranscriptViewModel::setRange(int first, int count)
 
 void TranscriptViewModel::toggleGroup(const QString& blockID)
 {
-    for (const ListRecord& row : m_rows.records())
-        if (row.key == QStringLiteral("header:") + blockID) {
-            const bool expanded =
-                row.values.at(static_cast<int>(roles.indexOf("expanded"))).toBool();
-            m_groupOverrides[blockID] = !expanded;
-            return refresh();
-        }
+    const int row = m_rows.rowOf(QStringLiteral("header:") + blockID);
+    if (row < 0)
+        return;
+    m_groupOverrides[blockID] = !m_rows.value(row, "expanded").toBool();
+    refresh();
 }
 
 void TranscriptViewModel::toggleFullText(const QString& entryID)
