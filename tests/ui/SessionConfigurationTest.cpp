@@ -49,6 +49,11 @@ TEST_F(SessionConfigurationTest, MenusShowTheSessionsChoiceAndRefuseChangesDurin
     EXPECT_TRUE(menus.effortOptions()->value(1, "selected").toBool());
     EXPECT_EQ(menus.modelNote(), "For agents.");
 
+    // An effort the model does not list shows in the label, with no option marked.
+    workspace.changeSession("s", [](CodexSessionState& s) { s.reasoningEffort = QStringLiteral("turbo-max"); });
+    EXPECT_EQ(menus.effortName(), "Turbo Max");
+    for (int row = 0; row < menus.effortOptions()->rowCount(); ++row)
+        EXPECT_FALSE(menus.effortOptions()->value(row, "selected").toBool());
     menus.chooseEffort("xhigh");
     EXPECT_EQ(menus.effortAccessibleName(), "Thinking depth, Extra High");
     menus.chooseModel("gpt-5-mini");
