@@ -18,7 +18,6 @@ public:
     // The main window, or null when the window's module could not be loaded.
     QQuickWindow* mainWindow() const;
     QQuickWindow* settingsWindow() const;
-    BridgeSetupModel& setup() { return m_setup; }
     // The first item with this name in either window.
     QObject* find(const QString& objectName) const;
 

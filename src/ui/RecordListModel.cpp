@@ -50,7 +50,6 @@ QVariant RecordListModel::value(int row, const QByteArray& role) const
 
 void RecordListModel::setRecords(const QList<ListRecord>& records)
 {
-    const qsizetype countBefore = m_records.size();
     QSet<QString> keys;
     for (const ListRecord& record : records)
         keys.insert(record.key);
@@ -87,8 +86,6 @@ void RecordListModel::setRecords(const QList<ListRecord>& records)
             endInsertRows();
         }
     }
-    if (m_records.size() != countBefore)
-        emit countChanged();
 }
 
 } // namespace nimbrel

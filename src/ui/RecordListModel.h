@@ -19,7 +19,6 @@ struct ListRecord {
 // delegates of rows that stay.
 class RecordListModel : public QAbstractListModel {
     Q_OBJECT
-    Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
 
 public:
     // Role names in the order of each record's values.
@@ -36,9 +35,6 @@ public:
     int rowOf(const QString& key) const;
     // The value of the named role in a row, for tests and actions.
     QVariant value(int row, const QByteArray& role) const;
-
-signals:
-    void countChanged();
 
 private:
     QList<QByteArray> m_roles;

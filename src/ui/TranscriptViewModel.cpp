@@ -46,13 +46,6 @@ QString TranscriptViewModel::activityStripText() const
     return state ? nimbrel::activityStripText(*state) : QString();
 }
 
-void TranscriptViewModel::setRange(int first, int count)
-{
-    m_first = std::max(first, 0);
-    m_count = count;
-    refresh();
-}
-
 void TranscriptViewModel::toggleGroup(const QString& blockID)
 {
     const int row = m_rows.rowOf(QStringLiteral("header:") + blockID);
@@ -101,11 +94,7 @@ void TranscriptViewModel::refresh()
         m_rows.setRecords({});
         return;
     }
-    const std::size_t size = state->transcript.size();
-    const std::size_t first = std::min(static_cast<std::size_t>(m_first), size);
-    const std::size_t count =
-        m_count < 0 ? size - first : std::min(static_cast<std::size_t>(m_count), size - first);
-    const auto entries = std::span(state->transcript).subspan(first, count);
+    const std::span<const TranscriptEntry> entries(state->transcript);
     const TurnControlState::Phase phase = state->turnControl.phase;
 
     QList<ListRecord> rows;

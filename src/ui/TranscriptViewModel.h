@@ -36,9 +36,6 @@ public:
     QString activityStripText() const;
     static QString liveText() { return QStringLiteral("LIVE"); }
 
-    // The entries shown: count entries from first of the session's transcript (all by default).
-    void setRange(int first, int count);
-
     // A group's header pressed, by the id of its block; a card's output button, by its entry.
     Q_INVOKABLE void toggleGroup(const QString& blockID);
     Q_INVOKABLE void toggleFullText(const QString& entryID);
@@ -61,8 +58,6 @@ private:
     CodexWorkspace& m_workspace;
     SessionActivityPreference& m_preference;
     QString m_threadID;
-    int m_first = 0;
-    int m_count = -1;
     RecordListModel m_rows{roles};
     std::map<QString, bool> m_groupOverrides;
     std::set<QString> m_fullTextEntries;

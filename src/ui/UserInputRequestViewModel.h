@@ -14,7 +14,6 @@ struct UserInputPrompt;
 // It reads the prompt from the workspace and writes drafts back; it keeps nothing of its own.
 class UserInputRequestViewModel : public QObject {
     Q_OBJECT
-    Q_PROPERTY(bool exists READ exists NOTIFY changed)
     Q_PROPERTY(QString title READ title NOTIFY changed)
     Q_PROPERTY(QString symbol READ symbol CONSTANT)
     Q_PROPERTY(nimbrel::RecordListModel* questions READ questions CONSTANT)
@@ -34,7 +33,6 @@ public:
     UserInputRequestViewModel(CodexWorkspace& workspace, QString threadID, QString requestID,
                               QObject* parent = nullptr);
 
-    bool exists() const { return prompt() != nullptr; }
     QString title() const;
     static QString symbol() { return QStringLiteral("dialog-question"); }
     RecordListModel* questions() { return &m_questions; }
