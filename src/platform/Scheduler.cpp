@@ -14,9 +14,14 @@ struct SystemScheduler::Clock {
     QElapsedTimer elapsed;
 };
 
-SystemScheduler::SystemScheduler() : m_clock(std::make_shared<Clock>()) { m_clock->elapsed.start(); }
+SystemScheduler::SystemScheduler()
+    : m_clock(std::make_shared<Clock>())
+{
+    m_clock->elapsed.start();
+}
 
-TaskHandle SystemScheduler::schedule(QObject* context, double delaySeconds, std::function<void()> work)
+TaskHandle SystemScheduler::schedule(QObject* context, double delaySeconds,
+                                     std::function<void()> work)
 {
     auto task = std::make_shared<ScheduledTask>();
     const int milliseconds = static_cast<int>(std::ceil(std::max(0.0, delaySeconds) * 1000.0));
@@ -34,8 +39,19 @@ TaskHandle SystemScheduler::schedule(QObject* context, double delaySeconds, std:
     return task;
 }
 
-double SystemScheduler::now() const { return static_cast<double>(m_clock->elapsed.nsecsElapsed()) / 1e9; }
+double SystemScheduler::now() const
+{
+    return static_cast<double>(m_clock->elapsed.nsecsElapsed()) / 1e9;
+}
 
-double secondsSince1970() { return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000; }
+double SystemScheduler::date() const
+{
+    return secondsSince1970();
+}
+
+double secondsSince1970()
+{
+    return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000;
+}
 
 } // namespace nimbrel

@@ -26,10 +26,15 @@ public:
 
     // Runs work on the thread of context once delaySeconds have passed, unless the task was
     // cancelled or context was destroyed first. May be called from any thread.
-    virtual TaskHandle schedule(QObject* context, double delaySeconds, std::function<void()> work) = 0;
+    virtual TaskHandle schedule(QObject* context, double delaySeconds,
+                                std::function<void()> work) = 0;
 
     // Seconds on a monotonic clock.
     virtual double now() const = 0;
+
+    // The date: seconds since 1970, fractions included. What a reading's age or a reset's nearness
+    // is measured against, so that on virtual time dates pass with the clock.
+    virtual double date() const = 0;
 };
 
 // Wall-clock time through Qt timers.
@@ -38,6 +43,7 @@ public:
     SystemScheduler();
     TaskHandle schedule(QObject* context, double delaySeconds, std::function<void()> work) override;
     double now() const override;
+    double date() const override;
 
 private:
     struct Clock;

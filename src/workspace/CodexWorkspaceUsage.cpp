@@ -66,7 +66,7 @@ void CodexWorkspace::handleUsageReply(const WorkspaceResult& outcome, const QUui
         setUsageError(QStringLiteral("Couldn't refresh usage. Check your Mac's Codex sign-in and "
                                      "update Codex and Nimbrel Bridge, then try again."));
     } else if (std::optional<CodexAccountUsage> reading =
-                   parseAccountUsage(outcome.value(), secondsSince1970())) {
+                   parseAccountUsage(outcome.value(), m_scheduler.date())) {
         updateProperty(this, m_accountUsage, std::move(reading),
                        &CodexWorkspace::accountUsageChanged);
     } else {
@@ -116,7 +116,7 @@ void CodexWorkspace::refreshUsageIfDue()
 void CodexWorkspace::handleTokenUsage(const QString& threadID, const JSONValue& params)
 {
     const JSONValue* stamp = params.find("sarvaneUpdatedAt");
-    const double readAt = stamp && stamp->isNumber() ? *stamp->numberValue() : secondsSince1970();
+    const double readAt = stamp && stamp->isNumber() ? *stamp->numberValue() : m_scheduler.date();
     const JSONValue* usage = params.find("tokenUsage");
     if (!m_engineReady || !usage)
         return;

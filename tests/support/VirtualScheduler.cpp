@@ -20,6 +20,12 @@ double VirtualScheduler::now() const
     return m_now;
 }
 
+double VirtualScheduler::date() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_startDate + m_now;
+}
+
 void VirtualScheduler::advance(double seconds)
 {
     std::vector<Entry> due;

@@ -14,6 +14,8 @@ class VirtualScheduler final : public Scheduler {
 public:
     TaskHandle schedule(QObject* context, double delaySeconds, std::function<void()> work) override;
     double now() const override;
+    // The wall clock when the scheduler was made, moved on with the virtual clock.
+    double date() const override;
 
     // Moves the clock forward and posts every task that has come due, in time order.
     void advance(double seconds);
@@ -30,6 +32,7 @@ private:
     };
     mutable std::mutex m_mutex;
     double m_now = 0;
+    const double m_startDate = secondsSince1970();
     std::uint64_t m_nextOrder = 0;
     std::vector<Entry> m_entries;
 };
