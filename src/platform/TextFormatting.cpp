@@ -166,6 +166,12 @@ QString formatLocaleNumber(double value)
     return locale.toString(value, 'f', QLocale::FloatingPointShortest);
 }
 
+QString formatLocalePercent(double value)
+{
+    // Halves go to the even neighbour, as the platform's number formats round.
+    return formatLocaleNumber(std::nearbyint(value) + 0.0) + QLatin1Char('%');
+}
+
 QString randomUUIDText()
 {
     return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();

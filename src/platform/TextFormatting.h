@@ -38,6 +38,9 @@ inline constexpr int loggableCharacters = 120;
 // A number as the user's locale writes it, with no fractional part when it is whole.
 QString formatLocaleNumber(double value);
 
+// A share as the user's locale writes it: rounded to a whole number, then "%".
+QString formatLocalePercent(double value);
+
 // A random UUID in upper-case text form, without braces.
 QString randomUUIDText();
 
