@@ -33,14 +33,17 @@ class BridgeController : public QObject {
     Q_PROPERTY(QString appServerStatus READ appServerStatus NOTIFY appServerStatusChanged)
     Q_PROPERTY(bool appServerReady READ appServerReady NOTIFY appServerReadyChanged)
     Q_PROPERTY(QString codexInstallSource READ codexInstallSource NOTIFY codexInstallSourceChanged)
-    Q_PROPERTY(QString codexExecutablePath READ codexExecutablePath NOTIFY codexExecutablePathChanged)
+    Q_PROPERTY(
+        QString codexExecutablePath READ codexExecutablePath NOTIFY codexExecutablePathChanged)
     Q_PROPERTY(QString codexVersion READ codexVersion NOTIFY codexVersionChanged)
     Q_PROPERTY(QString codexAccountStatus READ codexAccountStatus NOTIFY codexAccountStatusChanged)
     Q_PROPERTY(QVariantList pairingRequests READ pairingRequestList NOTIFY pairingRequestsChanged)
     Q_PROPERTY(QVariantList trustedPeers READ trustedPeerList NOTIFY trustedPeersChanged)
-    Q_PROPERTY(QStringList authorizedPeerNames READ authorizedPeerNames NOTIFY authorizedPeerNamesChanged)
+    Q_PROPERTY(
+        QStringList authorizedPeerNames READ authorizedPeerNames NOTIFY authorizedPeerNamesChanged)
     Q_PROPERTY(QStringList logs READ logs NOTIFY logsChanged)
-    Q_PROPERTY(bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
+    Q_PROPERTY(
+        bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
     // The engine's approval shown on this computer (empty when none), and those waiting behind it.
     Q_PROPERTY(QVariantMap approval READ approvalMap NOTIFY approvalChanged)
     Q_PROPERTY(bool hasApproval READ hasApproval NOTIFY approvalChanged)
@@ -83,12 +86,13 @@ public:
     // The engine methods whose requests are approvals, and the one that asks the user questions.
     static const QStringList& approvalMethods();
     static inline const QString questionMethod = QStringLiteral("item/tool/requestUserInput");
-    static inline const QString questionClosedText =
-        QStringLiteral("This question has already closed, is being answered, or has an incomplete answer.");
+    static inline const QString questionClosedText = QStringLiteral(
+        "This question has already closed, is being answered, or has an incomplete answer.");
 
     AppServerClient& appServer() { return *m_appServer; }
     PeerLink& link() { return *m_link; }
     CodexWorkspace& workspace() { return *m_workspace; }
+    Scheduler& scheduler() { return m_scheduler; }
 
     Q_INVOKABLE void startOnce();
     Q_INVOKABLE void useCustomExecutable(const QString& path);
@@ -98,7 +102,8 @@ public:
     // The user's decision on the shown approval: "accept", "acceptForSession" or "decline".
     Q_INVOKABLE void respondToApproval(const QString& decision);
     // Answers an open question; completion hears whether the answer reached the engine.
-    void answerUserInput(const QString& requestID, const JSONValue& response, CodexWorkspace::AnswerCompletion completion);
+    void answerUserInput(const QString& requestID, const JSONValue& response,
+                         CodexWorkspace::AnswerCompletion completion);
 
     void approvePairing(const PairingRequest& request);
     void rejectPairing(const PairingRequest& request);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ui/BridgeSetupModel.h"
+#include "ui/UsageStatusButtonViewModel.h"
 #include "ui/WindowPalette.h"
 
 #include <QQmlApplicationEngine>
@@ -27,6 +28,7 @@ public:
 private:
     BridgeSetupModel m_setup;
     WindowPalette m_palette;
+    UsageStatusButtonViewModel m_accountUsage;
     QQmlApplicationEngine m_engine;
 };
 

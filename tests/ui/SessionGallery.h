@@ -8,6 +8,7 @@
 #include "ui/SessionActivityPreference.h"
 #include "ui/SessionConfigurationViewModel.h"
 #include "ui/TranscriptViewModel.h"
+#include "ui/UsageStatusButtonViewModel.h"
 #include "ui/UserInputRequestViewModel.h"
 #include "ui/WindowPalette.h"
 
@@ -28,6 +29,7 @@ public:
         , transcript(bridge.workspace(), preference, threadID)
         , configuration(bridge.workspace(), threadID)
         , newSession(bridge.workspace())
+        , usage(bridge.workspace(), bridge.scheduler, QString::fromLatin1(threadID), false)
     {
         QVariantList cards;
         for (const QString& id : questionIDs) {
@@ -41,6 +43,7 @@ public:
              {"questions", cards},
              {"configuration", QVariant::fromValue<QObject*>(&configuration)},
              {"newSession", QVariant::fromValue<QObject*>(&newSession)},
+             {"usage", QVariant::fromValue<QObject*>(&usage)},
              {"palette_", QVariant::fromValue<QObject*>(&palette)}});
         engine.load(QUrl::fromLocalFile(QStringLiteral(GALLERY_QML)));
     }
@@ -53,6 +56,7 @@ public:
     TranscriptViewModel transcript;
     SessionConfigurationViewModel configuration;
     NewSessionConfigurationViewModel newSession;
+    UsageStatusButtonViewModel usage;
     std::vector<std::unique_ptr<UserInputRequestViewModel>> questions;
     WindowPalette palette;
     QQmlApplicationEngine engine;

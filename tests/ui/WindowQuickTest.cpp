@@ -2,6 +2,7 @@
 #include "ui/BridgeSetupModel.h"
 #include "ui/BridgeWindow.h"
 #include "ui/SessionGallery.h"
+#include "ui/UsageStatusButtonViewModel.h"
 #include "ui/WindowPalette.h"
 
 #include <QDir>
@@ -25,12 +26,14 @@ class WindowFixture : public QObject {
     Q_PROPERTY(QObject* workspace READ workspace CONSTANT)
     Q_PROPERTY(QObject* setup READ setup CONSTANT)
     Q_PROPERTY(QObject* palette READ palette CONSTANT)
+    Q_PROPERTY(QObject* accountUsage READ accountUsage CONSTANT)
 
 public:
     QObject* controller() { return &m_bridge->controller(); }
     QObject* workspace() { return &m_bridge->workspace(); }
     QObject* setup() { return m_setup.get(); }
     QObject* palette() { return &m_palette; }
+    QObject* accountUsage() { return m_accountUsage.get(); }
 
     Q_INVOKABLE void log(const QString& line) { m_bridge->controller().appendLog(line); }
     Q_INVOKABLE void setCustomExecutable(const QString& path)
@@ -48,18 +51,31 @@ public:
         m_bridge->home.makeFile(".config/autostart", "", false);
     }
     Q_INVOKABLE void approvalFromEngine() { m_bridge->say("approve"); }
+    // How many requests of method the engine has read.
+    Q_INVOKABLE int received(const QString& method) const
+    {
+        return int(m_bridge->received(method.toUtf8().constData()));
+    }
     // The session's views over a session with a long command, a group of steps and a question.
     Q_INVOKABLE QObject* openGallery()
     {
-        m_bridge->workspace().changeSession(SessionGallery::threadID, [](CodexSessionState& session) {
-            session.transcript = {{"u1", TranscriptKind::User, "You", "Build it", std::nullopt, std::nullopt, {}},
-                                  {"c1", TranscriptKind::Command, "make", QString(4500, 'x'), QStringLiteral("completed"),
-                                   std::nullopt, {}},
-                                  {"r1", TranscriptKind::Reasoning, "Thinking", "", std::nullopt, std::nullopt, {}}};
+        m_bridge->workspace().changeSession(SessionGallery::threadID, [](CodexSessionState&
+                                                                             session) {
+            session.transcript = {
+                {"u1", TranscriptKind::User, "You", "Build it", std::nullopt, std::nullopt, {}},
+                {"c1",
+                 TranscriptKind::Command,
+                 "make",
+                 QString(4500, 'x'),
+                 QStringLiteral("completed"),
+                 std::nullopt,
+                 {}},
+                {"r1", TranscriptKind::Reasoning, "Thinking", "", std::nullopt, std::nullopt, {}}};
         });
         UserInputRequest request{"q-9", SessionGallery::threadID, "t", {}, true};
         request.questions.push_back({"db", "", "Which database?",
-                                     std::vector<UserInputQuestion::Option>{{"Postgres", ""}}, std::nullopt});
+                                     std::vector<UserInputQuestion::Option>{{"Postgres", ""}},
+                                     std::nullopt});
         m_bridge->workspace().addUserInputPrompt(request);
         m_gallery = std::make_unique<SessionGallery>(*m_bridge, QStringList{"q-9"});
         m_gallery->window()->show();
@@ -68,9 +84,11 @@ public:
     Q_INVOKABLE void closeGallery() { m_gallery.reset(); }
     Q_INVOKABLE void setTurnRunning(bool running)
     {
-        m_bridge->workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
-            session.turnControl.phase = running ? TurnControlState::Phase::Running : TurnControlState::Phase::Idle;
-        });
+        m_bridge->workspace().changeSession(
+            SessionGallery::threadID, [&](CodexSessionState& session) {
+                session.turnControl.phase =
+                    running ? TurnControlState::Phase::Running : TurnControlState::Phase::Idle;
+            });
     }
     // Input into the window under test, which is not the test's own window.
     Q_INVOKABLE void click(QQuickItem* item)
@@ -87,17 +105,22 @@ public:
 public slots:
     void qmlEngineAvailable(QQmlEngine* engine)
     {
-        m_bridge =
-            std::make_unique<BridgeUnderTest>(json(R"({"cues": [{"when": "approve", "actions": [
+        m_bridge = std::make_unique<BridgeUnderTest>(json(R"({
+            "methods": {"account/rateLimits/read": {"result": {"rateLimits": {"limitId": "codex",
+                "primary": {"usedPercent": 30, "windowDurationMins": 300}}}}},
+            "cues": [{"when": "approve", "actions": [
             {"send": {"id": 7, "method": "item/commandExecution/requestApproval",
                       "params": {"threadId": "t", "turnId": "u", "command": "rm -rf build", "cwd": "/work"}}}]}]})"));
         m_setup = std::make_unique<BridgeSetupModel>(m_bridge->controller(), m_bridge->defaults);
+        m_accountUsage = std::make_unique<UsageStatusButtonViewModel>(
+            m_bridge->workspace(), m_bridge->scheduler, std::nullopt, false);
         qmlRegisterSingletonInstance("NimbrelBridgeTest", 1, 0, "Fixture", this);
         (void)engine;
     }
     void cleanupTestCase()
     {
         m_gallery.reset();
+        m_accountUsage.reset();
         m_setup.reset();
         m_bridge.reset();
     }
@@ -105,6 +128,7 @@ public slots:
 private:
     std::unique_ptr<BridgeUnderTest> m_bridge;
     std::unique_ptr<BridgeSetupModel> m_setup;
+    std::unique_ptr<UsageStatusButtonViewModel> m_accountUsage;
     std::unique_ptr<SessionGallery> m_gallery;
     WindowPalette m_palette;
 };

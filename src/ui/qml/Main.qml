@@ -10,6 +10,7 @@ ApplicationWindow {
     required property var workspace
     required property var setup
     required property var palette_
+    required property var accountUsage
     readonly property var texts: setup.texts
     readonly property var symbols: setup.symbols
     property alias settingsWindow: settingsWindow
@@ -88,12 +89,23 @@ ApplicationWindow {
     StackLayout {
         anchors.fill: parent
         currentIndex: pagePicker.currentIndex
-        Label {
-            objectName: "sessionsPlaceholder"
-            text: window.setup.sessionsPlaceholder
-            horizontalAlignment: Text.AlignHCenter
-            verticalAlignment: Text.AlignVCenter
-            opacity: 0.6
+        ColumnLayout {
+            spacing: 0
+            UsageStatusButton {
+                view: window.accountUsage
+                palette_: window.palette_
+                Layout.margins: 8
+                Layout.maximumWidth: 320
+            }
+            Label {
+                objectName: "sessionsPlaceholder"
+                text: window.setup.sessionsPlaceholder
+                horizontalAlignment: Text.AlignHCenter
+                verticalAlignment: Text.AlignVCenter
+                opacity: 0.6
+                Layout.fillWidth: true
+                Layout.fillHeight: true
+            }
         }
         ScrollView {
             id: setupScroll

@@ -12,6 +12,7 @@ ApplicationWindow {
     required property var questions
     required property var configuration
     required property var newSession
+    required property var usage
     required property var palette_
 
     objectName: "gallery"
@@ -35,6 +36,7 @@ ApplicationWindow {
                     width: parent.width
                     SessionConfigurationSummary { configuration: gallery.configuration; palette_: gallery.palette_ }
                     Item { Layout.fillWidth: true }
+                    UsageStatusButton { view: gallery.usage; palette_: gallery.palette_; Layout.maximumWidth: 260 }
                     SessionModelMenu { id: modelMenu; configuration: gallery.configuration; palette_: gallery.palette_ }
                     SessionEffortMenu { id: effortMenu; configuration: gallery.configuration; palette_: gallery.palette_ }
                 }
@@ -74,5 +76,6 @@ ApplicationWindow {
     function openModelMenu() { modelMenu.clicked() }
     function openEffortMenu() { effortMenu.clicked() }
     function openSettings() { settingsSheet.open() }
+    function openUsage() { usage.present() }
     function scrollToEnd() { left.contentItem.contentY = Math.max(0, left.contentItem.contentHeight - left.height) }
 }

@@ -33,7 +33,8 @@ TestCase {
         compare(component.status, Component.Ready, component.errorString())
         window = component.createObject(null, {
             controller: Fixture.controller, workspace: Fixture.workspace,
-            setup: Fixture.setup, palette_: Fixture.palette })
+            setup: Fixture.setup, palette_: Fixture.palette,
+            accountUsage: Fixture.accountUsage })
         window.show()
         tryVerify(() => Fixture.controller.appServerReady, 20000)
         Fixture.click(find("bridgeSetupPage"))
@@ -131,5 +132,20 @@ TestCase {
         compare(find("approvalCwd").text, "/work")
         Fixture.click(find("acceptButton"))
         tryVerify(() => !Fixture.controller.hasApproval)
+    }
+
+    function test_usageButtonOpensTheSheetWhoseRefreshAsksTheEngine() {
+        Fixture.click(find("sessionsPage"))
+        const button = find("account-usage-details")
+        tryCompare(find("account-usage-details-status"), "text", "5h 70% left", 20000)
+        Fixture.click(button)
+        tryVerify(() => find("usage-sheet") && find("usage-sheet").visible)
+        const refresh = find("usage-refresh")
+        tryVerify(() => refresh.enabled, 20000)
+        const reads = Fixture.received("account/rateLimits/read")
+        Fixture.click(refresh)
+        tryVerify(() => Fixture.received("account/rateLimits/read") > reads, 20000)
+        Fixture.click(find("usage-done"))
+        tryVerify(() => !find("usage-sheet"))
     }
 }
