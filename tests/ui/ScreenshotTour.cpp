@@ -7,6 +7,7 @@
 #include "ui/SessionGallery.h"
 
 #include <QCommandLineParser>
+#include <QDateTime>
 #include <QDir>
 #include <QGuiApplication>
 #include <QImage>
@@ -51,6 +52,32 @@ const char* catalogueScenario = R"({"methods": {"model/list": {"result": {"data"
    {"reasoningEffort":"medium","description":"Balanced depth and speed"},{"reasoningEffort":"high","description":"Thorough"},
    {"reasoningEffort":"xhigh","description":"The deepest thinking, slowest"}]},
  {"id":"gpt-5-mini","model":"gpt-5-mini","displayName":"GPT-5 Mini","description":"Quick and light."}]}}}})";
+
+// An allowance of 5 hours and a week, the first resetting in 2 hours 14 minutes, with credits.
+std::string usageScenario(int fiveHourUsed, int weekUsed, const char* thenAnswer = nullptr)
+{
+    const qint64 resets = QDateTime::currentSecsSinceEpoch() + 2 * 3600 + 14 * 60 + 30;
+    const std::string reading =
+        R"({"result": {"rateLimits": {"limitId": "codex", "planType": "pro",
+            "primary": {"usedPercent": )" +
+        std::to_string(fiveHourUsed) + R"(, "windowDurationMins": 300, "resetsAt": )" +
+        std::to_string(resets) + R"(}, "secondary": {"usedPercent": )" + std::to_string(weekUsed) +
+        R"(, "windowDurationMins": 10080, "resetsAt": )" + std::to_string(resets + 4 * 86400) +
+        R"(}, "credits": {"hasCredits": true, "balance": "38.20"}},
+            "rateLimitResetCredits": {"availableCount": 2}}})";
+    return R"({"methods": {"account/rateLimits/read": [)" + reading +
+           (thenAnswer ? std::string(", ") + thenAnswer : std::string()) + "]}}";
+}
+
+bool usageRead(BridgeUnderTest& bridge)
+{
+    return ready(bridge) && waitFor([&] { return bridge.workspace().accountUsage().has_value(); });
+}
+
+void openUsage(BridgeWindow& window)
+{
+    QMetaObject::invokeMethod(window.find(QStringLiteral("account-usage-details")), "clicked");
+}
 
 TranscriptEntry entry(const char* id, TranscriptKind kind, const char* title, const QString& text,
                       std::optional<QString> status = {})
@@ -99,11 +126,11 @@ public:
 
     // Builds a bridge with scenario, lets prepare put it into the state, then shots the window
     // (or the Settings window) to <name>.png.
-    void state(const QString& name, const char* scenario,
+    void state(const QString& name, const std::string& scenario,
                const std::function<void(BridgeUnderTest&, BridgeWindow&)>& prepare,
                bool settings = false)
     {
-        BridgeUnderTest bridge(json(scenario));
+        BridgeUnderTest bridge(json(scenario.c_str()));
         BridgeWindow window(bridge.controller(), bridge.defaults);
         if (!window.mainWindow())
             return fail(name, "the window did not load");
@@ -282,5 +309,40 @@ int main(int argc, char** argv)
     tour.galleryState(
         "session-settings-during-turn", [](BridgeUnderTest& bridge) { fillSession(bridge, true); },
         [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openSettings"); });
+    tour.state("usage-sheet", usageScenario(42, 12),
+               [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                   usageRead(bridge);
+                   openUsage(window);
+               });
+    const char* refused = R"({"error": {"code": -32600, "message": "authentication required"}})";
+    tour.state("usage-stale-after-failed-refresh", usageScenario(42, 12, refused),
+               [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                   usageRead(bridge);
+                   bridge.scheduler.advance(150);
+                   openUsage(window);
+                   waitFor([&] { return bridge.workspace().usageError().has_value(); });
+               });
+    tour.state("usage-disconnected", "{}", [](BridgeUnderTest& bridge, BridgeWindow& window) {
+        ready(bridge);
+        bridge.home.setPath(bridge.home.filePath("nowhere"));
+        bridge.controller().restartCodex();
+        waitFor([&] { return !bridge.workspace().engineReady(); });
+        openUsage(window);
+    });
+    for (const auto& [tint, used] : {std::pair{"cyan", 30}, {"orange", 80}, {"red", 95}})
+        tour.state(QStringLiteral("usage-button-") + QLatin1String(tint), usageScenario(used, 12),
+                   [](BridgeUnderTest& bridge, BridgeWindow&) { usageRead(bridge); });
+    tour.galleryState(
+        "usage-session-context",
+        [](BridgeUnderTest& bridge) {
+            fillSession(bridge, false);
+            bridge.workspace().handleNotification(
+                QStringLiteral("thread/tokenUsage/updated"),
+                json(R"({"threadId": "thr_1", "tokenUsage": {"modelContextWindow": 272000,
+                    "total": {"totalTokens": 1843200, "inputTokens": 1790000, "cachedInputTokens": 1520000,
+                              "outputTokens": 53200, "reasoningOutputTokens": 31000},
+                    "last": {"totalTokens": 204000}}})"));
+        },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openUsage"); });
     return tour.failures() == 0 ? 0 : 1;
 }
