@@ -95,4 +95,29 @@ QString formatRelativeDuration(double seconds)
     return {};
 }
 
+QString formatRelativeDate(double date, double now)
+{
+    struct Unit {
+        double seconds;
+        const char* name;
+    };
+    static constexpr std::array<Unit, 7> units{{{365 * 86400.0, "year"},
+                                                {30 * 86400.0, "month"},
+                                                {7 * 86400.0, "week"},
+                                                {86400, "day"},
+                                                {3600, "hour"},
+                                                {60, "minute"},
+                                                {1, "second"}}};
+    const double span = std::isfinite(date - now) ? date - now : 0;
+    const double length = std::floor(std::abs(span));
+    for (const Unit& unit : units) {
+        const double count = std::floor(length / unit.seconds);
+        if (count < 1)
+            continue;
+        const QString text = countOf(count, unit.name);
+        return span < 0 ? text + QStringLiteral(" ago") : QStringLiteral("in ") + text;
+    }
+    return QStringLiteral("now");
+}
+
 } // namespace nimbrel

@@ -15,4 +15,7 @@ QString formatAbbreviatedDateShortTime(double date);
 // A span of time in its two largest units: "2 hours, 14 minutes", "1 day", "45 seconds".
 QString formatRelativeDuration(double seconds);
 
+// A date against now, in its largest unit: "5 minutes ago", "in 2 days", "now".
+QString formatRelativeDate(double date, double now);
+
 } // namespace nimbrel

@@ -1,5 +1,7 @@
 #include "TranscriptViewModel.h"
 
+#include "ui/SessionPresentation.h"
+
 #include "ui/SessionActivityPreference.h"
 #include "workspace/CodexWorkspace.h"
 #include "workspace/SessionParsers.h"
@@ -23,8 +25,8 @@ TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
     , m_threadID(std::move(threadID))
 {
     connect(&m_workspace, &CodexWorkspace::sessionChanged, this, [this](const QString& id) {
-        if (id == m_threadID)
-            refresh();
+        if (id == m_threadID && refresh())
+            emit pageContentChanged();
     });
     // The global control overrules every choice made for a single group.
     connect(&m_preference, &SessionActivityPreference::expandedChanged, this, [this] {
@@ -86,15 +88,27 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
              QString(), QString(), QString()}};
 }
 
-void TranscriptViewModel::refresh()
+void TranscriptViewModel::setPageOffset(qint64 offset)
+{
+    if (offset == m_pageOffset)
+        return;
+    m_pageOffset = offset;
+    refresh();
+}
+
+bool TranscriptViewModel::refresh()
 {
     emit stripChanged();
     const CodexSessionState* state = m_workspace.session(m_threadID);
     if (!state) {
+        const bool changed = !m_rows.records().isEmpty();
         m_rows.setRecords({});
-        return;
+        return changed;
     }
-    const std::span<const TranscriptEntry> entries(state->transcript);
+    const TranscriptPage page =
+        transcriptPage(static_cast<qsizetype>(state->transcript.size()), m_pageOffset);
+    const std::span<const TranscriptEntry> entries =
+        std::span(state->transcript).subspan(page.start, page.end - page.start);
     const TurnControlState::Phase phase = state->turnControl.phase;
 
     QList<ListRecord> rows;
@@ -126,7 +140,9 @@ void TranscriptViewModel::refresh()
     m_outputs = std::move(outputs);
     m_groupOverrides = std::move(overrides);
     std::erase_if(m_fullTextEntries, [&](const QString& id) { return !m_outputs.contains(id); });
+    const bool changed = rows != m_rows.records();
     m_rows.setRecords(rows);
+    return changed;
 }
 
 } // namespace nimbrel

@@ -13,7 +13,8 @@ namespace nimbrel {
 class CodexWorkspace;
 class SessionActivityPreference;
 
-// The transcript of one session as the window lays it out: one row per group header and per card,
+// The visible page of one session's transcript as the window lays it out, pageOffset entries behind
+// the newest: one row per group header and per card,
 // the cards of a collapsed group left out, each card's output already shortened. Rows are keyed by
 // block and entry, so a delta touches only the card it grew. Which groups the user folded and which
 // outputs they unfolded live here, as long as the rows do.
@@ -32,6 +33,8 @@ public:
                         QString threadID, QObject* parent = nullptr);
 
     RecordListModel* rows() { return &m_rows; }
+    qint64 pageOffset() const { return m_pageOffset; }
+    void setPageOffset(qint64 offset);
     bool showsActivityStrip() const;
     QString activityStripText() const;
     static QString liveText() { return QStringLiteral("LIVE"); }
@@ -42,6 +45,8 @@ public:
 
 signals:
     void stripChanged();
+    // The session changed what the page shows (not a fold or unfold of the user's).
+    void pageContentChanged();
 
 private:
     struct CachedOutput {
@@ -51,13 +56,15 @@ private:
         TranscriptOutput output;
     };
 
-    void refresh();
+    // Returns whether the rows changed.
+    bool refresh();
     ListRecord cardRow(const TranscriptEntry& entry, TurnControlState::Phase phase, bool inGroup,
                        std::map<QString, CachedOutput>& outputs);
 
     CodexWorkspace& m_workspace;
     SessionActivityPreference& m_preference;
     QString m_threadID;
+    qint64 m_pageOffset = 0;
     RecordListModel m_rows{roles};
     std::map<QString, bool> m_groupOverrides;
     std::set<QString> m_fullTextEntries;

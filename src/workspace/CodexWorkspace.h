@@ -99,6 +99,8 @@ public:
     Q_INVOKABLE void refreshThreads();
     void handleThreadList(const AppServerClient::RequestResult& outcome);
     void reconcileOpenTabs();
+    // Keeps a thread found by threadForID even once the list no longer holds it.
+    void rememberThread(const CodexThread& thread);
     Q_INVOKABLE void openThread(const QString& id);
     Q_INVOKABLE void selectThread(const QString& id);
     Q_INVOKABLE void closeTab(const QString& id);

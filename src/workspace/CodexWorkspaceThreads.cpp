@@ -103,6 +103,11 @@ void CodexWorkspace::ensureSession(const QString& id)
         changeSession(id, [](CodexSessionState&) {});
 }
 
+void CodexWorkspace::rememberThread(const CodexThread& thread)
+{
+    m_threadCache[thread.id] = thread;
+}
+
 void CodexWorkspace::openThread(const QString& id)
 {
     if (!m_openThreadIDs.contains(id))

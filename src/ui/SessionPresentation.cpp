@@ -1,0 +1,58 @@
+#include "SessionPresentation.h"
+
+#include <QDir>
+
+#include <algorithm>
+
+namespace nimbrel {
+
+TranscriptPage transcriptPage(qsizetype count, qint64 pageOffset)
+{
+    const qint64 offset = std::max<qint64>(pageOffset, 0);
+    const qsizetype end = static_cast<qsizetype>(std::max<qint64>(count - offset, 0));
+    return {std::max<qsizetype>(end - transcriptPageSize, 0), end};
+}
+
+bool showsEarlierOutput(qsizetype count, qint64 pageOffset, bool canLoadEarlier)
+{
+    return std::max<qint64>(pageOffset, 0) + transcriptPageSize < count || canLoadEarlier;
+}
+
+QString threadDotTint(const CodexThread& thread, TurnControlState::Phase phase)
+{
+    if (phase != TurnControlState::Phase::Idle || thread.status == QLatin1String("active"))
+        return QStringLiteral("green");
+    if (thread.status == QLatin1String("systemError"))
+        return QStringLiteral("red");
+    return QStringLiteral("mutedCyan");
+}
+
+QString tabDotTint(const CodexSessionState& session)
+{
+    if (!session.userInputPrompts.empty())
+        return QStringLiteral("orange");
+    if (session.turnControl.phase != TurnControlState::Phase::Idle)
+        return QStringLiteral("green");
+    return QStringLiteral("mutedCyan");
+}
+
+QString threadFolderText(const QString& cwd)
+{
+    return cwd.isEmpty() ? QStringLiteral("Mac home folder") : cwd;
+}
+
+QString headerFolderText(const QString& cwd)
+{
+    return cwd.isEmpty() ? QDir::homePath() : cwd;
+}
+
+bool composerCanSend(const CodexSessionState& session)
+{
+    if (session.draft.trimmed().isEmpty())
+        return false;
+    const TurnControlState& turn = session.turnControl;
+    return turn.phase == TurnControlState::Phase::Idle ||
+           (turn.phase == TurnControlState::Phase::Running && turn.turnID.has_value());
+}
+
+} // namespace nimbrel
