@@ -160,13 +160,6 @@ void BridgeSetupModel::refreshActivity()
     m_activityLines.setRecords(rows);
 }
 
-QString BridgeSetupModel::sessionsPlaceholder() const
-{
-    return m_controller.workspace().isDemoMode()
-               ? QStringLiteral("Offline tour: sessions answer here without Codex.")
-               : QStringLiteral("Sessions open here.");
-}
-
 bool BridgeSetupModel::showsInstallHelp() const
 {
     return !m_controller.appServerReady();

@@ -20,7 +20,6 @@ class BridgeSetupModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantMap texts READ texts CONSTANT)
     Q_PROPERTY(QVariantMap symbols READ symbols CONSTANT)
-    Q_PROPERTY(QString sessionsPlaceholder READ sessionsPlaceholder NOTIFY changed)
     Q_PROPERTY(nimbrel::RecordListModel* statusCards READ statusCards CONSTANT)
     Q_PROPERTY(bool showsInstallHelp READ showsInstallHelp NOTIFY changed)
     Q_PROPERTY(QString setupTint READ setupTint NOTIFY changed)
@@ -47,7 +46,6 @@ public:
     static QVariantMap symbols();
 
     // What the Sessions page says until it lists sessions; the offline tour says it is one.
-    QString sessionsPlaceholder() const;
 
     // Roles title, value, symbol and color.
     RecordListModel* statusCards() { return &m_statusCards; }

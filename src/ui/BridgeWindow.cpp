@@ -11,14 +11,14 @@ namespace nimbrel {
 
 BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults)
     : m_setup(controller, defaults)
-    , m_accountUsage(controller.workspace(), controller.scheduler(), std::nullopt, false)
+    , m_sessions(controller.workspace(), controller.scheduler(), defaults)
 {
     m_engine.setInitialProperties(
         {{"controller", QVariant::fromValue<QObject*>(&controller)},
          {"workspace", QVariant::fromValue<QObject*>(&controller.workspace())},
          {"setup", QVariant::fromValue<QObject*>(&m_setup)},
          {"palette_", QVariant::fromValue<QObject*>(&m_palette)},
-         {"accountUsage", QVariant::fromValue<QObject*>(&m_accountUsage)}});
+         {"sessions", QVariant::fromValue<QObject*>(&m_sessions)}});
     m_engine.load(QUrl(QStringLiteral("qrc:/NimbrelBridge/ui/qml/Main.qml")));
 }
 

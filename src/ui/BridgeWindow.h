@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ui/BridgeSetupModel.h"
-#include "ui/UsageStatusButtonViewModel.h"
+#include "ui/BridgeWorkspaceViewModel.h"
 #include "ui/WindowPalette.h"
 
 #include <QQmlApplicationEngine>
@@ -19,6 +19,7 @@ public:
     // The main window, or null when the window's module could not be loaded.
     QQuickWindow* mainWindow() const;
     QQuickWindow* settingsWindow() const;
+    BridgeWorkspaceViewModel& sessions() { return m_sessions; }
     // The first item with this name in either window.
     QObject* find(const QString& objectName) const;
 
@@ -28,7 +29,7 @@ public:
 private:
     BridgeSetupModel m_setup;
     WindowPalette m_palette;
-    UsageStatusButtonViewModel m_accountUsage;
+    BridgeWorkspaceViewModel m_sessions;
     QQmlApplicationEngine m_engine;
 };
 

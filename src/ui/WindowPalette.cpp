@@ -10,6 +10,7 @@ QColor WindowPalette::color(const QString& name) const
         {QStringLiteral("green"), QColor(0x34, 0xa8, 0x53)},
         {QStringLiteral("orange"), QColor(0xf2, 0x8c, 0x28)},
         {QStringLiteral("cyan"), QColor(0x1f, 0xa9, 0xc6)},
+        {QStringLiteral("mutedCyan"), QColor(0x1f, 0xa9, 0xc6, 0x8c)},
         {QStringLiteral("purple"), QColor(0x9b, 0x59, 0xd0)},
         {QStringLiteral("indigo"), QColor(0x5c, 0x6b, 0xc0)},
         {QStringLiteral("yellow"), QColor(0xd4, 0xa0, 0x17)},

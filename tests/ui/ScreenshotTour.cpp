@@ -79,6 +79,52 @@ void openUsage(BridgeWindow& window)
     QMetaObject::invokeMethod(window.find(QStringLiteral("account-usage-details")), "clicked");
 }
 
+// Six listed sessions of various ages, folders and states, with history for three of them.
+std::string sessionsScenario()
+{
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    auto thread = [&](const char* id, const char* preview, const char* cwd, const char* source,
+                      const char* status, qint64 age) {
+        return std::string(R"({"id": ")") + id + R"(", "preview": ")" + preview + R"(", "cwd": ")" +
+               cwd + R"(", "source": ")" + source + R"(", "status": {"type": ")" + status +
+               R"("}, "updatedAt": )" + std::to_string(now - age) + "}";
+    };
+    return R"({"history": {"thr_1": {"items": 45}, "thr_2": {"items": 6}, "thr_3": {"items": 3}},
+        "methods": {"thread/list": {"result": {"data": [)" +
+           thread("thr_1", "The build fails on a clean clone. Find out why and fix it.",
+                  "/home/ada/src/nimbrel", "cli", "active", 40) +
+           ", " +
+           thread("thr_2", "Add a --json flag to the export command", "/home/ada/src/ledger",
+                  "vscode", "idle", 3 * 3600) +
+           ", " +
+           thread("thr_3", "Why is the nightly backup slow?", "", "appServer", "idle", 26 * 3600) +
+           ", " +
+           thread("thr_4", "Port the settings page to the new form layout",
+                  "/home/ada/src/ledger/web", "cli", "systemError", 4 * 86400) +
+           ", " +
+           thread("thr_5", "Write release notes for 2.4", "/home/ada/src/nimbrel", "exec", "idle",
+                  9 * 86400) +
+           ", " +
+           thread("thr_6", "Bump the OpenSSL pin and rebuild the containers", "/srv/infra", "cli",
+                  "notLoaded", 40 * 86400) +
+           R"(]}}}})";
+}
+
+bool sessionLoaded(BridgeUnderTest& bridge, const char* id)
+{
+    return waitFor([&] { return bridge.workspace().sessionState(id).hasLoadedTranscript; });
+}
+
+// The Sessions page with three tabs, the first listed session selected.
+void openThreeTabs(BridgeUnderTest& bridge)
+{
+    ready(bridge);
+    waitFor([&] { return bridge.workspace().threads().size() == 6; });
+    for (const char* id : {"thr_2", "thr_3", "thr_1"})
+        bridge.workspace().openThread(id);
+    sessionLoaded(bridge, "thr_1");
+}
+
 TranscriptEntry entry(const char* id, TranscriptKind kind, const char* title, const QString& text,
                       std::optional<QString> status = {})
 {
@@ -332,6 +378,77 @@ int main(int argc, char** argv)
     for (const auto& [tint, used] : {std::pair{"cyan", 30}, {"orange", 80}, {"red", 95}})
         tour.state(QStringLiteral("usage-button-") + QLatin1String(tint), usageScenario(used, 12),
                    [](BridgeUnderTest& bridge, BridgeWindow&) { usageRead(bridge); });
+    tour.state("sessions-mid-turn", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow&) {
+        openThreeTabs(bridge);
+        fillSession(bridge, true, 30);
+    });
+    tour.state("sessions-empty", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow&) {
+        ready(bridge);
+        waitFor([&] { return bridge.workspace().threads().size() == 6; });
+    });
+    tour.state("sessions-new-session", sessionsScenario(),
+               [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                   ready(bridge);
+                   window.sessions().showNewSession();
+               });
+    tour.state("session-loading", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow&) {
+        openThreeTabs(bridge);
+        bridge.workspace().changeSession("thr_1", [](CodexSessionState& session) {
+            session.transcript.clear();
+            session.isLoadingTranscript = true;
+        });
+    });
+    tour.state("session-unavailable", sessionsScenario(),
+               [](BridgeUnderTest& bridge, BridgeWindow&) {
+                   openThreeTabs(bridge);
+                   bridge.workspace().changeSession("thr_1", [](CodexSessionState& session) {
+                       session.transcript.clear();
+                       session.transcriptLoadError =
+                           QStringLiteral("Codex took too long to return this session.");
+                   });
+               });
+    tour.state("session-ready-for-task", sessionsScenario(),
+               [](BridgeUnderTest& bridge, BridgeWindow&) {
+                   openThreeTabs(bridge);
+                   bridge.workspace().changeSession(
+                       "thr_1", [](CodexSessionState& session) { session.transcript.clear(); });
+               });
+    tour.state("session-older-page", sessionsScenario(),
+               [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                   openThreeTabs(bridge);
+                   window.sessions().sessionView()->showEarlier();
+               });
+    tour.state("session-follow-live", sessionsScenario(),
+               [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                   openThreeTabs(bridge);
+                   fillSession(bridge, true, 60);
+                   Tour::settle();
+                   window.sessions().sessionView()->userMoved(-200);
+               });
+    tour.state(
+        "session-question", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow& window) {
+            openThreeTabs(bridge);
+            window.sessions().sessionView()->showEarlier();
+            UserInputRequest request{"q-1", SessionGallery::threadID, "turn-1", {}, false};
+            request.questions.push_back(
+                {"db", "Storage", "Which database should the service use?",
+                 std::vector<UserInputQuestion::Option>{{"Postgres", "A server, for production"},
+                                                        {"SQLite", "One file, for tests"}},
+                 std::nullopt});
+            bridge.workspace().addUserInputPrompt(request);
+        });
+    tour.state("offline-tour-after-message", sessionsScenario(),
+               [](BridgeUnderTest& bridge, BridgeWindow&) {
+                   openThreeTabs(bridge);
+                   bridge.workspace().setDemoMode(true);
+                   bridge.workspace().send(QStringLiteral("Show me around"), "thr_3");
+                   bridge.workspace().selectThread("thr_3");
+                   bridge.scheduler.advance(CodexWorkspace::demoReplyDelaySeconds);
+                   waitFor([&] {
+                       return bridge.workspace().sessionState("thr_3").turnControl.phase ==
+                              TurnControlState::Phase::Idle;
+                   });
+               });
     tour.galleryState(
         "usage-session-context",
         [](BridgeUnderTest& bridge) {

@@ -1,8 +1,8 @@
 #include "support/BridgeUnderTest.h"
 #include "ui/BridgeSetupModel.h"
 #include "ui/BridgeWindow.h"
+#include "ui/BridgeWorkspaceViewModel.h"
 #include "ui/SessionGallery.h"
-#include "ui/UsageStatusButtonViewModel.h"
 #include "ui/WindowPalette.h"
 
 #include <QDir>
@@ -26,14 +26,14 @@ class WindowFixture : public QObject {
     Q_PROPERTY(QObject* workspace READ workspace CONSTANT)
     Q_PROPERTY(QObject* setup READ setup CONSTANT)
     Q_PROPERTY(QObject* palette READ palette CONSTANT)
-    Q_PROPERTY(QObject* accountUsage READ accountUsage CONSTANT)
+    Q_PROPERTY(QObject* sessions READ sessions CONSTANT)
 
 public:
     QObject* controller() { return &m_bridge->controller(); }
     QObject* workspace() { return &m_bridge->workspace(); }
     QObject* setup() { return m_setup.get(); }
     QObject* palette() { return &m_palette; }
-    QObject* accountUsage() { return m_accountUsage.get(); }
+    QObject* sessions() { return m_sessions.get(); }
 
     Q_INVOKABLE void log(const QString& line) { m_bridge->controller().appendLog(line); }
     Q_INVOKABLE void setCustomExecutable(const QString& path)
@@ -112,15 +112,15 @@ public slots:
             {"send": {"id": 7, "method": "item/commandExecution/requestApproval",
                       "params": {"threadId": "t", "turnId": "u", "command": "rm -rf build", "cwd": "/work"}}}]}]})"));
         m_setup = std::make_unique<BridgeSetupModel>(m_bridge->controller(), m_bridge->defaults);
-        m_accountUsage = std::make_unique<UsageStatusButtonViewModel>(
-            m_bridge->workspace(), m_bridge->scheduler, std::nullopt, false);
+        m_sessions = std::make_unique<BridgeWorkspaceViewModel>(
+            m_bridge->workspace(), m_bridge->scheduler, m_bridge->defaults);
         qmlRegisterSingletonInstance("NimbrelBridgeTest", 1, 0, "Fixture", this);
         (void)engine;
     }
     void cleanupTestCase()
     {
         m_gallery.reset();
-        m_accountUsage.reset();
+        m_sessions.reset();
         m_setup.reset();
         m_bridge.reset();
     }
@@ -128,7 +128,7 @@ public slots:
 private:
     std::unique_ptr<BridgeUnderTest> m_bridge;
     std::unique_ptr<BridgeSetupModel> m_setup;
-    std::unique_ptr<UsageStatusButtonViewModel> m_accountUsage;
+    std::unique_ptr<BridgeWorkspaceViewModel> m_sessions;
     std::unique_ptr<SessionGallery> m_gallery;
     WindowPalette m_palette;
 };

@@ -10,7 +10,7 @@ ApplicationWindow {
     required property var workspace
     required property var setup
     required property var palette_
-    required property var accountUsage
+    required property var sessions
     readonly property var texts: setup.texts
     readonly property var symbols: setup.symbols
     property alias settingsWindow: settingsWindow
@@ -19,8 +19,8 @@ ApplicationWindow {
     title: texts.title
     minimumWidth: 780
     minimumHeight: 620
-    width: 900
-    height: 720
+    width: 1100
+    height: 760
 
     // The bridge starts when its window first shows; startOnce guards later showings.
     onVisibleChanged: if (visible) controller.startOnce()
@@ -89,22 +89,13 @@ ApplicationWindow {
     StackLayout {
         anchors.fill: parent
         currentIndex: pagePicker.currentIndex
-        ColumnLayout {
-            spacing: 0
-            UsageStatusButton {
-                view: window.accountUsage
+        Loader {
+            // Built again each time the page shows, so that it reads the list again.
+            active: pagePicker.currentIndex === 0
+            sourceComponent: BridgeWorkspaceView {
+                view: window.sessions
+                workspace: window.workspace
                 palette_: window.palette_
-                Layout.margins: 8
-                Layout.maximumWidth: 320
-            }
-            Label {
-                objectName: "sessionsPlaceholder"
-                text: window.setup.sessionsPlaceholder
-                horizontalAlignment: Text.AlignHCenter
-                verticalAlignment: Text.AlignVCenter
-                opacity: 0.6
-                Layout.fillWidth: true
-                Layout.fillHeight: true
             }
         }
         ScrollView {

@@ -34,7 +34,7 @@ TestCase {
         window = component.createObject(null, {
             controller: Fixture.controller, workspace: Fixture.workspace,
             setup: Fixture.setup, palette_: Fixture.palette,
-            accountUsage: Fixture.accountUsage })
+            sessions: Fixture.sessions })
         window.show()
         tryVerify(() => Fixture.controller.appServerReady, 20000)
         Fixture.click(find("bridgeSetupPage"))
