@@ -6,17 +6,44 @@
 #include "ui/WindowPalette.h"
 
 #include <QDir>
+#include <QGuiApplication>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QTest>
+#include <QWheelEvent>
 #include <QtQuickTest>
 
 #include <memory>
 
 using namespace nimbrel;
 using namespace nimbrel::test;
+
+// The engine: an allowance reading; a new session whose first task starts a turn of 300 lines that
+// runs until interrupted; a question when the turn is steered to ask; an approval on cue.
+const char* scenario = R"({
+    "methods": {
+        "account/rateLimits/read": {"result": {"rateLimits": {"limitId": "codex",
+            "primary": {"usedPercent": 30, "windowDurationMins": 300}}}},
+        "thread/start": {"result": {"thread": {"id": "thr_new"}}},
+        "turn/start": {"result": {"turn": {"id": "turn-1"}}},
+        "turn/interrupt": {"result": {}, "after": [{"send": {"method": "turn/completed",
+            "params": {"threadId": "thr_new", "turn": {"id": "turn-1", "status": "interrupted"}}}}]}},
+    "cues": [
+        {"when": "approve", "actions": [{"send": {"id": 7, "method": "item/commandExecution/requestApproval",
+            "params": {"threadId": "t", "turnId": "u", "command": "rm -rf build", "cwd": "/work"}}}]},
+        {"when": "Fix the build", "actions": [
+            {"send": {"method": "turn/started", "params": {"threadId": "thr_new",
+                "turn": {"id": "turn-1", "status": "inProgress"}}}},
+            {"send": {"method": "item/started", "params": {"threadId": "thr_new", "turnId": "turn-1",
+                "item": {"type": "agentMessage", "id": "reply", "text": ""}}}},
+            {"flood": {"count": 300, "message": {"method": "item/agentMessage/delta", "params": {
+                "threadId": "thr_new", "turnId": "turn-1", "itemId": "reply", "delta": "a line of output\n"}}}}]},
+        {"when": "ask me", "actions": [{"send": {"id": 11, "method": "item/tool/requestUserInput",
+            "params": {"threadId": "thr_new", "turnId": "turn-1", "itemId": "ask",
+                "questions": [{"id": "db", "header": "", "question": "Which database?",
+                               "options": [{"label": "Postgres", "description": ""}]}]}}}]}]})";
 
 // What the window's Qt Quick tests are handed: a controller over the fake engine, the page's view
 // model and palette, and the few moves the tests make on them.
@@ -97,6 +124,16 @@ public:
             item->window(), Qt::LeftButton, {},
             item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint());
     }
+    // A turn of the mouse wheel over item: positive dy scrolls up.
+    Q_INVOKABLE void wheel(QQuickItem* item, int dy)
+    {
+        const QPointF at = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+        QWheelEvent event(at, item->window()->mapToGlobal(at), QPoint(), QPoint(0, dy),
+                          Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QGuiApplication::sendEvent(item->window(), &event);
+    }
+    // The virtual clock moves on, and what came due runs.
+    Q_INVOKABLE void advance(double seconds) { m_bridge->scheduler.advance(seconds); }
     Q_INVOKABLE void key(QQuickItem* item, int key, int modifiers = 0)
     {
         QTest::keyClick(item->window(), Qt::Key(key), Qt::KeyboardModifiers(modifiers));
@@ -105,12 +142,7 @@ public:
 public slots:
     void qmlEngineAvailable(QQmlEngine* engine)
     {
-        m_bridge = std::make_unique<BridgeUnderTest>(json(R"({
-            "methods": {"account/rateLimits/read": {"result": {"rateLimits": {"limitId": "codex",
-                "primary": {"usedPercent": 30, "windowDurationMins": 300}}}}},
-            "cues": [{"when": "approve", "actions": [
-            {"send": {"id": 7, "method": "item/commandExecution/requestApproval",
-                      "params": {"threadId": "t", "turnId": "u", "command": "rm -rf build", "cwd": "/work"}}}]}]})"));
+        m_bridge = std::make_unique<BridgeUnderTest>(json(scenario));
         m_setup = std::make_unique<BridgeSetupModel>(m_bridge->controller(), m_bridge->defaults);
         m_sessions = std::make_unique<BridgeWorkspaceViewModel>(
             m_bridge->workspace(), m_bridge->scheduler, m_bridge->defaults);
