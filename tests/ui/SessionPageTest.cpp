@@ -215,3 +215,20 @@ TEST_F(SessionPageTest, ComposerSendsOrSteersInThePhasesThatTakeAMessage)
     page.closeTab("thr_1");
     EXPECT_FALSE(session.present());
 }
+
+TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
+{
+    workspace.refreshThreads();
+    engine.answerList(JSONValue::decode(R"({"data":[{"id":"thr_x","preview":"Tidy the docs","cwd":""}]})").value());
+    ASSERT_EQ(page.threadRows()->rowCount(), 1);
+    EXPECT_EQ(page.threadRows()->value(0, "folder"), "Mac home folder");
+    page.openRow("thr_x");
+    EXPECT_EQ(session.title(), "Tidy the docs");
+
+    workspace.refreshThreads();
+    engine.answerList(JSONValue::decode(R"({"data":[]})").value());
+    EXPECT_EQ(page.threadRows()->rowCount(), 0);
+    EXPECT_EQ(workspace.openThreadIDs(), (QStringList{"thr_1", "thr_x"}));
+    EXPECT_EQ(session.title(), "Tidy the docs");
+    EXPECT_EQ(page.tabs()->value(page.selectedTab(), "threadID"), "thr_x");
+}
