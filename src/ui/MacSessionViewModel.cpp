@@ -223,55 +223,10 @@ QString MacSessionViewModel::earlierText() const
                                                       : QStringLiteral("Earlier output");
 }
 
-QString MacSessionViewModel::stateKind() const
+SessionStateBlock MacSessionViewModel::stateBlock() const
 {
     const CodexSessionState* state = session();
-    if (!state)
-        return {};
-    if (state->isLoadingTranscript)
-        return QStringLiteral("loading");
-    if (state->transcriptLoadError)
-        return QStringLiteral("unavailable");
-    if (state->transcript.empty())
-        return QStringLiteral("ready");
-    return {};
-}
-
-QString MacSessionViewModel::stateTitle() const
-{
-    const QString kind = stateKind();
-    if (kind == QLatin1String("unavailable"))
-        return QStringLiteral("Session unavailable");
-    if (kind == QLatin1String("ready"))
-        return QStringLiteral("Ready for a task");
-    return {};
-}
-
-QString MacSessionViewModel::stateText() const
-{
-    const QString kind = stateKind();
-    if (kind == QLatin1String("loading"))
-        return QStringLiteral("Loading session history…");
-    if (kind == QLatin1String("unavailable"))
-        return *session()->transcriptLoadError;
-    if (kind == QLatin1String("ready"))
-        return QStringLiteral("Type below to start this Codex session.");
-    return {};
-}
-
-QString MacSessionViewModel::stateSymbol() const
-{
-    const QString kind = stateKind();
-    if (kind == QLatin1String("unavailable"))
-        return QStringLiteral("dialog-warning-symbolic");
-    if (kind == QLatin1String("ready"))
-        return QStringLiteral("utilities-terminal-symbolic");
-    return {};
-}
-
-QString MacSessionViewModel::stateTint() const
-{
-    return stateKind() == QLatin1String("unavailable") ? QStringLiteral("orange") : QString();
+    return state ? sessionStateBlock(*state) : SessionStateBlock();
 }
 
 bool MacSessionViewModel::showsFollowLive() const

@@ -2,6 +2,7 @@
 
 #include "platform/Scheduler.h"
 #include "ui/SessionConfigurationViewModel.h"
+#include "ui/SessionPresentation.h"
 #include "ui/TranscriptViewModel.h"
 #include "ui/UsageStatusButtonViewModel.h"
 #include "ui/UserInputRequestViewModel.h"
@@ -82,11 +83,11 @@ public:
     bool earlierEnabled() const;
     QString earlierText() const;
     bool showsNewer() const { return m_pageOffset >= 1; }
-    QString stateKind() const;
-    QString stateTitle() const;
-    QString stateText() const;
-    QString stateSymbol() const;
-    QString stateTint() const;
+    QString stateKind() const { return stateBlock().kind; }
+    QString stateTitle() const { return stateBlock().title; }
+    QString stateText() const { return stateBlock().text; }
+    QString stateSymbol() const { return stateBlock().symbol; }
+    QString stateTint() const { return stateBlock().tint; }
     bool followsLiveOutput() const { return m_followsLiveOutput; }
     bool showsFollowLive() const;
     QString draft() const;
@@ -117,6 +118,7 @@ signals:
 
 private:
     const CodexSessionState* session() const;
+    SessionStateBlock stateBlock() const;
     bool hasTurnID() const;
     void followSelection();
     void sessionChanged();

@@ -46,6 +46,23 @@ QString headerFolderText(const QString& cwd)
     return cwd.isEmpty() ? QDir::homePath() : cwd;
 }
 
+SessionStateBlock sessionStateBlock(const CodexSessionState& session)
+{
+    if (session.isLoadingTranscript)
+        return {QStringLiteral("loading"), {}, QStringLiteral("Loading session history…"), {}, {}};
+    if (session.transcriptLoadError)
+        return {QStringLiteral("unavailable"), QStringLiteral("Session unavailable"),
+                *session.transcriptLoadError, QStringLiteral("dialog-warning-symbolic"),
+                QStringLiteral("orange")};
+    if (session.transcript.empty())
+        return {QStringLiteral("ready"),
+                QStringLiteral("Ready for a task"),
+                QStringLiteral("Type below to start this Codex session."),
+                QStringLiteral("utilities-terminal-symbolic"),
+                {}};
+    return {};
+}
+
 bool composerCanSend(const CodexSessionState& session)
 {
     if (session.draft.trimmed().isEmpty())

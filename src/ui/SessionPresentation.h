@@ -32,6 +32,18 @@ QString tabDotTint(const CodexSessionState& session);
 QString threadFolderText(const QString& cwd);
 QString headerFolderText(const QString& cwd);
 
+// The block under a transcript: the history loading, failing, or a session ready for a task. kind
+// is "loading", "unavailable", "ready" or empty (nothing shown); tint is a palette colour or empty.
+struct SessionStateBlock {
+    QString kind;
+    QString title;
+    QString text;
+    QString symbol;
+    QString tint;
+    bool operator==(const SessionStateBlock&) const = default;
+};
+SessionStateBlock sessionStateBlock(const CodexSessionState& session);
+
 // The composer's send button: a draft with more than blanks, in a phase that takes a message.
 bool composerCanSend(const CodexSessionState& session);
 

@@ -122,6 +122,19 @@ ColumnLayout {
             onContentYChanged: if (moving) pane.view.userMoved(contentY - moveStart)
             Component.onCompleted: pane.view.appeared()
 
+            // The wheel moves by steps of its own, so that the view knows the user moved it.
+            WheelHandler {
+                target: null
+                onWheel: event => {
+                    const delta = event.pixelDelta.y !== 0 ? event.pixelDelta.y : event.angleDelta.y / 2
+                    const before = transcriptArea.contentY
+                    const bottom = Math.max(0, transcriptArea.contentHeight - transcriptArea.height)
+                    transcriptArea.pinnedToBottom = false
+                    transcriptArea.contentY = Math.max(0, Math.min(bottom, before - delta))
+                    pane.view.userMoved(transcriptArea.contentY - before)
+                }
+            }
+
             function scrollTo(anchor) {
                 pinnedToBottom = anchor === "bottom"
                 contentY = pinnedToBottom ? Math.max(0, contentHeight - height) : 0
