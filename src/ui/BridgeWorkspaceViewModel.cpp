@@ -76,8 +76,11 @@ void BridgeWorkspaceViewModel::updateTabs()
 {
     const std::optional<QString>& selected = m_workspace.selectedThreadID();
     QList<ListRecord> rows;
+    static const CodexSessionState unopened;
     for (const CodexThread& thread : m_workspace.openThreads()) {
-        const CodexSessionState state = m_workspace.sessionState(thread.id);
+        // Read in place: a copy would copy the whole transcript on every delta.
+        const CodexSessionState* found = m_workspace.session(thread.id);
+        const CodexSessionState& state = found ? *found : unopened;
         rows.append({thread.id,
                      {thread.id, thread.title, tabDotTint(state), selected == thread.id,
                       state.turnControl.phase == TurnControlState::Phase::Idle}});
