@@ -198,7 +198,8 @@ JSONValue floodScenario(int count)
 } // namespace
 
 // Memory is measured with the sanitiser's quarantine of freed blocks kept small, so that memory the
-// bridge has freed counts as freed.
+// bridge has freed counts as freed, and as growth over what the bridge held before the attack: the
+// instrumented program's own size is not what these tests are about.
 TEST_F(BridgeEndToEndTest, AFrameAnnouncingFourHundredMebibytesIsRefusedAtItsHeader)
 {
     environment.insert("ASAN_OPTIONS",
@@ -207,6 +208,7 @@ TEST_F(BridgeEndToEndTest, AFrameAnnouncingFourHundredMebibytesIsRefusedAtItsHea
     auto bridge = startBridge(&port);
     RawWebSocket attacker(static_cast<quint16>(port.toUInt()));
     ASSERT_EQ(attacker.upgrade("Attacker"), 101);
+    const double before = bridge->residentMiB();
     attacker.sendFrameHeader(400ull * 1024 * 1024);
     const QByteArray chunk(1024 * 1024, 'a');
     for (int i = 0; i < 64 && !attacker.isClosed(); ++i) {
@@ -214,7 +216,8 @@ TEST_F(BridgeEndToEndTest, AFrameAnnouncingFourHundredMebibytesIsRefusedAtItsHea
         settle(5);
     }
     ASSERT_TRUE(waitFor([&] { return attacker.isClosed(); }));
-    EXPECT_LT(bridge->peakMiB(), 100) << "peak resident memory of the bridge";
+    // Up to 64 MiB arrive before the bridge closes the connection; none of it may be kept.
+    EXPECT_LT(bridge->peakMiB() - before, 32) << "growth of the bridge's resident memory";
 }
 
 TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
@@ -249,11 +252,13 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
         if (text.contains(QLatin1String("item/fileChange/outputDelta")))
             ++received;
     };
+    const double before = bridge->residentMiB();
     reader->request("flood", "thread/read");
     ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000))
         << received << " of " << deltas;
     EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."));
-    EXPECT_LT(bridge->peakMiB(), 150) << "peak resident memory of the bridge";
+    // About 56 MiB under the sanitiser, with the stalled peer dropped.
+    EXPECT_LT(bridge->peakMiB() - before, 80) << "growth of the bridge's resident memory";
 }
 
 namespace {

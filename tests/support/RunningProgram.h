@@ -29,16 +29,9 @@ public:
         m_process.waitForFinished(5000);
     }
     void type(const QString& line) { m_process.write((line + "\n").toUtf8()); }
-    // The process's peak resident memory so far, in MiB.
-    double peakMiB() const
-    {
-        QFile status(QStringLiteral("/proc/%1/status").arg(m_process.processId()));
-        status.open(QIODevice::ReadOnly);
-        for (const QByteArray& line : status.readAll().split('\n'))
-            if (line.startsWith("VmHWM:"))
-                return line.simplified().split(' ').value(1).toDouble() / 1024;
-        return -1;
-    }
+    // The process's resident memory now, and its peak so far, in MiB.
+    double residentMiB() const { return statusMiB("VmRSS:"); }
+    double peakMiB() const { return statusMiB("VmHWM:"); }
     bool saysOnError(const QString& text)
     {
         return waitFor([&] { return err.contains(text); });
@@ -68,6 +61,15 @@ public:
     QString out, err;
 
 private:
+    double statusMiB(const char* field) const
+    {
+        QFile status(QStringLiteral("/proc/%1/status").arg(m_process.processId()));
+        status.open(QIODevice::ReadOnly);
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith(field))
+                return line.simplified().split(' ').value(1).toDouble() / 1024;
+        return -1;
+    }
     QProcess m_process;
 };
 
