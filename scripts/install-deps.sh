@@ -13,6 +13,7 @@ packages=(
   libssl-dev libavahi-client-dev
   libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev nlohmann-json3-dev
   nodejs
+  dpkg-dev lintian desktop-file-utils appstream dbus-daemon
 )
 
 missing=()

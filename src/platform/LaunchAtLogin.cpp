@@ -4,8 +4,46 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <QStandardPaths>
 
 namespace nimbrel {
+
+namespace {
+
+// The line that marks an entry as this program's own.
+constexpr char kOwnEntryMark[] = "X-Nimbrel-Bridge-Autostart=true";
+
+QByteArray readEntry()
+{
+    QFile entry(LaunchAtLogin::entryPath());
+    return entry.open(QIODevice::ReadOnly) ? entry.readAll() : QByteArray();
+}
+
+} // namespace
+
+QString quotedExecArgument(const QString& argument)
+{
+    static const QString reserved = QStringLiteral(" \t\n\"'\\><~|&;$*?#()`");
+    bool needsQuotes = argument.isEmpty();
+    for (const QChar c : argument)
+        needsQuotes = needsQuotes || reserved.contains(c);
+    QString text;
+    if (!needsQuotes) {
+        text = argument;
+    } else {
+        text = QStringLiteral("\"");
+        for (const QChar c : argument) {
+            if (c == QLatin1Char('"') || c == QLatin1Char('`') || c == QLatin1Char('$') ||
+                c == QLatin1Char('\\'))
+                text += QLatin1Char('\\');
+            text += c;
+        }
+        text += QLatin1Char('"');
+    }
+    // The key is itself an escaped string, and % starts a field code.
+    return text.replace(QLatin1Char('\\'), QStringLiteral("\\\\"))
+        .replace(QLatin1Char('%'), QStringLiteral("%%"));
+}
 
 QString LaunchAtLogin::entryPath()
 {
@@ -17,21 +55,34 @@ QString LaunchAtLogin::entryPath()
 
 bool LaunchAtLogin::isEnabled()
 {
-    QFile entry(entryPath());
-    if (!entry.open(QIODevice::ReadOnly))
+    if (!QFile::exists(entryPath()))
         return false;
-    for (const QByteArray& line : entry.readAll().split('\n'))
+    for (const QByteArray& line : readEntry().split('\n'))
         if (line.trimmed().toLower() == "hidden=true")
             return false;
     return true;
 }
 
+QString LaunchAtLogin::launchCommand(const QString& executablePath)
+{
+    const QFileInfo program(executablePath);
+    const QString onPath = QStandardPaths::findExecutable(program.fileName());
+    const bool byName = !onPath.isEmpty() && !program.canonicalFilePath().isEmpty() &&
+                        QFileInfo(onPath).canonicalFilePath() == program.canonicalFilePath();
+    const QString command = byName ? program.fileName() : program.absoluteFilePath();
+    return quotedExecArgument(command) + QStringLiteral(" --background");
+}
+
 std::optional<QString> LaunchAtLogin::setEnabled(bool enabled, const QString& executablePath)
 {
     const QString path = entryPath();
+    const bool exists = QFile::exists(path);
+    if (exists && !readEntry().contains(kOwnEntryMark))
+        return QStringLiteral("%1 was not written by Nimbrel Bridge and is left as it is")
+            .arg(path);
     if (!enabled) {
         QFile entry(path);
-        if (entry.exists() && !entry.remove())
+        if (exists && !entry.remove())
             return entry.errorString();
         return std::nullopt;
     }
@@ -41,11 +92,12 @@ std::optional<QString> LaunchAtLogin::setEnabled(bool enabled, const QString& ex
     QSaveFile entry(path);
     if (!entry.open(QIODevice::WriteOnly))
         return entry.errorString();
-    QString quoted = executablePath;
-    quoted.replace(QLatin1Char('\\'), QStringLiteral("\\\\")).replace(QLatin1Char('"'), QStringLiteral("\\\""));
-    entry.write(QStringLiteral("[Desktop Entry]\nType=Application\nName=Nimbrel Bridge\n"
-                               "Comment=Drive Codex on this computer from a phone nearby\n"
-                               "Exec=\"%1\"\nX-GNOME-Autostart-enabled=true\n").arg(quoted).toUtf8());
+    const QByteArray text = "[Desktop Entry]\nType=Application\nName=Nimbrel Bridge\n"
+                            "Comment=Drive Codex on this computer from a phone nearby\n"
+                            "Icon=nimbrel-bridge\nExec=" +
+                            launchCommand(executablePath).toUtf8() +
+                            "\nX-GNOME-Autostart-enabled=true\n" + kOwnEntryMark + "\n";
+    entry.write(text);
     if (!entry.commit())
         return entry.errorString();
     return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include "bridge/BridgeController.h"
 #include "platform/UserDefaults.h"
+#include "ui/AttentionNotifications.h"
 
 #include <QDateTime>
 #include <QLocale>
@@ -96,6 +97,10 @@ QVariantMap BridgeSetupModel::texts()
         {"forget", "Forget"},
         {"activityHeading", "ACTIVITY"},
         {"settingsTitle", "Nimbrel Bridge Settings"},
+        {"showNotifications", "Show notifications"},
+        {"showNotificationsHint",
+         "Tells you when Codex asks for approval, has a question or finishes a turn while you "
+         "look elsewhere."},
         {"settings", "Settings…"},
     };
 }
@@ -228,6 +233,23 @@ QString BridgeSetupModel::pairedText(double pairedAt)
 QString BridgeSetupModel::trustedCountText(std::size_t count)
 {
     return QString::number(count) + QStringLiteral(" trusted");
+}
+
+} // namespace nimbrel
+
+namespace nimbrel {
+
+bool BridgeSetupModel::showNotifications() const
+{
+    return AttentionNotifications::enabled(m_defaults);
+}
+
+void BridgeSetupModel::setShowNotifications(bool shown)
+{
+    if (shown == showNotifications())
+        return;
+    m_defaults.setValue(AttentionNotifications::showNotificationsKey, shown);
+    emit showNotificationsChanged();
 }
 
 } // namespace nimbrel

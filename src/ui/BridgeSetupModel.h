@@ -33,6 +33,8 @@ class BridgeSetupModel : public QObject {
     Q_PROPERTY(QString setupDocumentationLink READ setupDocumentationLink CONSTANT)
     Q_PROPERTY(nimbrel::RecordListModel* installCommands READ installCommands CONSTANT)
     Q_PROPERTY(nimbrel::RecordListModel* approvalButtons READ approvalButtons CONSTANT)
+    Q_PROPERTY(bool showNotifications READ showNotifications WRITE setShowNotifications NOTIFY
+                   showNotificationsChanged)
 
 public:
     static constexpr int activityLineCount = 10;
@@ -77,6 +79,10 @@ public:
     // plain or prominent).
     RecordListModel* approvalButtons() { return &m_approvalButtons; }
 
+    // The Settings switch: whether the desktop is told when Codex needs the user.
+    bool showNotifications() const;
+    void setShowNotifications(bool shown);
+
     // The row's buttons: by the request's id and the device's id.
     Q_INVOKABLE void pair(const QString& requestID);
     Q_INVOKABLE void reject(const QString& requestID);
@@ -91,6 +97,7 @@ public:
 signals:
     void changed();
     void customExecutableChanged();
+    void showNotificationsChanged();
 
 private:
     void refreshCards();

@@ -9,8 +9,10 @@
 
 namespace nimbrel {
 
-BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults)
-    : m_setup(controller, defaults)
+BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults,
+                           DesktopNotifications* notifications)
+    : m_controller(controller)
+    , m_setup(controller, defaults)
     , m_sessions(controller.workspace(), controller.scheduler(), defaults)
 {
     m_engine.setInitialProperties(
@@ -20,6 +22,36 @@ BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults)
          {"palette_", QVariant::fromValue<QObject*>(&m_palette)},
          {"sessions", QVariant::fromValue<QObject*>(&m_sessions)}});
     m_engine.load(QUrl(QStringLiteral("qrc:/NimbrelBridge/ui/qml/Main.qml")));
+    if (notifications && mainWindow())
+        m_attention = std::make_unique<AttentionNotifications>(
+            controller, defaults, *notifications,
+            AttentionNotifications::Window{
+                [this] { return mainWindow()->isActive(); },
+                [this](const QString& threadID) { return shows(threadID); },
+                [this](const QString& threadID) { bringForward(threadID); }});
+}
+
+bool BridgeWindow::shows(const QString& threadID) const
+{
+    const QObject* pages = find(QStringLiteral("pagePicker"));
+    return pages && pages->property("currentIndex").toInt() == 0 &&
+           m_controller.workspace().selectedThreadID() == threadID;
+}
+
+void BridgeWindow::bringForward(const QString& threadID)
+{
+    QQuickWindow* window = mainWindow();
+    if (!window)
+        return;
+    if (!threadID.isEmpty()) {
+        if (QObject* pages = find(QStringLiteral("pagePicker")))
+            pages->setProperty("currentIndex", 0);
+        m_controller.workspace().openThread(threadID);
+    }
+    if (window->visibility() == QWindow::Minimized || !window->isVisible())
+        window->showNormal();
+    window->raise();
+    window->requestActivate();
 }
 
 QQuickWindow* BridgeWindow::mainWindow() const

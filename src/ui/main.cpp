@@ -1,5 +1,6 @@
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
+#include "platform/DesktopNotifications.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 #include "ui/BridgeWindow.h"
@@ -59,7 +60,11 @@ int main(int argc, char** argv)
     const QCommandLineOption headless(
         QStringLiteral("headless"),
         QStringLiteral("Open no window, even with a display: use the console commands."));
-    parser.addOptions({demo, headless});
+    const QCommandLineOption background(
+        QStringLiteral("background"),
+        QStringLiteral("Start the bridge at once with the window minimised, as when starting with "
+                       "the desktop session."));
+    parser.addOptions({demo, headless, background});
     parser.process(*app);
 
     nimbrel::SystemScheduler scheduler;
@@ -87,14 +92,16 @@ int main(int argc, char** argv)
     }
 
     // The window starts the bridge on its first showing; without one, the program does.
+    std::unique_ptr<nimbrel::DesktopNotifications> notifications;
     std::unique_ptr<nimbrel::BridgeWindow> window;
     if (windowed) {
         nimbrel::BridgeWindow::useIconTheme();
-        // The application's own icon arrives with installing; until then, the terminal's.
+        // The application's own icon comes with installing; a build tree uses the terminal's.
         QGuiApplication::setWindowIcon(
             QIcon::fromTheme(QStringLiteral("nimbrel-bridge"),
                              QIcon::fromTheme(QStringLiteral("utilities-terminal"))));
-        window = std::make_unique<nimbrel::BridgeWindow>(controller, defaults);
+        notifications = std::make_unique<nimbrel::DesktopNotifications>();
+        window = std::make_unique<nimbrel::BridgeWindow>(controller, defaults, notifications.get());
         if (!window->mainWindow()) {
             print(QStringLiteral(
                 "The window could not be opened; run with --headless to use the console."));
@@ -105,7 +112,12 @@ int main(int argc, char** argv)
             QObject::connect(
                 window->mainWindow(), &QQuickWindow::frameSwapped, app.get(),
                 [print] { print(QStringLiteral("First frame shown")); }, Qt::SingleShotConnection);
-        window->mainWindow()->show();
+        if (parser.isSet(background)) {
+            window->mainWindow()->showMinimized();
+            controller.startOnce();
+        } else {
+            window->mainWindow()->show();
+        }
     } else {
         controller.startOnce();
     }

@@ -179,6 +179,8 @@ signals:
     void accountUsageChanged();
     void isLoadingUsageChanged();
     void usageErrorChanged();
+    // A turn of this session ended: status is "completed", "failed" or "interrupted".
+    void turnEnded(const QString& threadID, const QString& status);
 
 private:
     QVariantList threadList() const;

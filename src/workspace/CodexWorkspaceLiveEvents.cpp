@@ -142,6 +142,11 @@ void CodexWorkspace::handleTurnCompleted(const QString& threadID, const JSONValu
         session.turnControl = TurnControlState{};
         session.activityText.reset();
     });
+    const QString status = turn ? stringAt(*turn, "status").value_or(QString()) : QString();
+    emit turnEnded(threadID,
+                   status == QLatin1String("failed") || status == QLatin1String("interrupted")
+                       ? status
+                       : QStringLiteral("completed"));
 }
 
 void CodexWorkspace::handleItem(const QString& threadID, const JSONValue& params, bool completed)

@@ -174,6 +174,7 @@ ApprovalPrompt makeApprovalPrompt(const QString& id, const QString& method, cons
     prompt.method = method;
     prompt.command = stringAt(params, "command");
     prompt.cwd = stringAt(params, "cwd");
+    prompt.threadID = stringAt(params, "threadId");
     const std::optional<QString> reason = stringAt(params, "reason");
     if (method.contains(QLatin1String("commandExecution"))) {
         prompt.title = QStringLiteral("Run this command?");

@@ -50,6 +50,7 @@ struct ApprovalPrompt {
     QString detail;
     std::optional<QString> command;
     std::optional<QString> cwd;
+    std::optional<QString> threadID; // the session that asks, where the engine names it
 
     friend bool operator==(const ApprovalPrompt&, const ApprovalPrompt&) = default;
 };

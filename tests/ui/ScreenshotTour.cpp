@@ -302,6 +302,13 @@ int main(int argc, char** argv)
     });
     tour.state(
         "settings", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) { ready(bridge); }, true);
+    tour.state(
+        "settings-notifications-off", "{}",
+        [](BridgeUnderTest& bridge, BridgeWindow& window) {
+            ready(bridge);
+            window.setup().setShowNotifications(false);
+        },
+        true);
     tour.state("offline-tour", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) {
         bridge.workspace().setDemoMode(true);
         ready(bridge);

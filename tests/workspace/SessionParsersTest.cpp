@@ -113,12 +113,12 @@ TEST(SessionParsers, ModelOptionsAndApprovalPrompts)
     EXPECT_EQ(models[1], (CodexModelOption{"gpt-5-mini", "gpt-5-mini", "", "medium", {}, false}));
 
     const JSONValue params =
-        json(R"({"command":"rm -rf build","cwd":"/w","reason":"Clean the build"})");
+        json(R"({"command":"rm -rf build","cwd":"/w","reason":"Clean the build","threadId":"t1"})");
     const ApprovalPrompt command =
         makeApprovalPrompt("L1", "item/commandExecution/requestApproval", params);
     EXPECT_EQ(command,
               (ApprovalPrompt{"L1", "item/commandExecution/requestApproval", "Run this command?",
-                              "Clean the build", "rm -rf build", "/w"}));
+                              "Clean the build", "rm -rf build", "/w", "t1"}));
     EXPECT_EQ(makeApprovalPrompt("L", "item/commandExecution/requestApproval", json("{}")).detail,
               "Codex needs your approval before running a command on the Mac.");
     const ApprovalPrompt files =
@@ -133,7 +133,7 @@ TEST(SessionParsers, ModelOptionsAndApprovalPrompts)
     EXPECT_EQ(other,
               (ApprovalPrompt{"L3", "item/permissions/requestApproval", "Grant additional access?",
                               "Codex is requesting additional permissions.", std::nullopt,
-                              std::nullopt}));
+                              std::nullopt, std::nullopt}));
     EXPECT_EQ(makeApprovalPrompt("L", "m", json(R"({"reason":"Needs network"})")).detail,
               "Needs network");
     EXPECT_EQ(makeApprovalPrompt("L", "CommandExecution", params).title,

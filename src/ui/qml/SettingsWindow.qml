@@ -1,7 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 
-// Settings: the Codex setup card with its install help, in every state.
+// Settings: the Codex setup card with its install help, in every state, and notifications.
 ApplicationWindow {
     id: settings
     required property var controller
@@ -28,14 +28,37 @@ ApplicationWindow {
         id: scroll
         anchors.fill: parent
         contentWidth: availableWidth
-        CodexSetupCard {
+        Column {
             x: 16
             y: 16
             width: scroll.availableWidth - 32
-            controller: settings.controller
-            setup: settings.setup
-            palette_: settings.palette_
-            showsInstallHelp: true
+            spacing: 12
+            bottomPadding: 16
+            CodexSetupCard {
+                width: parent.width
+                controller: settings.controller
+                setup: settings.setup
+                palette_: settings.palette_
+                showsInstallHelp: true
+            }
+            Switch {
+                objectName: "showNotifications"
+                text: settings.setup.texts.showNotifications
+                checked: settings.setup.showNotifications
+                Accessible.name: settings.setup.texts.showNotifications
+                Accessible.description: settings.setup.texts.showNotificationsHint
+                onToggled: {
+                    settings.setup.showNotifications = checked
+                    checked = Qt.binding(() => settings.setup.showNotifications)
+                }
+            }
+            Label {
+                width: parent.width
+                text: settings.setup.texts.showNotificationsHint
+                textFormat: Text.PlainText
+                wrapMode: Text.WordWrap
+                opacity: 0.7
+            }
         }
     }
 }
