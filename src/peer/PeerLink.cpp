@@ -48,6 +48,21 @@ UpgradeRequest readUpgradeRequestHeader(const QByteArray& header)
     const int characters = characterCount(name);
     if (characters < 1 || characters > PeerLink::maximumNameCharacters || hasControlCharacters(name))
         return {{}, badRequest};
+    // Browsers name the page that opens a WebSocket; only a page of the bridge's own origin may.
+    // Other clients send no Origin.
+    QList<QByteArray> origins, hosts;
+    for (const QByteArray& line : header.mid(lineEnd + 2).split('\n')) {
+        const qsizetype colon = line.indexOf(':');
+        const QByteArray field = line.left(colon).trimmed().toLower();
+        if (colon > 0 && field == "origin")
+            origins.append(line.mid(colon + 1).trimmed().toLower());
+        else if (colon > 0 && field == "host")
+            hosts.append(line.mid(colon + 1).trimmed().toLower());
+    }
+    if (origins.size() > 1 || hosts.size() > 1)
+        return {{}, badRequest};
+    if (!origins.isEmpty() && (hosts.isEmpty() || origins[0] != "https://" + hosts[0]))
+        return {{}, "403 Forbidden"};
     return {name, {}};
 }
 

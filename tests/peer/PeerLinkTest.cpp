@@ -213,8 +213,14 @@ TEST_F(PeerLinkTest, ANameBelongsToOneConnection)
     ASSERT_TRUE(waitFor([&] { return twin.isClosed() && forged.isClosed() && controlled.isClosed() && stranger.isClosed(); }));
     RawWebSocket separated(port);
     EXPECT_EQ(separated.upgrade("Line\u2028sep"), 400);
+    // A browser page may open the link only from the bridge's own origin.
+    RawWebSocket otherSite(port), twoOrigins(port), ownPage(port);
+    EXPECT_EQ(otherSite.upgrade("Phone-C", true, "Origin: https://example.com\r\n"), 403);
+    EXPECT_EQ(twoOrigins.upgrade("Phone-C", true, "Origin: https://127.0.0.1\r\nOrigin: x\r\n"), 400);
+    EXPECT_EQ(ownPage.upgrade("Phone-C", true, "Origin: HTTPS://127.0.0.1\r\n"), 101);
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
     settle(100);
-    EXPECT_EQ(events.connected, std::vector<QString>{"Phone-A"});
+    EXPECT_EQ(events.connected, (std::vector<QString>{"Phone-A", "Phone-C"}));
     EXPECT_TRUE(events.disconnected.empty());
     EXPECT_EQ(victim->state(), QAbstractSocket::ConnectedState);
 

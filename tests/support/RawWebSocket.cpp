@@ -20,7 +20,8 @@ RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from)
     });
 }
 
-int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders)
+int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders,
+                          const QByteArray& extraHeaders)
 {
     QByteArray request =
         "GET /sarvane?name=" + QUrl::toPercentEncoding(name) + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
@@ -28,7 +29,7 @@ int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders)
         request += "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: "
                    "dGhlIHNhbXBsZSBub25jZQ==\r\n"
                    "Sec-WebSocket-Version: 13\r\n";
-    m_socket.write(request + "\r\n");
+    m_socket.write(request + extraHeaders + "\r\n");
     QByteArray response;
     waitFor([&] {
         response += m_socket.read(m_socket.bytesAvailable());

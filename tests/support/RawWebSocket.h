@@ -18,8 +18,10 @@ public:
 
     bool encrypted() const { return m_socket.isEncrypted(); }
     // Sends an upgrade request for the name (percent-encoded here); withUpgradeHeaders false sends
-    // the bare GET. Returns the HTTP status the server answered with, or 0 when it closed first.
-    int upgrade(const QString& name, bool withUpgradeHeaders = true);
+    // the bare GET; extraHeaders are whole lines, each ending in CRLF. Returns the HTTP status the
+    // server answered with, or 0 when it closed first.
+    int upgrade(const QString& name, bool withUpgradeHeaders = true,
+                const QByteArray& extraHeaders = {});
     // One masked frame: opcode 0x1 text, 0x8 close, ...
     void sendFrame(const QByteArray& payload, quint8 opcode = 0x1);
     void sendText(const QByteArray& message) { sendFrame(message, 0x1); }
