@@ -416,10 +416,8 @@ void AppServerClient::scheduleRecovery(const QString& executable, const QString&
     }
     const int attempt = ++m_recoveryAttempts;
     const qint64 generation = m_lifecycleGeneration;
-    emitStatus(QStringLiteral("Codex connection interrupted; reconnecting automatically…"), false);
-    // The engine's own text goes in as it is: no placeholder of it is ever filled.
-    log(reason + QStringLiteral(" Retry ") + QString::number(attempt) + QStringLiteral(" of ")
-        + QString::number(maximumRecoveryAttempts) + QLatin1Char('.'));
+    // The retry is on the clock before anyone hears of it, so that whoever reads the line below
+    // and moves the clock on finds it there.
     if (m_scheduledRecovery)
         m_scheduledRecovery->cancel();
     m_scheduledRecovery = m_scheduler.schedule(m_io, attempt * recoveryDelaySeconds, [this, generation, executable] {
@@ -428,6 +426,10 @@ void AppServerClient::scheduleRecovery(const QString& executable, const QString&
         m_scheduledRecovery.reset();
         launch(executable);
     });
+    emitStatus(QStringLiteral("Codex connection interrupted; reconnecting automatically…"), false);
+    // The engine's own text goes in as it is: no placeholder of it is ever filled.
+    log(reason + QStringLiteral(" Retry ") + QString::number(attempt) + QStringLiteral(" of ")
+        + QString::number(maximumRecoveryAttempts) + QLatin1Char('.'));
 }
 
 void AppServerClient::emitStatus(const QString& message, bool ready)
