@@ -76,6 +76,9 @@ const char* scenario = R"({
       "params": {"threadId": "thr_1", "turnId": "u", "command": "make test"}}}]},
     {"when": "again", "actions": [{"send": {"id": 1, "method": "item/commandExecution/requestApproval",
       "params": {"threadId": "thr_1", "turnId": "u", "command": "make check"}}}]},
+    {"when": "ask", "actions": [{"send": {"id": 5, "method": "item/tool/requestUserInput",
+      "params": {"threadId": "thr_1", "turnId": "u", "itemId": "i", "isBlocking": true,
+        "questions": [{"id": "branch", "header": "", "question": "Which branch?"}]}}}]},
     {"when": "finish", "actions": [{"send": {"method": "turn/completed",
       "params": {"threadId": "thr_1", "turn": {"id": "u", "status": "completed"}}}}]},
     {"when": "fail", "actions": [{"send": {"method": "turn/completed",
@@ -159,6 +162,20 @@ TEST_F(DesktopNotificationsTest, AnApprovalIsNotifiedUntilItIsAnsweredAnywhere)
     ASSERT_EQ(service.shown.size(), 2u);
     EXPECT_EQ(service.shown[1].body, "Fix the flaky upload test\nmake check");
     EXPECT_FALSE(bridge.controller().hasApproval());
+}
+
+TEST_F(DesktopNotificationsTest, AQuestionIsWithdrawnWhenCodexClosesIt)
+{
+    lookElsewhere();
+    bridge.say("ask");
+    ASSERT_TRUE(waitFor([&] { return service.shown.size() == 1; }));
+    EXPECT_EQ(service.shown[0].summary, "Codex has a question");
+    EXPECT_EQ(service.shown[0].body, "Fix the flaky upload test\nWhich branch?");
+    // The turn's end closes the question: its notification goes, the turn's own comes.
+    bridge.say("finish");
+    ASSERT_TRUE(waitFor([&] { return service.closed == std::vector<uint>{1}; }));
+    ASSERT_TRUE(waitFor([&] { return service.shown.size() == 2; }));
+    EXPECT_EQ(service.shown[1].summary, "Turn finished");
 }
 
 TEST_F(DesktopNotificationsTest, ATurnEndingOutOfSightIsNotified)
