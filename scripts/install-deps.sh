@@ -12,7 +12,7 @@ packages=(
   adwaita-icon-theme fonts-dejavu-core
   libssl-dev libavahi-client-dev
   libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev nlohmann-json3-dev
-  nodejs
+  nodejs chromium libqrencode-dev
   dpkg-dev lintian desktop-file-utils appstream dbus-daemon
 )
 

@@ -1,5 +1,6 @@
 #include "PeerLink.h"
 
+#include "peer/CockpitFiles.h"
 #include "peer/LinkCertificate.h"
 #include "peer/PeerOutbox.h"
 #include "platform/Property.h"
@@ -34,14 +35,12 @@ struct UpgradeRequest {
     QByteArray refusal;
 };
 
-UpgradeRequest readUpgradeRequestHeader(const QByteArray& header)
+UpgradeRequest upgradeRequestOf(const WebRequest& request)
 {
     static const QByteArray badRequest = "400 Bad Request";
-    const qsizetype lineEnd = header.indexOf("\r\n");
-    const QList<QByteArray> requestLine = header.left(lineEnd).split(' ');
-    if (requestLine.size() != 3 || requestLine[0] != "GET")
+    if (request.method != "GET")
         return {{}, badRequest};
-    const QUrl url(QString::fromLatin1(requestLine[1]));
+    const QUrl url(QString::fromLatin1(request.target));
     if (!url.isValid() || url.path() != PeerLink::resourcePath)
         return {{}, badRequest};
     const QString name = QUrlQuery(url).queryItemValue(QStringLiteral("name"), QUrl::FullyDecoded);
@@ -50,18 +49,10 @@ UpgradeRequest readUpgradeRequestHeader(const QByteArray& header)
         return {{}, badRequest};
     // Browsers name the page that opens a WebSocket; only a page of the bridge's own origin may.
     // Other clients send no Origin.
-    QList<QByteArray> origins, hosts;
-    for (const QByteArray& line : header.mid(lineEnd + 2).split('\n')) {
-        const qsizetype colon = line.indexOf(':');
-        const QByteArray field = line.left(colon).trimmed().toLower();
-        if (colon > 0 && field == "origin")
-            origins.append(line.mid(colon + 1).trimmed().toLower());
-        else if (colon > 0 && field == "host")
-            hosts.append(line.mid(colon + 1).trimmed().toLower());
-    }
+    const QList<QByteArray> origins = request.values("origin"), hosts = request.values("host");
     if (origins.size() > 1 || hosts.size() > 1)
         return {{}, badRequest};
-    if (!origins.isEmpty() && (hosts.isEmpty() || origins[0] != "https://" + hosts[0]))
+    if (!origins.isEmpty() && (hosts.isEmpty() || origins[0].toLower() != "https://" + hosts[0].toLower()))
         return {{}, "403 Forbidden"};
     return {name, {}};
 }
@@ -271,6 +262,18 @@ void PeerLink::acceptHandshake(QSslSocket* socket)
     connection->remotePort = socket->peerPort();
     m_connections.push_back(connection);
     setStatusText(QStringLiteral("Securing connection…"));
+    rearmHandshakeLimit(connection);
+    connect(socket, &QAbstractSocket::disconnected, this, [this, connection] { closed(connection); });
+    connect(socket, &QSslSocket::errorOccurred, this, [this, connection](QAbstractSocket::SocketError) {
+        if (!connection->socket)
+            closed(connection);
+    });
+}
+
+void PeerLink::rearmHandshakeLimit(const std::shared_ptr<Connection>& connection)
+{
+    if (connection->handshakeLimit)
+        connection->handshakeLimit->cancel();
     std::weak_ptr<Connection> weak = connection;
     connection->handshakeLimit = m_scheduler.schedule(this, handshakeLimitSeconds, [weak] {
         if (auto expired = weak.lock(); expired && !expired->open) {
@@ -280,35 +283,50 @@ void PeerLink::acceptHandshake(QSslSocket* socket)
                 expired->tls->abort();
         }
     });
-    connect(socket, &QAbstractSocket::disconnected, this, [this, connection] { closed(connection); });
-    connect(socket, &QSslSocket::errorOccurred, this, [this, connection](QAbstractSocket::SocketError) {
-        if (!connection->socket)
-            closed(connection);
-    });
 }
 
 void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
 {
     QSslSocket* socket = connection->tls;
-    if (!socket || connection->socket || !connection->name.isEmpty())
-        return;
-    const QByteArray buffered = socket->peek(maximumRequestHeaderBytes + 1);
-    const qsizetype headerEnd = buffered.indexOf("\r\n\r\n");
-    if (headerEnd < 0 && buffered.size() <= maximumRequestHeaderBytes)
-        return; // wait for the rest of the request
-    UpgradeRequest request = headerEnd < 0 ? UpgradeRequest{{}, "400 Bad Request"} : readUpgradeRequestHeader(buffered.left(headerEnd));
-    // A name belongs to the connection that has it, from its upgrade until it closes.
-    if (request.refusal.isEmpty()
-        && std::any_of(m_connections.begin(), m_connections.end(), [&](const auto& other) { return other->name == request.name; }))
-        request.refusal = "409 Conflict";
-    disconnect(socket, &QIODevice::readyRead, this, nullptr);
-    if (!request.refusal.isEmpty()) {
-        socket->write("HTTP/1.1 " + request.refusal + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-        socket->disconnectFromHost();
+    while (socket && !connection->socket && connection->name.isEmpty()) {
+        const QByteArray buffered = socket->peek(maximumRequestHeaderBytes + 1);
+        const qsizetype headerEnd = buffered.indexOf("\r\n\r\n");
+        if (headerEnd < 0 && buffered.size() <= maximumRequestHeaderBytes)
+            return; // wait for the rest of the request
+        const std::optional<WebRequest> request = headerEnd < 0 ? std::nullopt : parseWebRequest(buffered.left(headerEnd));
+        WebResponse response = headerEnd < 0 ? webRefusal("431 Request Header Fields Too Large")
+                               : !request   ? webRefusal("400 Bad Request")
+                                            : WebResponse{};
+        // Any path but the WebSocket's is a request for one of the browser cockpit's files.
+        if (request && request->path() != resourcePath.toLatin1())
+            response = cockpitResponse(*request);
+        if (!response.bytes.isEmpty()) {
+            socket->read(headerEnd + 4);
+            socket->write(response.bytes);
+            if (!response.keepOpen) {
+                disconnect(socket, &QIODevice::readyRead, this, nullptr);
+                socket->disconnectFromHost();
+                return;
+            }
+            // A connection that keeps asking for files stays while it is not idle for long.
+            rearmHandshakeLimit(connection);
+            continue;
+        }
+        UpgradeRequest upgrade = upgradeRequestOf(*request);
+        // A name belongs to the connection that has it, from its upgrade until it closes.
+        if (upgrade.refusal.isEmpty()
+            && std::any_of(m_connections.begin(), m_connections.end(), [&](const auto& other) { return other->name == upgrade.name; }))
+            upgrade.refusal = "409 Conflict";
+        disconnect(socket, &QIODevice::readyRead, this, nullptr);
+        if (!upgrade.refusal.isEmpty()) {
+            socket->write("HTTP/1.1 " + upgrade.refusal + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            socket->disconnectFromHost();
+            return;
+        }
+        connection->name = upgrade.name;
+        m_upgrader->handleConnection(socket);
         return;
     }
-    connection->name = request.name;
-    m_upgrader->handleConnection(socket);
 }
 
 void PeerLink::adoptWebSocket(QWebSocket* socket)

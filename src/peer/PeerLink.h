@@ -132,6 +132,7 @@ private:
 
     void listen();
     void acceptHandshake(QSslSocket* socket);
+    void rearmHandshakeLimit(const std::shared_ptr<Connection>& connection);
     void readUpgradeRequest(const std::shared_ptr<Connection>& connection);
     void adoptWebSocket(QWebSocket* socket);
     void watch(const std::shared_ptr<Connection>& connection);

@@ -231,6 +231,38 @@ TEST_F(PeerLinkTest, ANameBelongsToOneConnection)
     EXPECT_EQ(heir.upgrade("Phone-A"), 101);
 }
 
+TEST_F(PeerLinkTest, TheLinkServesThePageFilesOverTheSameConnection)
+{
+    RawWebSocket browser(port);
+    const QByteArray page = browser.exchange("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    EXPECT_TRUE(page.startsWith("HTTP/1.1 200 OK\r\n")) << page.left(200).toStdString();
+    EXPECT_TRUE(page.contains("Content-Security-Policy: default-src 'none'; script-src 'self';"));
+    EXPECT_TRUE(page.contains("X-Content-Type-Options: nosniff\r\n"));
+    EXPECT_TRUE(page.contains("<script type=\"module\" src=\"app.js\"></script>"));
+    // The connection stays for the next file while it is not idle for the handshake limit.
+    scheduler.advance(PeerLink::handshakeLimitSeconds - 1);
+    const QByteArray head = browser.exchange("HEAD /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    EXPECT_TRUE(head.startsWith("HTTP/1.1 200 OK\r\n") && head.endsWith("\r\n\r\n")) << head.toStdString();
+    scheduler.advance(PeerLink::handshakeLimitSeconds);
+    ASSERT_TRUE(waitFor([&] { return browser.isClosed(); }));
+
+    // Refusals close the connection.
+    const std::pair<QByteArray, QByteArray> refused[] = {
+        {"GET /../app.js HTTP/1.1\r\n\r\n", "404 "},
+        {"GET /app.js/ HTTP/1.1\r\n\r\n", "404 "},
+        {"POST / HTTP/1.1\r\nContent-Length: 0\r\n\r\n", "405 "},
+        {"GET / HTTP/1.1\r\nContent-Length: 5\r\n\r\nhello", "400 "},
+        {"GET / HTTP/1.1\r\nX: " + QByteArray(16 * 1024, 'x') + "\r\n\r\n", "431 "},
+        {"GET /\r\n\r\n", "400 "},
+    };
+    for (const auto& [request, status] : refused) {
+        RawWebSocket client(port);
+        EXPECT_TRUE(client.exchange(request).startsWith("HTTP/1.1 " + status)) << request.left(40).toStdString();
+        EXPECT_TRUE(waitFor([&] { return client.isClosed(); }));
+    }
+    EXPECT_TRUE(events.connected.empty());
+}
+
 TEST_F(PeerLinkTest, OneAddressHoldsAtMostEightUnauthorisedConnections)
 {
     std::vector<std::unique_ptr<QWebSocket>> idle;

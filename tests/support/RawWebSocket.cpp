@@ -3,6 +3,7 @@
 #include "peer/PeerLink.h"
 #include "support/EventLoop.h"
 
+#include <QRegularExpression>
 #include <QUrl>
 
 namespace nimbrel::test {
@@ -42,6 +43,25 @@ int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders,
     m_buffer = response.mid(headerEnd + 4);
     QObject::connect(&m_socket, &QIODevice::readyRead, [this] { readFrames(); });
     return response.split(' ').value(1).toInt();
+}
+
+QByteArray RawWebSocket::exchange(const QByteArray& request)
+{
+    m_socket.write(request);
+    QByteArray response;
+    const auto complete = [&] {
+        const qsizetype headerEnd = response.indexOf("\r\n\r\n");
+        if (headerEnd < 0)
+            return false;
+        const QRegularExpression length(QStringLiteral("Content-Length: (\\d+)"));
+        const qsizetype body = request.startsWith("HEAD ") ? 0 : length.match(QString::fromLatin1(response.left(headerEnd))).captured(1).toLongLong();
+        return response.size() >= headerEnd + 4 + body;
+    };
+    waitFor([&] {
+        response += m_socket.read(m_socket.bytesAvailable());
+        return complete() || m_socket.state() == QAbstractSocket::UnconnectedState;
+    });
+    return complete() ? response : QByteArray();
 }
 
 void RawWebSocket::sendFrame(const QByteArray& payload, quint8 opcode)

@@ -22,6 +22,9 @@ public:
     // server answered with, or 0 when it closed first.
     int upgrade(const QString& name, bool withUpgradeHeaders = true,
                 const QByteArray& extraHeaders = {});
+    // Sends a whole HTTP request and returns the response: its head, and the body its
+    // Content-Length announces (none after HEAD); empty when the server closed first.
+    QByteArray exchange(const QByteArray& request);
     // One masked frame: opcode 0x1 text, 0x8 close, ...
     void sendFrame(const QByteArray& payload, quint8 opcode = 0x1);
     void sendText(const QByteArray& message) { sendFrame(message, 0x1); }

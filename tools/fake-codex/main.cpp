@@ -102,8 +102,16 @@ void perform(const JSONValue& actions)
         if (const JSONValue* turn = action.find("streamTurn")) {
             const double pause =
                 (*turn)["delayMs"].value_or(JSONValue(0)).numberValue().value_or(0);
+            const bool recordDeltas = turn->find("recordDeltas") != nullptr;
             for (const JSONValue& message : turnNotifications(*turn)) {
                 send(message);
+                // When each delta left, on the wall clock, for measuring how soon clients show it.
+                if (recordDeltas && message["method"]->stringView() == std::string_view("item/agentMessage/delta"))
+                    record(JSONValue::object(
+                        {{"deltaSent", *(*message["params"])["delta"]},
+                         {"atMs", std::chrono::duration<double, std::milli>(
+                                      std::chrono::system_clock::now().time_since_epoch())
+                                      .count()}}));
                 if (pause > 0)
                     sleepMilliseconds(pause);
             }

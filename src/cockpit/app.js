@@ -1,0 +1,611 @@
+// The browser cockpit: pairs this browser with the computer, then lists Codex sessions, shows a
+// session's history and its live turn, starts, steers and stops turns, answers approvals and
+// questions, and shows usage. Text from the computer is always set as text, never as markup.
+
+import { BridgeLink } from './link.js';
+import * as store from './store.js';
+import { Transcript, entriesFromPage, isStreaming, shownText } from './transcript.js';
+import { el, clear, button } from './dom.js';
+
+const app = document.getElementById('app');
+const itemsPageLimit = 40;
+
+const state = {
+  screen: 'sessions',
+  engine: { ready: false, status: 'Waiting for the computer…' },
+  threads: [],
+  search: '',
+  listError: '',
+  sessions: new Map(),
+  current: null,
+  approvals: new Map(),
+  questions: new Map(),
+  drafts: new Map(),
+  models: [],
+  model: '',
+  effort: '',
+  usage: null,
+  usageError: '',
+  notice: '',
+};
+let link;
+
+// ---- first use: the name this browser goes by
+
+function defaultName() {
+  const agent = navigator.userAgent;
+  const browser = /Edg\//.test(agent) ? 'Edge' : /Firefox\//.test(agent) ? 'Firefox'
+    : /Chrom(e|ium)\//.test(agent) ? 'Chrome' : /Safari\//.test(agent) ? 'Safari' : 'Browser';
+  const platform = /iPhone/.test(agent) ? 'iPhone' : /iPad/.test(agent) ? 'iPad'
+    : /Android/.test(agent) ? 'Android' : /Mac OS X/.test(agent) ? 'Mac'
+      : /Windows/.test(agent) ? 'Windows' : /Linux/.test(agent) ? 'Linux' : 'this device';
+  return `${browser} on ${platform}`;
+}
+
+function askName() {
+  return new Promise((resolve) => {
+    const input = el('input', { id: 'device-name', value: defaultName(), maxLength: 58, autocomplete: 'off' });
+    const form = el('form', { className: 'card', onsubmit: (event) => {
+      event.preventDefault();
+      const name = input.value.replace(/[\u0000-\u001f\u007f-\u009f\u2028\u2029]/g, '').trim();
+      if (name) resolve(name);
+    } },
+    el('h1', {}, 'Nimbrel Bridge'),
+    el('p', {}, 'Name this device. The computer shows the name when you pair, and in its list of trusted devices.'),
+    el('label', { htmlFor: 'device-name' }, 'Device name'), input,
+    el('button', { type: 'submit', className: 'prominent', id: 'save-name' }, 'Continue'));
+    clear(app).append(form);
+    input.focus();
+  });
+}
+
+// ---- the link's state
+
+function linkScreen() {
+  const computer = link.computerName || 'the computer';
+  switch (link.state) {
+    case 'pairing':
+      return el('section', { className: 'card', id: 'pairing' },
+        el('h1', {}, `Pair with ${computer}`),
+        el('p', {}, 'Check that the computer shows the same code, then approve it there.'),
+        el('p', { className: 'code', id: 'pairing-code' }, link.code),
+        el('p', { className: 'muted' }, 'Waiting for the computer…'));
+    case 'rejected':
+      return el('section', { className: 'card', id: 'pairing-rejected' },
+        el('h1', {}, 'Pairing refused'),
+        el('p', {}, `${computer} refused to pair with this device.`),
+        button('Ask again', () => link.askAgain(), 'prominent', 'ask-again'));
+    case 'keyChanged':
+      return el('section', { className: 'card alert', id: 'key-changed' },
+        el('h1', {}, 'This computer’s key has changed'),
+        el('p', {}, `${computer} answers with the name of a computer paired here before, but with another key. ` +
+          'It may be another computer. Nothing was sent to it.'),
+        el('p', {}, 'If its owner has reset it on purpose, clear this site’s data in the browser and pair again.'));
+    default:
+      return el('section', { className: 'card', id: 'connecting' },
+        el('h1', {}, 'Nimbrel Bridge'),
+        el('p', { className: 'muted' }, link.state === 'offline' ? 'Reconnecting to the computer…' : 'Connecting to the computer…'));
+  }
+}
+
+// ---- rendering
+
+function render() {
+  if (link.state !== 'ready' && !(link.state === 'offline' && state.everReady)) {
+    clear(app).append(linkScreen());
+    return;
+  }
+  const screens = { sessions: sessionsScreen, session: sessionScreen, new: newSessionScreen, usage: usageScreen };
+  clear(app).append(header(), requestsRegion(), (screens[state.screen] || sessionsScreen)());
+  if (state.screen === 'session') scrollTranscriptIfFollowing(true);
+}
+
+function header() {
+  const offline = link.state !== 'ready';
+  return el('header', { className: 'bar' },
+    state.screen === 'sessions' ? el('span', { className: 'title' }, link.computerName)
+      : button('‹ Sessions', () => show('sessions'), 'plain', 'back'),
+    el('span', { className: `status ${offline ? 'off' : state.engine.ready ? 'on' : 'wait'}`, id: 'engine-status' },
+      offline ? 'Reconnecting…' : state.engine.status),
+    button('Usage', () => show('usage'), 'plain', 'usage'));
+}
+
+function show(screen, current = state.current) {
+  state.screen = screen;
+  state.current = current;
+  state.notice = '';
+  if (screen === 'usage') readUsage();
+  if (screen === 'session') openSession(current);
+  render();
+}
+
+// ---- approvals and questions, above every screen
+
+function requestsRegion() {
+  const region = el('section', { id: 'requests' });
+  for (const [id, { method, body }] of state.approvals) region.append(approvalCard(id, method, body));
+  for (const [id, body] of state.questions) region.append(questionCard(id, body));
+  return region;
+}
+
+function approvalCard(id, method, body) {
+  const isCommand = method === 'item/commandExecution/requestApproval';
+  const decide = (decision) => {
+    link.answer(id, method, { decision });
+    state.approvals.delete(id);
+    render();
+  };
+  return el('article', { className: 'card request', dataset: { request: id } },
+    el('h2', {}, isCommand ? 'Codex asks to run a command' : 'Codex asks to change files'),
+    sessionLabel(body.threadId),
+    isCommand ? el('pre', { className: 'command' }, text(body.command)) : null,
+    isCommand && body.cwd ? el('p', { className: 'muted' }, `in ${text(body.cwd)}`) : null,
+    !isCommand && body.reason ? el('p', {}, text(body.reason)) : null,
+    el('div', { className: 'actions' },
+      button('Decline', () => decide('decline'), 'destructive', 'decline'),
+      button('Allow Similar This Session', () => decide('acceptForSession'), 'plain', 'accept-session'),
+      button('Allow Once', () => decide('accept'), 'prominent', 'accept')));
+}
+
+function questionCard(id, body) {
+  const questions = Array.isArray(body.questions) ? body.questions : [];
+  const draft = state.drafts.get(id) || {};
+  state.drafts.set(id, draft);
+  const form = el('form', { className: 'card request', dataset: { request: id }, onsubmit: (event) => {
+    event.preventDefault();
+    const answers = {};
+    for (const question of questions) {
+      const answer = (draft[question.id] || '').trim();
+      if (!answer) return;
+      answers[question.id] = { answers: [answer] };
+    }
+    link.answer(id, 'item/tool/requestUserInput', { answers });
+    state.drafts.delete(id);
+    state.questions.delete(id);
+    render();
+  } }, el('h2', {}, 'Codex has a question'), sessionLabel(body.threadId));
+  questions.forEach((question, index) => {
+    const name = `q-${id}-${index}`;
+    const field = el('fieldset', {}, el('legend', {}, text(question.header) || 'Question'),
+      el('p', {}, text(question.question)));
+    const options = Array.isArray(question.options) ? question.options : [];
+    for (const option of options) {
+      const label = text(option?.label);
+      field.append(el('label', { className: 'option' },
+        el('input', { type: 'radio', name, value: label, checked: draft[question.id] === label,
+          onchange: () => { draft[question.id] = label; } }),
+        el('span', {}, label), option?.description ? el('small', {}, text(option.description)) : null));
+    }
+    const typed = options.some((o) => text(o?.label) === draft[question.id]) ? '' : draft[question.id] || '';
+    field.append(el('input', { type: question.isSecret ? 'password' : 'text', value: typed,
+      placeholder: options.length ? 'Write a response…' : 'Your response', autocomplete: 'off',
+      'aria-label': 'Your response', className: 'response',
+      oninput: (event) => {
+        draft[question.id] = event.target.value;
+        for (const radio of field.querySelectorAll('input[type=radio]')) radio.checked = false;
+      } }));
+    form.append(field);
+  });
+  form.append(el('div', { className: 'actions' }, el('button', { type: 'submit', className: 'prominent' }, 'Send answer')));
+  return form;
+}
+
+function sessionLabel(threadID) {
+  const thread = state.threads.find((t) => t.id === threadID);
+  return thread ? el('p', { className: 'muted' }, threadTitle(thread)) : null;
+}
+
+// ---- the session list
+
+const text = (value) => (typeof value === 'string' ? value : '');
+const threadTitle = (thread) => text(thread.name) || text(thread.preview) || 'Untitled Codex session';
+const threadStatus = (thread) => text(thread.status?.type ?? thread.status);
+
+function sessionsScreen() {
+  const search = el('input', { type: 'search', id: 'search', placeholder: 'Search sessions', value: state.search,
+    'aria-label': 'Search sessions', oninput: (event) => { state.search = event.target.value; listSoon(); } });
+  const list = el('ul', { className: 'sessions', id: 'session-list' });
+  for (const thread of state.threads)
+    list.append(el('li', {}, el('button', { className: 'session-row', dataset: { thread: thread.id },
+      onclick: () => show('session', thread.id) },
+    el('span', { className: 'row-title' }, threadTitle(thread)),
+    el('span', { className: 'row-detail' }, [text(thread.cwd), when(thread.updatedAt), threadStatus(thread) === 'active' ? 'Running' : '']
+      .filter((part) => part).join(' · ')))));
+  return el('main', { className: 'screen' },
+    el('div', { className: 'toolbar' }, search, button('New', () => show('new'), 'prominent', 'new-session')),
+    state.listError ? el('p', { className: 'error' }, state.listError) : null,
+    state.threads.length ? list : el('p', { className: 'muted' }, state.search ? 'No sessions match.' : 'No sessions yet.'));
+}
+
+function when(seconds) {
+  if (typeof seconds !== 'number') return '';
+  return new Date(seconds * 1000).toLocaleString(undefined, { dateStyle: 'medium', timeStyle: 'short' });
+}
+
+let listTimer;
+function listSoon() {
+  clearTimeout(listTimer);
+  listTimer = setTimeout(readThreads, 250);
+}
+
+async function readThreads() {
+  const body = { limit: 50, sortKey: 'recency_at', sortDirection: 'desc', sourceKinds: ['cli', 'appServer', 'vscode'] };
+  if (state.search.trim()) body.searchTerm = state.search.trim();
+  try {
+    const page = await link.request('thread/list', body);
+    state.threads = Array.isArray(page?.data) ? page.data.filter((t) => t && typeof t.id === 'string') : [];
+    state.listError = '';
+  } catch (error) {
+    state.listError = error.message;
+  }
+  if (state.screen === 'sessions') rerenderKeepingFocus();
+}
+
+function rerenderKeepingFocus() {
+  const focused = document.activeElement?.id;
+  const caret = document.activeElement?.selectionStart;
+  render();
+  const again = focused && document.getElementById(focused);
+  if (again) {
+    again.focus();
+    if (typeof caret === 'number' && again.setSelectionRange) again.setSelectionRange(caret, caret);
+  }
+}
+
+// ---- one session
+
+function sessionFor(id) {
+  if (!state.sessions.has(id))
+    state.sessions.set(id, { transcript: new Transcript(), cursor: null, byItems: true, loaded: false,
+      loading: false, turnID: null, running: false, error: '', resumed: false, following: true });
+  return state.sessions.get(id);
+}
+
+async function openSession(id) {
+  const session = sessionFor(id);
+  if (!session.loaded && !session.loading) await loadPage(id);
+}
+
+// A page of history, newest first, by items, or by turns where the engine does not page by items.
+async function loadPage(id) {
+  const session = sessionFor(id);
+  session.loading = true;
+  const first = !session.loaded;
+  const ask = (byItems) => link.request(byItems ? 'thread/items/list' : 'thread/turns/list', {
+    threadId: id, limit: byItems ? itemsPageLimit : 1, sortDirection: 'desc',
+    ...(byItems ? {} : { itemsView: 'full' }), ...(session.cursor ? { cursor: session.cursor } : {}) });
+  try {
+    let page;
+    try {
+      page = await ask(session.byItems);
+    } catch (error) {
+      if (!(first && session.byItems && /items\/list|item pagination|not supported/i.test(error.message))) throw error;
+      session.byItems = false;
+      page = await ask(false);
+    }
+    session.transcript.prepend(entriesFromPage(page, session.byItems));
+    session.cursor = typeof page?.nextCursor === 'string' ? page.nextCursor : null;
+    session.error = '';
+  } catch (error) {
+    if (first && /not materialized/.test(error.message)) session.cursor = null;
+    else session.error = first ? error.message : `Earlier messages could not be loaded: ${error.message}`;
+  }
+  session.loaded = true;
+  session.loading = false;
+  if (state.screen === 'session' && state.current === id) rerenderKeepingFocus();
+}
+
+function sessionScreen() {
+  const id = state.current;
+  const session = sessionFor(id);
+  const thread = state.threads.find((t) => t.id === id) || { id };
+  const transcript = el('div', { className: 'transcript', id: 'transcript',
+    onscroll: (event) => { const t = event.target; session.following = t.scrollHeight - t.scrollTop - t.clientHeight < 40; } });
+  if (session.cursor)
+    transcript.append(button(session.loading ? 'Loading…' : 'Show earlier messages', () => loadPage(id), 'plain', 'earlier'));
+  if (!session.loaded) transcript.append(el('p', { className: 'muted' }, 'Loading the history…'));
+  else if (!session.transcript.entries.length && !session.error) transcript.append(el('p', { className: 'muted' }, 'No messages yet.'));
+  for (const entry of session.transcript.entries) transcript.append(entryNode(entry, session));
+  if (session.error) transcript.append(el('p', { className: 'error' }, session.error));
+  const draft = el('textarea', { id: 'composer', rows: 2, placeholder: session.running ? 'Steer this turn…' : 'Message Codex…',
+    'aria-label': 'Message', value: state.drafts.get(`composer-${id}`) || '',
+    oninput: (event) => state.drafts.set(`composer-${id}`, event.target.value),
+    onkeydown: (event) => { if (event.key === 'Enter' && (event.ctrlKey || event.metaKey)) { event.preventDefault(); send(id); } } });
+  return el('main', { className: 'screen session' },
+    el('h1', { className: 'session-title' }, threadTitle(thread)),
+    transcript,
+    state.notice ? el('p', { className: 'error', id: 'notice' }, state.notice) : null,
+    el('div', { className: 'composer' }, draft,
+      el('div', { className: 'actions' }, modelPicker(), effortPicker(),
+        session.running ? button('Stop', () => stop(id), 'destructive', 'stop') : null,
+        button(session.running ? 'Steer' : 'Send', () => send(id), 'prominent', 'send'))));
+}
+
+function entryNode(entry, session) {
+  const streaming = isStreaming(entry, session.running);
+  const shown = shownText(entry, streaming, entry.showsFullText);
+  const node = el('article', { className: `entry ${entry.kind}`, dataset: { entry: entry.id } },
+    el('h3', {}, entry.title, entry.status && entry.kind !== 'assistant' ? el('small', {}, ` ${entry.status}`) : null),
+    shown.text ? el(entry.kind === 'command' ? 'pre' : 'p', { className: shown.muted ? 'body muted' : 'body' }, shown.text) : null);
+  if (shown.shortened || entry.showsFullText)
+    node.append(button(entry.showsFullText ? 'Collapse output' : 'Show complete output', () => {
+      entry.showsFullText = !entry.showsFullText;
+      node.replaceWith(entryNode(entry, session));
+    }, 'plain'));
+  return node;
+}
+
+// An entry that changed while its session is on screen: only its own node is redrawn.
+function redrawEntry(threadID, entry) {
+  if (state.screen !== 'session' || state.current !== threadID) return;
+  const transcript = document.getElementById('transcript');
+  if (!transcript) return;
+  const session = sessionFor(threadID);
+  const fresh = entryNode(entry, session);
+  const held = transcript.querySelector(`[data-entry="${CSS.escape(entry.id)}"]`);
+  if (held) held.replaceWith(fresh);
+  else {
+    transcript.querySelector(':scope > p.muted')?.remove();
+    transcript.append(fresh);
+  }
+  scrollTranscriptIfFollowing();
+}
+
+function scrollTranscriptIfFollowing(always = false) {
+  const transcript = document.getElementById('transcript');
+  const session = state.current && state.sessions.get(state.current);
+  if (transcript && session && (always || session.following)) transcript.scrollTop = transcript.scrollHeight;
+}
+
+async function send(id) {
+  const session = sessionFor(id);
+  const message = (state.drafts.get(`composer-${id}`) || '').trim();
+  if (!message) return;
+  const input = [{ type: 'text', text: message }];
+  state.drafts.delete(`composer-${id}`);
+  state.notice = '';
+  try {
+    if (session.running && session.turnID) {
+      await link.request('turn/steer', { threadId: id, expectedTurnId: session.turnID, input });
+    } else {
+      const thread = state.threads.find((t) => t.id === id);
+      if (!session.resumed && threadStatus(thread || {}) !== 'idle' && threadStatus(thread || {}) !== 'active')
+        await link.request('thread/resume', { threadId: id, approvalPolicy: 'never', sandbox: 'danger-full-access', excludeTurns: true });
+      session.resumed = true;
+      session.running = true;
+      await link.request('turn/start', { threadId: id, input, approvalPolicy: 'never',
+        sandboxPolicy: { type: 'dangerFullAccess' }, summary: 'detailed', ...turnSettings() });
+    }
+  } catch (error) {
+    state.drafts.set(`composer-${id}`, message);
+    state.notice = error.message;
+    session.running = session.running && !!session.turnID;
+  }
+  rerenderKeepingFocus();
+}
+
+async function stop(id) {
+  const session = sessionFor(id);
+  if (!session.turnID) return;
+  try {
+    await link.request('turn/interrupt', { threadId: id, turnId: session.turnID });
+  } catch (error) {
+    state.notice = error.message;
+    render();
+  }
+}
+
+// ---- model and thinking effort for the next turn
+
+function turnSettings() {
+  return { ...(state.model ? { model: state.model } : {}), ...(state.effort ? { effort: state.effort } : {}) };
+}
+
+function modelPicker() {
+  const select = el('select', { id: 'model', 'aria-label': 'Model', onchange: (event) => { state.model = event.target.value; state.effort = ''; render(); } },
+    el('option', { value: '' }, 'Default model'));
+  for (const model of state.models)
+    select.append(el('option', { value: model.id, selected: model.id === state.model }, text(model.displayName) || model.id));
+  return select;
+}
+
+function effortPicker() {
+  const model = state.models.find((m) => m.id === state.model) || state.models.find((m) => m.isDefault);
+  const efforts = Array.isArray(model?.supportedReasoningEfforts) ? model.supportedReasoningEfforts.map((e) => text(e?.reasoningEffort)).filter((e) => e) : [];
+  const select = el('select', { id: 'effort', 'aria-label': 'Thinking effort', onchange: (event) => { state.effort = event.target.value; } },
+    el('option', { value: '' }, 'Default effort'));
+  for (const effort of efforts) select.append(el('option', { value: effort, selected: effort === state.effort }, effort));
+  return select;
+}
+
+async function readModels() {
+  try {
+    const page = await link.request('model/list', { limit: 100, includeHidden: false });
+    state.models = Array.isArray(page?.data) ? page.data.filter((m) => m && typeof m.id === 'string') : [];
+  } catch {
+    state.models = [];
+  }
+}
+
+// ---- a new session
+
+function newSessionScreen() {
+  const folder = el('input', { id: 'new-folder', placeholder: 'Folder on the computer, such as /home/you/project', autocomplete: 'off' });
+  const task = el('textarea', { id: 'new-task', rows: 4, placeholder: 'What should Codex do?' });
+  const form = el('form', { className: 'card', onsubmit: async (event) => {
+    event.preventDefault();
+    if (!task.value.trim()) return;
+    try {
+      const body = { approvalPolicy: 'never', sandbox: 'danger-full-access', serviceName: 'sar_vane',
+        ...(folder.value.trim() ? { cwd: folder.value.trim() } : {}), ...(state.model ? { model: state.model } : {}) };
+      const created = await link.request('thread/start', body);
+      const id = created?.thread?.id;
+      if (typeof id !== 'string') throw new Error('Codex returned an unexpected response while creating the session.');
+      const session = sessionFor(id);
+      session.loaded = true;
+      session.resumed = true;
+      state.threads.unshift(created.thread);
+      state.drafts.set(`composer-${id}`, task.value);
+      show('session', id);
+      await send(id);
+    } catch (error) {
+      state.notice = error.message;
+      render();
+    }
+  } },
+  el('h1', {}, 'New session'),
+  el('label', { htmlFor: 'new-folder' }, 'Folder'), folder,
+  el('label', { htmlFor: 'new-task' }, 'First task'), task,
+  el('div', { className: 'actions' }, modelPicker(), effortPicker(), el('button', { type: 'submit', className: 'prominent', id: 'start-session' }, 'Start')),
+  state.notice ? el('p', { className: 'error' }, state.notice) : null);
+  return el('main', { className: 'screen' }, form);
+}
+
+// ---- usage and limits
+
+function usageScreen() {
+  const section = el('section', { className: 'card', id: 'usage-details' }, el('h1', {}, 'Usage & Limits'));
+  const limits = state.usage?.rateLimits;
+  if (state.usageError) section.append(el('p', { className: 'error' }, state.usageError));
+  else if (!limits) section.append(el('p', { className: 'muted' }, 'Loading…'));
+  else {
+    for (const [key, label] of [['primary', 'Short window'], ['secondary', 'Weekly window']]) {
+      const window = limits[key];
+      if (!window || typeof window.usedPercent !== 'number') continue;
+      const used = Math.max(0, Math.min(100, window.usedPercent));
+      const name = typeof window.windowDurationMins === 'number' ? durationName(window.windowDurationMins) : label;
+      section.append(el('div', { className: 'limit' },
+        el('span', {}, `${name}: ${Math.round(100 - used)}% left`),
+        el('meter', { min: 0, max: 100, value: 100 - used, low: 25, optimum: 100 }),
+        typeof window.resetsAt === 'number' && window.resetsAt > 0 ? el('small', {}, `Resets ${when(window.resetsAt)}`) : null));
+    }
+    const credits = limits.credits;
+    if (credits?.unlimited) section.append(el('p', {}, 'Credits: unlimited'));
+    else if (credits?.balance != null) section.append(el('p', {}, `Credits: ${text(String(credits.balance))}`));
+    if (section.childElementCount === 1) section.append(el('p', { className: 'muted' }, 'Allowance percentages aren’t reported for this account.'));
+  }
+  section.append(button('Refresh', readUsage, 'plain', 'usage-refresh'));
+  return el('main', { className: 'screen' }, section);
+}
+
+function durationName(minutes) {
+  if (minutes % 10080 === 0) return minutes === 10080 ? 'Weekly' : `${minutes / 10080} weeks`;
+  if (minutes % 1440 === 0) return minutes === 1440 ? 'Daily' : `${minutes / 1440} days`;
+  if (minutes % 60 === 0) return `${minutes / 60} hours`;
+  return `${minutes} minutes`;
+}
+
+async function readUsage() {
+  try {
+    state.usage = await link.request('account/rateLimits/read', {});
+    state.usageError = '';
+  } catch (error) {
+    state.usageError = error.message;
+  }
+  if (state.screen === 'usage') render();
+}
+
+// ---- events from the computer
+
+function onMessage({ message }) {
+  const { kind, method, id, body } = message;
+  const params = body && typeof body === 'object' ? body : {};
+  if (kind === 'serverRequest') {
+    if (typeof id === 'string' && method.endsWith('/requestApproval')) state.approvals.set(id, { method, body: params });
+    render();
+    return;
+  }
+  const threadID = typeof params.threadId === 'string' ? params.threadId : null;
+  switch (method) {
+    case 'sarvane/engineStatus': {
+      const wasReady = state.engine.ready;
+      state.engine = { ready: params.ready === true, status: text(params.status) };
+      if (state.engine.ready && !wasReady) reread();
+      else render();
+      return;
+    }
+    case 'sarvane/userInputRequest':
+      if (typeof id === 'string') state.questions.set(id, params);
+      render();
+      return;
+    case 'sarvane/userInputResolved':
+      state.questions.delete(params.requestId);
+      state.drafts.delete(params.requestId);
+      render();
+      return;
+    case 'thread/started':
+    case 'thread/name/updated':
+      listSoon();
+      return;
+    case 'turn/started':
+      if (threadID) Object.assign(sessionFor(threadID), { turnID: text(params.turn?.id), running: true });
+      setThreadStatus(threadID, 'active');
+      render();
+      return;
+    case 'turn/completed': {
+      if (!threadID) return;
+      const session = sessionFor(threadID);
+      Object.assign(session, { running: false, turnID: null });
+      for (const [key, approval] of state.approvals)
+        if (approval.body.turnId === params.turn?.id) state.approvals.delete(key);
+      if (params.turn?.status === 'failed') session.error = text(params.turn?.error?.message) || 'The turn failed.';
+      setThreadStatus(threadID, 'idle');
+      render();
+      return;
+    }
+    default:
+      break;
+  }
+  if (!threadID || !state.sessions.has(threadID)) return;
+  const entry = sessionFor(threadID).transcript.apply(method, params);
+  if (method === 'item/completed')
+    for (const [key, approval] of state.approvals)
+      if (approval.body.itemId === params.item?.id) { state.approvals.delete(key); render(); }
+  if (entry) redrawEntry(threadID, entry);
+}
+
+function setThreadStatus(threadID, type) {
+  const thread = state.threads.find((t) => t.id === threadID);
+  if (thread) thread.status = { type };
+}
+
+// After pairing, after a reconnect, and when the engine becomes ready: read again what is shown.
+async function reread() {
+  if (link.state !== 'ready') return;
+  render();
+  if (!state.engine.ready) return;
+  for (const session of state.sessions.values()) Object.assign(session, { loaded: false, cursor: null, byItems: true, transcript: new Transcript() });
+  await Promise.all([readThreads(), readModels()]);
+  if (state.screen === 'session' && state.current) await openSession(state.current);
+  if (state.screen === 'usage') await readUsage();
+  render();
+}
+
+async function main() {
+  if (!window.isSecureContext || !crypto.subtle) {
+    clear(app).append(el('section', { className: 'card alert' }, el('h1', {}, 'Open this page over https'),
+      el('p', {}, 'The browser keeps this device’s key only on a secure page.')));
+    return;
+  }
+  const identity = await store.identity(crypto);
+  const name = (await store.read('name')) || (await askName());
+  await store.write('name', name);
+  link = new BridgeLink({ crypto, identity, name, pairedKey: store.pairedKey,
+    rememberComputer: store.rememberComputer, host: location.host });
+  link.addEventListener('state', () => {
+    if (link.state === 'ready') {
+      state.everReady = true;
+      state.approvals.clear();
+      state.questions.clear();
+      // The engine's status follows at once; its being ready reads everything again.
+      state.engine = { ready: false, status: state.engine.status };
+    }
+    render();
+  });
+  link.addEventListener('message', onMessage);
+  link.start();
+}
+
+main().catch((error) => {
+  clear(app).append(el('section', { className: 'card alert' }, el('h1', {}, 'Something went wrong'), el('p', {}, String(error?.message || error))));
+});

@@ -1,0 +1,71 @@
+#include "CockpitFiles.h"
+
+#include <QFile>
+#include <QRegularExpression>
+
+namespace nimbrel {
+
+namespace {
+
+// Scripts, styles and connections only from the bridge itself; nothing inline, no frames, no forms.
+constexpr char securityHeaders[] =
+    "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; "
+    "img-src 'self'; connect-src 'self'; manifest-src 'self'; base-uri 'none'; "
+    "form-action 'none'; frame-ancestors 'none'\r\n"
+    "X-Content-Type-Options: nosniff\r\n"
+    "X-Frame-Options: DENY\r\n"
+    "Referrer-Policy: no-referrer\r\n"
+    "Cross-Origin-Opener-Policy: same-origin\r\n"
+    "Cross-Origin-Resource-Policy: same-origin\r\n"
+    "Cache-Control: no-cache\r\n";
+
+QByteArray contentType(const QByteArray& name)
+{
+    if (name.endsWith(".html"))
+        return "text/html; charset=utf-8";
+    if (name.endsWith(".js"))
+        return "text/javascript; charset=utf-8";
+    if (name.endsWith(".css"))
+        return "text/css; charset=utf-8";
+    if (name.endsWith(".svg"))
+        return "image/svg+xml";
+    return "application/manifest+json";
+}
+
+WebResponse respond(const QByteArray& status, const QByteArray& type, const QByteArray& body,
+                    bool withBody, bool keepOpen, const QByteArray& extra = {})
+{
+    QByteArray head = "HTTP/1.1 " + status + "\r\n" + securityHeaders + extra;
+    if (!type.isEmpty())
+        head += "Content-Type: " + type + "\r\n";
+    head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    head += keepOpen ? "Connection: keep-alive\r\n\r\n" : "Connection: close\r\n\r\n";
+    return {withBody ? head + body : head, keepOpen};
+}
+
+} // namespace
+
+WebResponse webRefusal(const QByteArray& status)
+{
+    return respond(status, {}, {}, false, false);
+}
+
+WebResponse cockpitResponse(const WebRequest& request)
+{
+    const bool head = request.method == "HEAD";
+    if (request.method != "GET" && !head)
+        return respond("405 Method Not Allowed", {}, {}, false, false, "Allow: GET, HEAD\r\n");
+    const QList<QByteArray> lengths = request.values("content-length");
+    if (!request.values("transfer-encoding").isEmpty()
+        || std::any_of(lengths.begin(), lengths.end(), [](const QByteArray& l) { return l != "0"; }))
+        return webRefusal("400 Bad Request");
+    static const QRegularExpression fileName(QStringLiteral("^[a-z0-9][a-z0-9-]*(\\.[a-z0-9-]+)*\\.(html|js|css|svg|webmanifest)$"));
+    const QByteArray path = request.path();
+    const QByteArray name = path == "/" ? QByteArray("index.html") : path.mid(1);
+    QFile file(QStringLiteral(":/cockpit/") + QString::fromLatin1(name));
+    if (!path.startsWith('/') || !fileName.match(QString::fromLatin1(name)).hasMatch() || !file.open(QIODevice::ReadOnly))
+        return respond("404 Not Found", "text/plain; charset=utf-8", "Not found.\n", !head, false);
+    return respond("200 OK", contentType(name), file.readAll(), !head, true);
+}
+
+} // namespace nimbrel

@@ -1,0 +1,73 @@
+// A real nimbrel-bridge, headless, over the fake engine, in a temporary home; for driving the
+// browser cockpit against it. Its console takes commands ("approve <code>") on standard input.
+
+import { spawn } from 'node:child_process';
+import { mkdirSync, mkdtempSync, readFileSync, rmSync, symlinkSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+
+export class RunningBridge {
+  // paths: {bridge, fakeCodex, scenario}
+  constructor(paths) {
+    this.paths = paths;
+    this.home = mkdtempSync(join(tmpdir(), 'nimbrel-cockpit-'));
+    mkdirSync(join(this.home, 'bin'));
+    symlinkSync(paths.fakeCodex, join(this.home, 'bin', 'codex'));
+    this.record = join(this.home, 'engine-record');
+    this.port = 0;
+  }
+
+  // Starts the bridge (on the port it had before, after the first start) and waits for the engine.
+  async start() {
+    const env = { ...process.env, HOME: this.home, XDG_CONFIG_HOME: join(this.home, 'config'),
+      XDG_DATA_HOME: join(this.home, 'data'), PATH: `${join(this.home, 'bin')}:/usr/bin:/bin`,
+      FAKE_CODEX_SCENARIO: this.paths.scenario, FAKE_CODEX_RECORD: this.record,
+      NIMBREL_LINK_ADDRESS: '127.0.0.1', NIMBREL_LINK_PORT: String(this.port) };
+    delete env.DISPLAY;
+    delete env.WAYLAND_DISPLAY;
+    this.err = ''; // since this start; log holds every start's
+    this.child = spawn(this.paths.bridge, ['--headless'], { env, stdio: ['pipe', 'ignore', 'pipe'] });
+    this.child.stderr.setEncoding('utf8');
+    this.child.stderr.on('data', (chunk) => { this.err += chunk; this.log = (this.log || '') + chunk; });
+    this.exited = new Promise((resolve) => this.child.on('exit', resolve));
+    const [, port] = await this.waitFor(/Listening on wss:\/\/127\.0\.0\.1:(\d+)\/sarvane/);
+    this.port = Number(port);
+    await this.waitFor(/Codex app-server ready/);
+    return this;
+  }
+
+  // Waits for the pattern in what the bridge wrote to standard error since it started.
+  async waitFor(pattern, limitMs = 15000) {
+    const end = Date.now() + limitMs;
+    for (;;) {
+      const match = this.err.match(pattern);
+      if (match) return match;
+      if (Date.now() > end) throw new Error(`The bridge did not say ${pattern}:\n${this.err}`);
+      await new Promise((resolve) => setTimeout(resolve, 25));
+    }
+  }
+
+  type(line) {
+    this.child.stdin.write(`${line}\n`);
+  }
+
+  // What the fake engine recorded: one JSON object per line.
+  engineRecords() {
+    try {
+      return readFileSync(this.record, 'utf8').split('\n').filter((line) => line).map((line) => JSON.parse(line));
+    } catch {
+      return [];
+    }
+  }
+
+  async stop() {
+    this.child.kill('SIGTERM');
+    await Promise.race([this.exited, new Promise((resolve) => setTimeout(resolve, 5000))]);
+    this.child.kill('SIGKILL');
+  }
+
+  async dispose() {
+    await this.stop();
+    rmSync(this.home, { recursive: true, force: true });
+  }
+}
