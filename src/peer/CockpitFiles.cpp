@@ -56,14 +56,16 @@ WebResponse cockpitResponse(const WebRequest& request)
     if (request.method != "GET" && !head)
         return respond("405 Method Not Allowed", {}, {}, false, false, "Allow: GET, HEAD\r\n");
     const QList<QByteArray> lengths = request.values("content-length");
-    if (!request.values("transfer-encoding").isEmpty()
-        || std::any_of(lengths.begin(), lengths.end(), [](const QByteArray& l) { return l != "0"; }))
+    if (!request.values("transfer-encoding").isEmpty() ||
+        std::any_of(lengths.begin(), lengths.end(), [](const QByteArray& l) { return l != "0"; }))
         return webRefusal("400 Bad Request");
-    static const QRegularExpression fileName(QStringLiteral("^[a-z0-9][a-z0-9-]*(\\.[a-z0-9-]+)*\\.(html|js|css|svg|webmanifest)$"));
+    static const QRegularExpression fileName(
+        QStringLiteral("^[a-z0-9][a-z0-9-]*(\\.[a-z0-9-]+)*\\.(html|js|css|svg|webmanifest)$"));
     const QByteArray path = request.path();
     const QByteArray name = path == "/" ? QByteArray("index.html") : path.mid(1);
     QFile file(QStringLiteral(":/cockpit/") + QString::fromLatin1(name));
-    if (!path.startsWith('/') || !fileName.match(QString::fromLatin1(name)).hasMatch() || !file.open(QIODevice::ReadOnly))
+    if (!path.startsWith('/') || !fileName.match(QString::fromLatin1(name)).hasMatch() ||
+        !file.open(QIODevice::ReadOnly))
         return respond("404 Not Found", "text/plain; charset=utf-8", "Not found.\n", !head, false);
     return respond("200 OK", contentType(name), file.readAll(), !head, true);
 }

@@ -52,7 +52,8 @@ UpgradeRequest upgradeRequestOf(const WebRequest& request)
     const QList<QByteArray> origins = request.values("origin"), hosts = request.values("host");
     if (origins.size() > 1 || hosts.size() > 1)
         return {{}, badRequest};
-    if (!origins.isEmpty() && (hosts.isEmpty() || origins[0].toLower() != "https://" + hosts[0].toLower()))
+    if (!origins.isEmpty() &&
+        (hosts.isEmpty() || origins[0].toLower() != "https://" + hosts[0].toLower()))
         return {{}, "403 Forbidden"};
     return {name, {}};
 }
@@ -263,11 +264,13 @@ void PeerLink::acceptHandshake(QSslSocket* socket)
     m_connections.push_back(connection);
     setStatusText(QStringLiteral("Securing connection…"));
     rearmHandshakeLimit(connection);
-    connect(socket, &QAbstractSocket::disconnected, this, [this, connection] { closed(connection); });
-    connect(socket, &QSslSocket::errorOccurred, this, [this, connection](QAbstractSocket::SocketError) {
-        if (!connection->socket)
-            closed(connection);
-    });
+    connect(socket, &QAbstractSocket::disconnected, this,
+            [this, connection] { closed(connection); });
+    connect(socket, &QSslSocket::errorOccurred, this,
+            [this, connection](QAbstractSocket::SocketError) {
+                if (!connection->socket)
+                    closed(connection);
+            });
 }
 
 void PeerLink::rearmHandshakeLimit(const std::shared_ptr<Connection>& connection)
@@ -293,10 +296,11 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
         const qsizetype headerEnd = buffered.indexOf("\r\n\r\n");
         if (headerEnd < 0 && buffered.size() <= maximumRequestHeaderBytes)
             return; // wait for the rest of the request
-        const std::optional<WebRequest> request = headerEnd < 0 ? std::nullopt : parseWebRequest(buffered.left(headerEnd));
+        const std::optional<WebRequest> request =
+            headerEnd < 0 ? std::nullopt : parseWebRequest(buffered.left(headerEnd));
         WebResponse response = headerEnd < 0 ? webRefusal("431 Request Header Fields Too Large")
-                               : !request   ? webRefusal("400 Bad Request")
-                                            : WebResponse{};
+                               : !request    ? webRefusal("400 Bad Request")
+                                             : WebResponse{};
         // Any path but the WebSocket's is a request for one of the browser cockpit's files.
         if (request && request->path() != resourcePath.toLatin1())
             response = cockpitResponse(*request);
@@ -314,12 +318,14 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
         }
         UpgradeRequest upgrade = upgradeRequestOf(*request);
         // A name belongs to the connection that has it, from its upgrade until it closes.
-        if (upgrade.refusal.isEmpty()
-            && std::any_of(m_connections.begin(), m_connections.end(), [&](const auto& other) { return other->name == upgrade.name; }))
+        if (upgrade.refusal.isEmpty() &&
+            std::any_of(m_connections.begin(), m_connections.end(),
+                        [&](const auto& other) { return other->name == upgrade.name; }))
             upgrade.refusal = "409 Conflict";
         disconnect(socket, &QIODevice::readyRead, this, nullptr);
         if (!upgrade.refusal.isEmpty()) {
-            socket->write("HTTP/1.1 " + upgrade.refusal + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            socket->write("HTTP/1.1 " + upgrade.refusal +
+                          "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
             socket->disconnectFromHost();
             return;
         }

@@ -18,8 +18,8 @@ std::optional<WebRequest> parseWebRequest(const QByteArray& head)
         if (line.endsWith('\r'))
             line.chop(1);
     const QList<QByteArray> requestLine = lines.value(0).split(' ');
-    if (requestLine.size() != 3 || requestLine[0].isEmpty() || !requestLine[1].startsWith('/')
-        || !requestLine[2].startsWith("HTTP/1."))
+    if (requestLine.size() != 3 || requestLine[0].isEmpty() || !requestLine[1].startsWith('/') ||
+        !requestLine[2].startsWith("HTTP/1."))
         return std::nullopt;
     WebRequest request{requestLine[0], requestLine[1], {}};
     for (qsizetype i = 1; i < lines.size(); ++i) {

@@ -18,7 +18,10 @@ struct WebRequest {
     // Every value of the field name (lower case).
     QList<QByteArray> values(const QByteArray& name) const;
     // The target's path, without its query.
-    QByteArray path() const { return target.indexOf('?') < 0 ? target : target.left(target.indexOf('?')); }
+    QByteArray path() const
+    {
+        return target.indexOf('?') < 0 ? target : target.left(target.indexOf('?'));
+    }
 };
 
 // The request in head (everything before the blank line), or nothing where the request line is not

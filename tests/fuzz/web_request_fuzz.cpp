@@ -16,7 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     if (!request->target.startsWith('/') || request->path().contains('?'))
         std::abort();
     const WebResponse response = cockpitResponse(*request);
-    if (!response.bytes.startsWith("HTTP/1.1 ") || !response.bytes.contains("\r\nX-Content-Type-Options: nosniff\r\n"))
+    if (!response.bytes.startsWith("HTTP/1.1 ") ||
+        !response.bytes.contains("\r\nX-Content-Type-Options: nosniff\r\n"))
         std::abort();
     if (response.keepOpen != response.bytes.startsWith("HTTP/1.1 200 "))
         std::abort();

@@ -242,7 +242,8 @@ TEST_F(PeerLinkTest, TheLinkServesThePageFilesOverTheSameConnection)
     // The connection stays for the next file while it is not idle for the handshake limit.
     scheduler.advance(PeerLink::handshakeLimitSeconds - 1);
     const QByteArray head = browser.exchange("HEAD /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
-    EXPECT_TRUE(head.startsWith("HTTP/1.1 200 OK\r\n") && head.endsWith("\r\n\r\n")) << head.toStdString();
+    EXPECT_TRUE(head.startsWith("HTTP/1.1 200 OK\r\n") && head.endsWith("\r\n\r\n"))
+        << head.toStdString();
     scheduler.advance(PeerLink::handshakeLimitSeconds);
     ASSERT_TRUE(waitFor([&] { return browser.isClosed(); }));
 
@@ -257,7 +258,8 @@ TEST_F(PeerLinkTest, TheLinkServesThePageFilesOverTheSameConnection)
     };
     for (const auto& [request, status] : refused) {
         RawWebSocket client(port);
-        EXPECT_TRUE(client.exchange(request).startsWith("HTTP/1.1 " + status)) << request.left(40).toStdString();
+        EXPECT_TRUE(client.exchange(request).startsWith("HTTP/1.1 " + status))
+            << request.left(40).toStdString();
         EXPECT_TRUE(waitFor([&] { return client.isClosed(); }));
     }
     EXPECT_TRUE(events.connected.empty());

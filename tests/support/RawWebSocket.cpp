@@ -54,7 +54,11 @@ QByteArray RawWebSocket::exchange(const QByteArray& request)
         if (headerEnd < 0)
             return false;
         const QRegularExpression length(QStringLiteral("Content-Length: (\\d+)"));
-        const qsizetype body = request.startsWith("HEAD ") ? 0 : length.match(QString::fromLatin1(response.left(headerEnd))).captured(1).toLongLong();
+        const qsizetype body = request.startsWith("HEAD ")
+                                   ? 0
+                                   : length.match(QString::fromLatin1(response.left(headerEnd)))
+                                         .captured(1)
+                                         .toLongLong();
         return response.size() >= headerEnd + 4 + body;
     };
     waitFor([&] {

@@ -106,7 +106,8 @@ void perform(const JSONValue& actions)
             for (const JSONValue& message : turnNotifications(*turn)) {
                 send(message);
                 // When each delta left, on the wall clock, for measuring how soon clients show it.
-                if (recordDeltas && message["method"]->stringView() == std::string_view("item/agentMessage/delta"))
+                if (recordDeltas &&
+                    message["method"]->stringView() == std::string_view("item/agentMessage/delta"))
                     record(JSONValue::object(
                         {{"deltaSent", *(*message["params"])["delta"]},
                          {"atMs", std::chrono::duration<double, std::milli>(
