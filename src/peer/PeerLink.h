@@ -116,6 +116,7 @@ public:
     // Host mode, once listening.
     quint16 listeningPort() const;
     QSslCertificate certificate() const { return m_certificate; }
+    QHostAddress listeningAddress() const { return m_settings.address; }
     // Client mode: where a discovered host was found.
     std::optional<std::pair<QHostAddress, quint16>> discoveredAddress(const QString& name) const;
 

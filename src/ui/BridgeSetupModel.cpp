@@ -1,11 +1,14 @@
 #include "BridgeSetupModel.h"
 
 #include "bridge/BridgeController.h"
+#include "peer/PeerLink.h"
 #include "platform/UserDefaults.h"
 #include "ui/AttentionNotifications.h"
+#include "ui/CockpitAddresses.h"
 
 #include <QDateTime>
 #include <QLocale>
+#include <QUrl>
 
 namespace nimbrel {
 
@@ -57,6 +60,8 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
         {{"decline", {"Decline", "decline", "destructive"}},
          {"acceptForSession", {"Allow Similar This Session", "acceptForSession", "plain"}},
          {"accept", {"Allow Once", "accept", "prominent"}}});
+    connect(&m_controller.link(), &PeerLink::listening, this, &BridgeSetupModel::refreshCockpit);
+    refreshCockpit();
     refreshCards();
     refreshPairing();
     refreshTrusted();
@@ -91,6 +96,15 @@ QVariantMap BridgeSetupModel::texts()
         {"reject", "Reject"},
         {"pair", "Pair"},
         {"trustedHeading", "TRUSTED DEVICES"},
+        {"cockpitHeading", "BROWSER COCKPIT"},
+        {"cockpitHint",
+         "Open this address in the browser of a phone or tablet on the same network, "
+         "then pair with the code it shows."},
+        {"cockpitCertificate", "The browser warns once that it cannot verify this computer's "
+                               "certificate. Continue only if the certificate it shows has this "
+                               "SHA-256 fingerprint:"},
+        {"cockpitNoAddress", "No network address found. Connect this computer to a network to "
+                             "reach it from a phone."},
         {"noTrustedDevices",
          "Open Nimbrel on an iPhone or iPad connected to this Wi-Fi network, choose this Mac, and "
          "compare the six-digit code."},
@@ -105,6 +119,30 @@ QVariantMap BridgeSetupModel::texts()
     };
 }
 
+void BridgeSetupModel::refreshCockpit()
+{
+    const PeerLink& link = m_controller.link();
+    QStringList addresses = nimbrel::cockpitAddresses(
+        upInterfaceAddresses(), link.listeningAddress(), link.listeningPort());
+    if (addresses == m_cockpitAddresses)
+        return;
+    m_cockpitAddresses = std::move(addresses);
+    emit cockpitChanged();
+}
+
+QString BridgeSetupModel::cockpitQrSource() const
+{
+    if (m_cockpitAddresses.isEmpty())
+        return {};
+    return QStringLiteral("image://qr/") +
+           QString::fromLatin1(QUrl::toPercentEncoding(m_cockpitAddresses.first()));
+}
+
+QString BridgeSetupModel::certificateFingerprint() const
+{
+    return nimbrel::certificateFingerprint(m_controller.link().certificate());
+}
+
 QVariantMap BridgeSetupModel::symbols()
 {
     return {{"terminal", "utilities-terminal"},
@@ -117,7 +155,8 @@ QVariantMap BridgeSetupModel::symbols()
             {"activity", "network-transmit-receive"},
             {"approval", "dialog-warning"},
             {"cwd", "folder"},
-            {"settings", "preferences-system"}};
+            {"settings", "preferences-system"},
+            {"cockpit", "web-browser"}};
 }
 
 void BridgeSetupModel::refreshCards()

@@ -3,6 +3,7 @@
 #include "ui/RecordListModel.h"
 
 #include <QObject>
+#include <QStringList>
 #include <QUrl>
 #include <QVariantMap>
 
@@ -33,6 +34,9 @@ class BridgeSetupModel : public QObject {
     Q_PROPERTY(QString setupDocumentationLink READ setupDocumentationLink CONSTANT)
     Q_PROPERTY(nimbrel::RecordListModel* installCommands READ installCommands CONSTANT)
     Q_PROPERTY(nimbrel::RecordListModel* approvalButtons READ approvalButtons CONSTANT)
+    Q_PROPERTY(QStringList cockpitAddresses READ cockpitAddresses NOTIFY cockpitChanged)
+    Q_PROPERTY(QString cockpitQrSource READ cockpitQrSource NOTIFY cockpitChanged)
+    Q_PROPERTY(QString certificateFingerprint READ certificateFingerprint NOTIFY cockpitChanged)
     Q_PROPERTY(bool showNotifications READ showNotifications WRITE setShowNotifications NOTIFY
                    showNotificationsChanged)
 
@@ -79,6 +83,14 @@ public:
     // plain or prominent).
     RecordListModel* approvalButtons() { return &m_approvalButtons; }
 
+    // Where a phone's browser opens the cockpit, one address per network address of this machine;
+    // the QR code of the first (an image source, empty without an address); and the SHA-256
+    // fingerprint of the link's certificate. Read again when the page asks, as networks change.
+    QStringList cockpitAddresses() const { return m_cockpitAddresses; }
+    QString cockpitQrSource() const;
+    QString certificateFingerprint() const;
+    Q_INVOKABLE void refreshCockpit();
+
     // The Settings switch: whether the desktop is told when Codex needs the user.
     bool showNotifications() const;
     void setShowNotifications(bool shown);
@@ -98,6 +110,7 @@ signals:
     void changed();
     void customExecutableChanged();
     void showNotificationsChanged();
+    void cockpitChanged();
 
 private:
     void refreshCards();
@@ -108,6 +121,7 @@ private:
     BridgeController& m_controller;
     UserDefaults& m_defaults;
     bool m_usesCustomExecutable = false;
+    QStringList m_cockpitAddresses;
     // Lines the log has taken so far: the key of a line is its place in that sequence.
     qint64 m_linesLogged = 0;
     RecordListModel m_statusCards{{"title", "value", "symbol", "color"}};

@@ -1,6 +1,7 @@
 #include "BridgeWindow.h"
 
 #include "bridge/BridgeController.h"
+#include "ui/CockpitAddresses.h"
 
 #include <QIcon>
 #include <QQuickItem>
@@ -15,6 +16,7 @@ BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults,
     , m_setup(controller, defaults)
     , m_sessions(controller.workspace(), controller.scheduler(), defaults)
 {
+    m_engine.addImageProvider(QStringLiteral("qr"), new QrCodeImageProvider);
     m_engine.setInitialProperties(
         {{"controller", QVariant::fromValue<QObject*>(&controller)},
          {"workspace", QVariant::fromValue<QObject*>(&controller.workspace())},

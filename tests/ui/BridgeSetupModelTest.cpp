@@ -2,10 +2,13 @@
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
+#include "ui/CockpitAddresses.h"
 
 #include <QAbstractItemModelTester>
 #include <QLocale>
+#include <QRegularExpression>
 #include <QSignalSpy>
+#include <QUrl>
 
 #include <gtest/gtest.h>
 
@@ -89,6 +92,38 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     EXPECT_EQ(inserted.front().at(1), 0);
     EXPECT_EQ(removed.size(), 1);
     EXPECT_EQ(reset.size(), 0);
+}
+
+TEST(BridgeSetupModel, TheCockpitsAddressesFingerprintAndCode)
+{
+    const QList<QHostAddress> up{QHostAddress("127.0.0.1"),   QHostAddress("192.168.1.20"),
+                                 QHostAddress("169.254.3.4"), QHostAddress("fe80::1"),
+                                 QHostAddress("2001:db8::7"), QHostAddress("10.0.0.5"),
+                                 QHostAddress("::1")};
+    EXPECT_EQ(cockpitAddresses(up, QHostAddress::Any, 48215),
+              (QStringList{"https://192.168.1.20:48215/", "https://10.0.0.5:48215/",
+                           "https://[2001:db8::7]:48215/"}));
+    EXPECT_EQ(cockpitAddresses(up, QHostAddress("127.0.0.1"), 5000),
+              QStringList{"https://127.0.0.1:5000/"});
+    EXPECT_TRUE(cockpitAddresses(up, QHostAddress::Any, 0).isEmpty());
+
+    // The model shows the link's own: here it listens on loopback.
+    BridgeUnderTest bridge(json("{}"));
+    BridgeSetupModel model(bridge.controller(), bridge.defaults);
+    const QString address = "https://127.0.0.1:" + QString::number(bridge.port()) + "/";
+    EXPECT_EQ(model.cockpitAddresses(), QStringList{address});
+    EXPECT_EQ(model.cockpitQrSource(), "image://qr/" + QUrl::toPercentEncoding(address));
+    EXPECT_TRUE(QRegularExpression("^([0-9A-F]{2}:){31}[0-9A-F]{2}$")
+                    .match(model.certificateFingerprint())
+                    .hasMatch())
+        << model.certificateFingerprint().toStdString();
+
+    const QImage code = qrCodeImage(address, 3);
+    EXPECT_EQ(code.width(), code.height());
+    EXPECT_EQ(code.width() % 3, 0);
+    EXPECT_EQ(code.pixelColor(0, 0), Qt::white);         // the quiet zone
+    EXPECT_EQ(code.pixelColor(4 * 3, 4 * 3), Qt::black); // a finder pattern's corner
+    EXPECT_TRUE(qrCodeImage(QString(8000, QLatin1Char('x')), 3).isNull());
 }
 
 TEST(RecordListModel, MovesChangesAndReplacesRowsByKey)

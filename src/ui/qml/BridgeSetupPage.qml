@@ -94,6 +94,54 @@ Column {
     }
 
     Column {
+        objectName: "cockpitSection"
+        width: page.innerWidth
+        spacing: 8
+        onVisibleChanged: if (visible) page.setup.refreshCockpit()
+        SectionHeading { text: page.texts.cockpitHeading; symbol: page.symbols.cockpit }
+        RowLayout {
+            width: page.innerWidth
+            spacing: 16
+            Image {
+                objectName: "cockpitQrCode"
+                visible: page.setup.cockpitQrSource !== ""
+                source: page.setup.cockpitQrSource
+                sourceSize: Qt.size(150, 150)
+                smooth: false
+                Layout.alignment: Qt.AlignTop
+                Accessible.name: page.texts.cockpitHeading
+            }
+            ColumnLayout {
+                Layout.fillWidth: true
+                spacing: 6
+                Label {
+                    text: page.setup.cockpitAddresses.length > 0 ? page.texts.cockpitHint : page.texts.cockpitNoAddress
+                    wrapMode: Text.Wrap
+                    Layout.fillWidth: true
+                }
+                Repeater {
+                    model: page.setup.cockpitAddresses
+                    SelectableText {
+                        required property string modelData
+                        objectName: "cockpitAddress"
+                        text: modelData
+                        font.bold: true
+                        Layout.fillWidth: true
+                    }
+                }
+                Label { text: page.texts.cockpitCertificate; wrapMode: Text.Wrap; opacity: 0.8; Layout.fillWidth: true }
+                SelectableText {
+                    objectName: "certificateFingerprint"
+                    text: page.setup.certificateFingerprint
+                    monospaced: true
+                    font.pointSize: 8
+                    Layout.fillWidth: true
+                }
+            }
+        }
+    }
+
+    Column {
         objectName: "trustedSection"
         width: page.innerWidth
         spacing: 6
