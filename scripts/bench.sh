@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds an optimised tree and prints every benchmark's figures.
+# Builds an optimised tree and prints every benchmark's figures, the browser cockpit's last.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -9,3 +9,5 @@ for benchmark in build/bench/bench/*_bench; do
   echo "== $(basename "$benchmark")"
   "$benchmark" "$@"
 done
+echo "== cockpit_bench"
+node bench/cockpit_bench.mjs build/bench

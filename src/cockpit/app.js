@@ -402,7 +402,11 @@ function turnSettings() {
 }
 
 function modelPicker() {
-  const select = el('select', { id: 'model', 'aria-label': 'Model', onchange: (event) => { state.model = event.target.value; state.effort = ''; render(); } },
+  const select = el('select', { id: 'model', 'aria-label': 'Model', onchange: (event) => {
+    state.model = event.target.value;
+    state.effort = '';
+    document.getElementById('effort')?.replaceWith(effortPicker());
+  } },
     el('option', { value: '' }, 'Default model'));
   for (const model of state.models)
     select.append(el('option', { value: model.id, selected: model.id === state.model }, text(model.displayName) || model.id));

@@ -140,12 +140,12 @@ export class Transcript {
   }
 }
 
-// The entries of one history page, oldest first, from thread/items/list (data: items) or
+// The entries of one history page, oldest first, from thread/items/list (data: {item} objects) or
 // thread/turns/list (data: turns, each with its items).
 export function entriesFromPage(page, byItems) {
   const data = Array.isArray(page?.data) ? page.data : [];
   // Pages run newest first; within a turn items are in their order.
-  if (byItems) return data.map(entryFromItem).filter((entry) => entry).reverse();
+  if (byItems) return data.map((element) => entryFromItem(element?.item)).filter((entry) => entry).reverse();
   return data.slice().reverse().flatMap((turn) => (Array.isArray(turn?.items) ? turn.items : [])
     .map(entryFromItem).filter((entry) => entry));
 }

@@ -125,6 +125,29 @@ test('a question answered on the page reaches the engine', async () => {
   await page.waitFor(`!document.querySelector('#requests [data-request]')`);
 });
 
+test('a new session starts in a folder with its first task', async () => {
+  await page.click('#back');
+  await page.click('#new-session');
+  await page.fill('#new-folder', '/home/ada/src/cafe');
+  await page.fill('#new-task', 'Write the menu page');
+  await page.evaluate(`document.querySelector('#model').value = 'gpt-6.1-sol'; document.querySelector('#model').dispatchEvent(new Event('change'))`);
+  await page.click('#start-session');
+  const started = () => bridge.engineRecords().map((r) => r.received).find((m) => m?.method === 'turn/start' && m.params.threadId === 'thr_new');
+  for (let i = 0; i < 100 && !started(); i++) await new Promise((resolve) => setTimeout(resolve, 50));
+  const created = bridge.engineRecords().map((r) => r.received).find((m) => m?.method === 'thread/start');
+  assert.equal(created.params.cwd, '/home/ada/src/cafe');
+  assert.deepEqual(started().params.input, [{ type: 'text', text: 'Write the menu page' }]);
+  assert.equal(started().params.model, 'gpt-6.1-sol');
+});
+
+test('usage and limits', async () => {
+  await page.click('#usage');
+  assert.match(await page.waitFor(`${textOf('#usage-details')}.includes('left') && ${textOf('#usage-details')}`),
+    /5 hours: 58% left[\s\S]*Weekly: 88% left/);
+  await page.click('#back');
+  await page.click('[data-thread="thr_1"]');
+});
+
 test('after the computer restarts, the page reconnects by its stored key, without a code', async () => {
   await bridge.stop();
   await page.waitFor(`${textOf('#engine-status')} === 'Reconnecting…'`);

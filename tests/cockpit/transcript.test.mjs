@@ -7,7 +7,7 @@ import { Transcript, entriesFromPage, shownText } from '../../src/cockpit/transc
 const message = (id, text) => ({ type: 'agentMessage', id, text });
 
 test('history pages come newest first and are shown oldest first', () => {
-  const byItems = entriesFromPage({ data: [message('3', 'c'), message('2', 'b'), { type: 'unknown', id: 'x' }] }, true);
+  const byItems = entriesFromPage({ data: [{ item: message('3', 'c') }, { item: message('2', 'b') }, { item: { type: 'unknown', id: 'x' } }, null] }, true);
   assert.deepEqual(byItems.map((e) => e.id), ['2', '3']);
   const byTurns = entriesFromPage({ data: [{ items: [message('3', 'c'), message('4', 'd')] }, { items: [message('1', 'a')] }] }, false);
   assert.deepEqual(byTurns.map((e) => e.id), ['1', '3', '4']);
