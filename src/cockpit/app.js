@@ -78,8 +78,8 @@ function linkScreen() {
     case 'keyChanged':
       return el('section', { className: 'card alert', id: 'key-changed' },
         el('h1', {}, 'This computer’s key has changed'),
-        el('p', {}, `${computer} answers with the name of a computer paired here before, but with another key. ` +
-          'It may be another computer. Nothing was sent to it.'),
+        el('p', {}, `${computer} gives the identity of a computer paired here before, but another key. ` +
+          'It may be another machine pretending to be it. Nothing was sent to it.'),
         el('p', {}, 'If its owner has reset it on purpose, clear this site’s data in the browser and pair again.'));
     default:
       return el('section', { className: 'card', id: 'connecting' },
@@ -578,8 +578,12 @@ async function reread() {
   if (link.state !== 'ready') return;
   render();
   if (!state.engine.ready) return;
-  for (const session of state.sessions.values()) Object.assign(session, { loaded: false, cursor: null, byItems: true, transcript: new Transcript() });
+  for (const session of state.sessions.values())
+    Object.assign(session, { loaded: false, cursor: null, byItems: true, transcript: new Transcript(), running: false, turnID: null });
   await Promise.all([readThreads(), readModels()]);
+  // A turn that runs on is known by its session's status; its events bring the rest.
+  for (const thread of state.threads)
+    if (threadStatus(thread) === 'active' && state.sessions.has(thread.id)) sessionFor(thread.id).running = true;
   if (state.screen === 'session' && state.current) await openSession(state.current);
   if (state.screen === 'usage') await readUsage();
   render();

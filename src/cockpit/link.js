@@ -55,11 +55,6 @@ export class BridgeLink extends EventTarget {
     this.localHello = null;
     this.remoteHello = null;
     this.setState('connecting', { code: '' });
-    socket.onopen = async () => {
-      this.localHello = await makeHello(this.crypto, this.identity.keyPair, this.identity.deviceID, this.name);
-      this.send({ kind: 'hello', body: this.localHello });
-      if (this.remoteHello) this.bothHellos();
-    };
     // One message at a time, in order, though reading one may wait on storage or WebCrypto.
     let queue = Promise.resolve();
     socket.onmessage = (event) => { queue = queue.then(() => this.receive(socket, event.data)); };
@@ -103,7 +98,7 @@ export class BridgeLink extends EventTarget {
     }
     if (!message || typeof message !== 'object' || socket !== this.socket) return;
     const { kind, id, body } = message;
-    if (kind === 'hello') await this.receiveHello(body);
+    if (kind === 'hello' && !this.remoteHello) await this.receiveHello(body);
     else if (kind === 'pairingAccepted') await this.accepted();
     else if (kind === 'pairingRejected') this.setState('rejected');
     else if ((kind === 'response' || kind === 'error') && this.pending.has(id)) {
@@ -132,7 +127,11 @@ export class BridgeLink extends EventTarget {
     this.remoteHello = body;
     this.computerName = body.displayName;
     this.knownComputer = known !== undefined;
-    if (this.localHello) await this.bothHellos();
+    // This browser's hello goes only to a computer whose own hello verified and whose key is the
+    // one it had when paired, or to one not paired yet.
+    this.localHello = await makeHello(this.crypto, this.identity.keyPair, this.identity.deviceID, this.name);
+    this.send({ kind: 'hello', body: this.localHello });
+    await this.bothHellos();
   }
 
   // Both hellos are out: ask to pair. A computer that trusts this browser accepts it from its hello

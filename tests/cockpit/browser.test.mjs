@@ -5,7 +5,7 @@
 
 import assert from 'node:assert/strict';
 import { request } from 'node:https';
-import { mkdirSync, writeFileSync } from 'node:fs';
+import { mkdirSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 
@@ -155,7 +155,8 @@ test('after the computer restarts, the page reconnects by its stored key, withou
   await bridge.waitFor('Authenticated Ada’s Phone.');
   assert.doesNotMatch(bridge.err, /Pairing requested/);
   await page.waitFor(`${textOf('#engine-status')} === 'Codex app-server ready'`, 20000);
-  await page.waitFor('document.querySelectorAll("[data-entry]").length >= 2');
+  // What the page shows is read again: the session's newest page of history.
+  await page.waitFor(`document.querySelectorAll("[data-entry]").length === 1 && ${textOf('#transcript')}.includes('message 45')`);
   assert.deepEqual(page.errors, []);
 });
 
@@ -168,5 +169,15 @@ test('a page of another origin cannot open the link', async () => {
     socket.onerror = () => resolve('refused');
   })`);
   assert.equal(outcome, 'refused');
+  await stranger.send('Page.close');
   assert.doesNotMatch(bridge.err, /Stranger/);
+});
+
+test('a computer that answers with the same id and another key is refused', async () => {
+  await bridge.stop();
+  rmSync(join(bridge.home, 'data/nimbrel-bridge/secrets/com.halvenworks.Sarvane/device-signing-key'));
+  await bridge.start();
+  assert.match(await page.waitFor(textOf('#key-changed'), 20000), /key has changed/);
+  await screenshot('key-changed');
+  assert.doesNotMatch(bridge.err, /Authenticated|Pairing requested/);
 });

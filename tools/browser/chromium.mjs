@@ -135,6 +135,8 @@ class Page {
   }
 
   async screenshot() {
+    // A tab behind another draws nothing, and the capture would wait for a frame.
+    await this.send('Page.bringToFront');
     const { data } = await this.send('Page.captureScreenshot', { format: 'png' });
     return Buffer.from(data, 'base64');
   }
