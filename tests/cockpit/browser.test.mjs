@@ -104,6 +104,18 @@ test('a turn streams into the page and ends', async () => {
   assert.match(await page.evaluate(textOf('#transcript')), /\$ make test/);
 });
 
+test('a running turn is steered, then stopped', async () => {
+  await say('hold-now');
+  await page.waitFor(`document.querySelector('#stop')`);
+  await say('steer-now');
+  await page.click('#stop');
+  const received = (method) => bridge.engineRecords().map((r) => r.received).find((m) => m?.method === method);
+  for (let i = 0; i < 100 && !received('turn/interrupt'); i++) await new Promise((resolve) => setTimeout(resolve, 50));
+  assert.equal(received('turn/steer').params.expectedTurnId, 'turn-9');
+  assert.deepEqual(received('turn/steer').params.input, [{ type: 'text', text: 'steer-now' }]);
+  assert.deepEqual(received('turn/interrupt').params, { threadId: 'thr_1', turnId: 'turn-9' });
+});
+
 test('an approval answered on the page reaches the engine', async () => {
   await say('approve-now');
   await page.waitFor(`${textOf('#requests')}.includes('make test')`);
