@@ -324,8 +324,7 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
             upgrade.refusal = "409 Conflict";
         disconnect(socket, &QIODevice::readyRead, this, nullptr);
         if (!upgrade.refusal.isEmpty()) {
-            socket->write("HTTP/1.1 " + upgrade.refusal +
-                          "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            socket->write(webRefusal(upgrade.refusal).bytes);
             socket->disconnectFromHost();
             return;
         }
