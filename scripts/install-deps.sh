@@ -11,7 +11,7 @@ packages=(
   qml6-module-qtquick-dialogs qml6-module-qt-labs-folderlistmodel qml6-module-qttest
   adwaita-icon-theme fonts-dejavu-core
   libssl-dev libavahi-client-dev
-  libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev nlohmann-json3-dev
+  libgtest-dev libgmock-dev googletest libbenchmark-dev rapidjson-dev nlohmann-json3-dev
   nodejs chromium libqrencode-dev
   dpkg-dev lintian desktop-file-utils appstream dbus-daemon
 )
