@@ -50,7 +50,7 @@ WebResponse webRefusal(const QByteArray& status)
     return respond(status, {}, {}, false, false);
 }
 
-WebResponse cockpitResponse(const WebRequest& request)
+WebResponse cockpitResponse(const WebRequest& request, bool mayKeepOpen)
 {
     const bool head = request.method == "HEAD";
     if (request.method != "GET" && !head)
@@ -67,7 +67,7 @@ WebResponse cockpitResponse(const WebRequest& request)
     if (!path.startsWith('/') || !fileName.match(QString::fromLatin1(name)).hasMatch() ||
         !file.open(QIODevice::ReadOnly))
         return respond("404 Not Found", "text/plain; charset=utf-8", "Not found.\n", !head, false);
-    return respond("200 OK", contentType(name), file.readAll(), !head, true);
+    return respond("200 OK", contentType(name), file.readAll(), !head, mayKeepOpen);
 }
 
 } // namespace nimbrel

@@ -27,6 +27,9 @@ namespace nimbrel {
 namespace {
 
 constexpr qsizetype maximumRequestHeaderBytes = 16 * 1024;
+// What a connection's socket reads ahead before the upgrade: a whole request head and a little
+// more.
+constexpr qint64 upgradeReadBufferBytes = 4 * maximumRequestHeaderBytes;
 
 // What an upgrade request asks for: the name a connecting peer gives, or the HTTP status that
 // refuses it (another path, no name, a name that is empty, too long or holds control characters).
@@ -45,7 +48,8 @@ UpgradeRequest upgradeRequestOf(const WebRequest& request)
         return {{}, badRequest};
     const QString name = QUrlQuery(url).queryItemValue(QStringLiteral("name"), QUrl::FullyDecoded);
     const int characters = characterCount(name);
-    if (characters < 1 || characters > PeerLink::maximumNameCharacters || hasControlCharacters(name))
+    if (characters < 1 || characters > PeerLink::maximumNameCharacters ||
+        hasControlCharacters(name))
         return {{}, badRequest};
     // Browsers name the page that opens a WebSocket; only a page of the bridge's own origin may.
     // Other clients send no Origin.
@@ -70,7 +74,8 @@ std::optional<QHostAddress> sourceAddressOf(qintptr descriptor)
 {
     sockaddr_storage storage{};
     socklen_t length = sizeof(storage);
-    if (::getpeername(static_cast<int>(descriptor), reinterpret_cast<sockaddr*>(&storage), &length) != 0)
+    if (::getpeername(static_cast<int>(descriptor), reinterpret_cast<sockaddr*>(&storage),
+                      &length) != 0)
         return std::nullopt;
     return sourceAddress(QHostAddress(reinterpret_cast<const sockaddr*>(&storage)));
 }
@@ -80,13 +85,17 @@ std::optional<QHostAddress> sourceAddressOf(qintptr descriptor)
 // The listening socket; past the connection limit it closes new connections before any TLS.
 class PeerLink::Server : public QSslServer {
 public:
-    Server(PeerLink* link) : QSslServer(link), m_link(link) {}
+    Server(PeerLink* link)
+        : QSslServer(link)
+        , m_link(link)
+    {
+    }
 
 protected:
     void incomingConnection(qintptr descriptor) override
     {
         const std::optional<QHostAddress> source = sourceAddressOf(descriptor);
-        if (static_cast<int>(m_link->m_connections.size()) >= maximumConnections || !source || !m_link->admits(*source)) {
+        if (!source || !m_link->makeRoomFor(*source)) {
             ::close(static_cast<int>(descriptor));
             return;
         }
@@ -102,21 +111,26 @@ private:
 };
 
 struct PeerLink::Connection {
-    QPointer<QSslSocket> tls;      // host mode: the TLS socket, under the WebSocket once upgraded
-    QPointer<QWebSocket> socket;   // once upgraded (host) or from the start (client)
-    QString name;                  // empty until the peer has said it
+    quint64 id = 0;              // never reused within the link
+    QPointer<QSslSocket> tls;    // host mode: the TLS socket, under the WebSocket once upgraded
+    QPointer<QWebSocket> socket; // once upgraded (host) or from the start (client)
+    QString name;                // empty until the peer has said it
     QHostAddress remoteAddress;
+    QHostAddress remoteGroup; // what the per-address limit counts
     quint16 remotePort = 0;
+    double acceptedAt = 0;
+    int fileRequests = 0;
     bool open = false;
-    bool announced = false;        // onConnected ran, so onDisconnected will
-    bool helloVerified = false;
+    bool announced = false; // onConnected ran, so onDisconnected will
+    bool awaitingPairing = false;
     bool authorized = false;
+    int unauthorizedMessages = 0;
     double lastHeard = 0;
     TaskHandle handshakeLimit;
     TaskHandle helloLimit;
-    PeerOutbox outbox;             // messages waiting for room in the socket
-    qint64 backlog = 0;            // outbox and socket, as last counted (see account)
-    double lastProgress = 0;       // when the peer's side last took data, or data began to wait
+    PeerOutbox outbox;       // messages waiting for room in the socket
+    qint64 backlog = 0;      // outbox and socket, as last counted (see account)
+    double lastProgress = 0; // when the peer's side last took data, or data began to wait
     bool holdingBack = false;
 };
 
@@ -126,7 +140,8 @@ PeerLinkSettings PeerLinkSettings::fromEnvironment()
     if (const QString address = qEnvironmentVariable("NIMBREL_LINK_ADDRESS"); !address.isEmpty())
         settings.address = QHostAddress(address);
     bool ok = false;
-    if (const uint port = qEnvironmentVariable("NIMBREL_LINK_PORT").toUInt(&ok); ok && port <= 65535)
+    if (const uint port = qEnvironmentVariable("NIMBREL_LINK_PORT").toUInt(&ok);
+        ok && port <= 65535)
         settings.port = static_cast<quint16>(port);
     return settings;
 }
@@ -139,14 +154,28 @@ QSslConfiguration PeerLink::tlsConfiguration()
     return configuration;
 }
 
-QString PeerLink::localNameFor(const QString& displayName)
+QHostAddress PeerLink::addressGroup(const QHostAddress& address)
 {
-    return firstCharacters(displayName + QLatin1Char('-') + randomUUIDText().left(4), maximumNameCharacters);
+    if (address.protocol() != QAbstractSocket::IPv6Protocol)
+        return address;
+    Q_IPV6ADDR bytes = address.toIPv6Address();
+    std::fill(std::begin(bytes.c) + 8, std::end(bytes.c), quint8(0));
+    return QHostAddress(bytes);
 }
 
-PeerLink::PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& scheduler, EVP_PKEY* tlsKey,
-                   PeerLinkSettings settings, QObject* parent)
-    : QObject(parent), m_mode(mode), m_localName(localNameFor(displayName)), m_scheduler(scheduler), m_settings(settings)
+QString PeerLink::localNameFor(const QString& displayName)
+{
+    return firstCharacters(displayName + QLatin1Char('-') + randomUUIDText().left(4),
+                           maximumNameCharacters);
+}
+
+PeerLink::PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& scheduler,
+                   EVP_PKEY* tlsKey, PeerLinkSettings settings, QObject* parent)
+    : QObject(parent)
+    , m_mode(mode)
+    , m_localName(localNameFor(displayName))
+    , m_scheduler(scheduler)
+    , m_settings(settings)
 {
     if (mode == PeerLinkMode::Host)
         useTlsKey(tlsKey);
@@ -177,9 +206,13 @@ PeerLink::~PeerLink()
     }
 }
 
-quint16 PeerLink::listeningPort() const { return m_server ? m_server->serverPort() : 0; }
+quint16 PeerLink::listeningPort() const
+{
+    return m_server ? m_server->serverPort() : 0;
+}
 
-std::optional<std::pair<QHostAddress, quint16>> PeerLink::discoveredAddress(const QString& name) const
+std::optional<std::pair<QHostAddress, quint16>>
+PeerLink::discoveredAddress(const QString& name) const
 {
     for (const auto& [found, address] : m_found)
         if (found == name)
@@ -194,16 +227,19 @@ void PeerLink::start()
     m_keepAlive = m_scheduler.schedule(this, pingIntervalSeconds, [this] { keepAlive(); });
     m_discovery = new ServiceDiscovery(this);
     connect(m_discovery, &ServiceDiscovery::failed, this, [this](const QString& error) {
-        setStatusText((m_mode == PeerLinkMode::Host ? QStringLiteral("Advertising failed: ") : QStringLiteral("Discovery failed: ")) + error);
+        setStatusText((m_mode == PeerLinkMode::Host ? QStringLiteral("Advertising failed: ")
+                                                    : QStringLiteral("Discovery failed: ")) +
+                      error);
     });
     if (m_mode == PeerLinkMode::Client) {
-        connect(m_discovery, &ServiceDiscovery::serviceFound, this, [this](const QString& name, const QString& address, quint16 port) {
-            m_found.emplace_back(name, std::make_pair(QHostAddress(address), port));
-            if (!m_discoveredPeers.contains(name)) {
-                m_discoveredPeers.append(name);
-                emit discoveredPeersChanged();
-            }
-        });
+        connect(m_discovery, &ServiceDiscovery::serviceFound, this,
+                [this](const QString& name, const QString& address, quint16 port) {
+                    m_found.emplace_back(name, std::make_pair(QHostAddress(address), port));
+                    if (!m_discoveredPeers.contains(name)) {
+                        m_discoveredPeers.append(name);
+                        emit discoveredPeersChanged();
+                    }
+                });
         connect(m_discovery, &ServiceDiscovery::serviceLost, this, [this](const QString& name) {
             std::erase_if(m_found, [&](const auto& entry) { return entry.first == name; });
             if (m_discoveredPeers.removeAll(name) > 0)
@@ -236,7 +272,12 @@ void PeerLink::listen()
     connect(m_server, &QSslServer::pendingConnectionAvailable, this, [this] {
         while (QTcpSocket* next = m_server->nextPendingConnection())
             if (auto connection = connectionFor(next)) {
-                connect(next, &QIODevice::readyRead, this, [this, connection] { readUpgradeRequest(connection); });
+                auto read = [this, connection] { readUpgradeRequest(connection); };
+                connect(next, &QIODevice::readyRead, this, read);
+                // Responses that waited for the peer to take them: read on once it has.
+                auto* tls = static_cast<QSslSocket*>(next);
+                connect(tls, &QSslSocket::encryptedBytesWritten, this, read);
+                connect(tls, &QIODevice::bytesWritten, this, read);
                 readUpgradeRequest(connection);
             }
     });
@@ -249,7 +290,8 @@ void PeerLink::listen()
                          : address.protocol() == QAbstractSocket::IPv6Protocol
                              ? QLatin1Char('[') + address.toString() + QLatin1Char(']')
                              : address.toString();
-    emit listening(QStringLiteral("wss://") + host + QLatin1Char(':') + QString::number(listeningPort()) + resourcePath);
+    emit listening(QStringLiteral("wss://") + host + QLatin1Char(':') +
+                   QString::number(listeningPort()) + resourcePath);
     m_discovery->publish(m_localName, serviceType, listeningPort(), {QStringLiteral("version=1")});
 }
 
@@ -258,12 +300,17 @@ void PeerLink::listen()
 void PeerLink::acceptHandshake(QSslSocket* socket)
 {
     auto connection = std::make_shared<Connection>();
+    connection->id = ++m_lastConnectionID;
     connection->tls = socket;
     connection->remoteAddress = sourceAddress(socket->peerAddress());
+    connection->remoteGroup = PeerLink::addressGroup(connection->remoteAddress);
     connection->remotePort = socket->peerPort();
+    connection->acceptedAt = m_scheduler.now();
+    // Until the upgrade, what the peer sends waits in the kernel rather than in the bridge.
+    socket->setReadBufferSize(upgradeReadBufferBytes);
     m_connections.push_back(connection);
     setStatusText(QStringLiteral("Securing connection…"));
-    rearmHandshakeLimit(connection);
+    armHandshakeLimit(connection, handshakeLimitSeconds);
     connect(socket, &QAbstractSocket::disconnected, this,
             [this, connection] { closed(connection); });
     connect(socket, &QSslSocket::errorOccurred, this,
@@ -273,12 +320,12 @@ void PeerLink::acceptHandshake(QSslSocket* socket)
             });
 }
 
-void PeerLink::rearmHandshakeLimit(const std::shared_ptr<Connection>& connection)
+void PeerLink::armHandshakeLimit(const std::shared_ptr<Connection>& connection, double seconds)
 {
     if (connection->handshakeLimit)
         connection->handshakeLimit->cancel();
     std::weak_ptr<Connection> weak = connection;
-    connection->handshakeLimit = m_scheduler.schedule(this, handshakeLimitSeconds, [weak] {
+    connection->handshakeLimit = m_scheduler.schedule(this, seconds, [weak] {
         if (auto expired = weak.lock(); expired && !expired->open) {
             if (expired->socket)
                 expired->socket->abort();
@@ -292,6 +339,9 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
 {
     QSslSocket* socket = connection->tls;
     while (socket && !connection->socket && connection->name.isEmpty()) {
+        // A peer that asks and does not take the answers is not read until it does.
+        if (bytesInSocket(*connection) > maximumQueuedResponseBytes)
+            return;
         const QByteArray buffered = socket->peek(maximumRequestHeaderBytes + 1);
         const qsizetype headerEnd = buffered.indexOf("\r\n\r\n");
         if (headerEnd < 0 && buffered.size() <= maximumRequestHeaderBytes)
@@ -303,17 +353,12 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
                                              : WebResponse{};
         // Any path but the WebSocket's is a request for one of the browser cockpit's files.
         if (request && request->path() != resourcePath.toLatin1())
-            response = cockpitResponse(*request);
+            response =
+                cockpitResponse(*request, connection->fileRequests + 1 < maximumFileRequests);
         if (!response.bytes.isEmpty()) {
             socket->read(headerEnd + 4);
-            socket->write(response.bytes);
-            if (!response.keepOpen) {
-                disconnect(socket, &QIODevice::readyRead, this, nullptr);
-                socket->disconnectFromHost();
+            if (!serveFile(connection, response))
                 return;
-            }
-            // A connection that keeps asking for files stays while it is not idle for long.
-            rearmHandshakeLimit(connection);
             continue;
         }
         UpgradeRequest upgrade = upgradeRequestOf(*request);
@@ -322,24 +367,49 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
             std::any_of(m_connections.begin(), m_connections.end(),
                         [&](const auto& other) { return other->name == upgrade.name; }))
             upgrade.refusal = "409 Conflict";
-        disconnect(socket, &QIODevice::readyRead, this, nullptr);
+        stopReadingRequests(socket);
         if (!upgrade.refusal.isEmpty()) {
             socket->write(webRefusal(upgrade.refusal).bytes);
             socket->disconnectFromHost();
             return;
         }
         connection->name = upgrade.name;
+        socket->setReadBufferSize(0);
         m_upgrader->handleConnection(socket);
         return;
     }
+}
+
+void PeerLink::stopReadingRequests(QSslSocket* socket)
+{
+    disconnect(socket, &QIODevice::readyRead, this, nullptr);
+    disconnect(socket, &QSslSocket::encryptedBytesWritten, this, nullptr);
+    disconnect(socket, &QIODevice::bytesWritten, this, nullptr);
+}
+
+// Writes one response to a request for a file; false where the connection ends with it. A
+// connection that keeps asking lives no longer for it: its lifetime counts from its accept.
+bool PeerLink::serveFile(const std::shared_ptr<Connection>& connection, const WebResponse& response)
+{
+    QSslSocket* socket = connection->tls;
+    socket->write(response.bytes);
+    ++connection->fileRequests;
+    const double left = connection->acceptedAt + fileConnectionLifetimeSeconds - m_scheduler.now();
+    if (!response.keepOpen || left <= 0) {
+        stopReadingRequests(socket);
+        socket->disconnectFromHost();
+        return false;
+    }
+    armHandshakeLimit(connection, std::min(handshakeLimitSeconds, left));
+    return true;
 }
 
 void PeerLink::adoptWebSocket(QWebSocket* socket)
 {
     std::shared_ptr<Connection> connection;
     for (const auto& candidate : m_connections)
-        if (!candidate->socket && candidate->tls && candidate->remotePort == socket->peerPort()
-            && candidate->remoteAddress == sourceAddress(socket->peerAddress()))
+        if (!candidate->socket && candidate->tls && candidate->remotePort == socket->peerPort() &&
+            candidate->remoteAddress == sourceAddress(socket->peerAddress()))
             connection = candidate;
     if (!connection) {
         socket->abort();
@@ -357,10 +427,14 @@ void PeerLink::adoptWebSocket(QWebSocket* socket)
 void PeerLink::connectTo(const QHostAddress& address, quint16 port, const QString& peerName)
 {
     auto connection = std::make_shared<Connection>();
-    connection->name = peerName.isEmpty() ? address.toString() + QLatin1Char(':') + QString::number(port) : peerName;
+    connection->id = ++m_lastConnectionID;
+    connection->name = peerName.isEmpty()
+                           ? address.toString() + QLatin1Char(':') + QString::number(port)
+                           : peerName;
     auto* socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
     socket->setSslConfiguration(tlsConfiguration());
-    connect(socket, &QWebSocket::sslErrors, socket, [socket](const QList<QSslError>&) { socket->ignoreSslErrors(); });
+    connect(socket, &QWebSocket::sslErrors, socket,
+            [socket](const QList<QSslError>&) { socket->ignoreSslErrors(); });
     connection->socket = socket;
     m_connections.push_back(connection);
     watch(connection);
@@ -370,7 +444,8 @@ void PeerLink::connectTo(const QHostAddress& address, quint16 port, const QStrin
     url.setHost(address.toString());
     url.setPort(port);
     url.setPath(resourcePath);
-    url.setQuery(QStringLiteral("name=") + QString::fromLatin1(QUrl::toPercentEncoding(m_localName)));
+    url.setQuery(QStringLiteral("name=") +
+                 QString::fromLatin1(QUrl::toPercentEncoding(m_localName)));
     setStatusText(QStringLiteral("Securing connection…"));
     socket->open(url);
 }
@@ -381,20 +456,25 @@ void PeerLink::watch(const std::shared_ptr<Connection>& connection)
 {
     QWebSocket* socket = connection->socket;
     // A frame announcing more than a message may hold is refused from its header on, before any
-    // of it is buffered. Set before the event loop delivers the socket's first frame.
-    socket->setMaxAllowedIncomingFrameSize(maximumMessageBytes);
-    socket->setMaxAllowedIncomingMessageSize(maximumMessageBytes);
+    // of it is buffered. Set before the event loop delivers the socket's first frame. A host's
+    // peers have the small limits until they are authorised.
+    const qint64 limit =
+        m_mode == PeerLinkMode::Host ? maximumUnauthorizedMessageBytes : maximumMessageBytes;
+    socket->setMaxAllowedIncomingFrameSize(limit);
+    socket->setMaxAllowedIncomingMessageSize(limit);
     auto heard = [this, connection] { connection->lastHeard = m_scheduler.now(); };
-    connect(socket, &QWebSocket::textMessageReceived, this, [this, connection, heard](const QString& message) {
-        heard();
-        if (onData && connection->open)
-            onData(message.toUtf8(), connection->name);
-    });
-    connect(socket, &QWebSocket::binaryMessageReceived, this, [this, connection, heard](const QByteArray& message) {
-        heard();
-        if (onData && connection->open)
-            onData(message, connection->name);
-    });
+    connect(socket, &QWebSocket::textMessageReceived, this,
+            [this, connection, heard](const QString& message) {
+                heard();
+                if (admitsMessage(connection))
+                    onData(message.toUtf8(), connection->name);
+            });
+    connect(socket, &QWebSocket::binaryMessageReceived, this,
+            [this, connection, heard](const QByteArray& message) {
+                heard();
+                if (admitsMessage(connection))
+                    onData(message, connection->name);
+            });
     connect(socket, &QWebSocket::pong, this, heard);
     connect(socket, &QWebSocket::disconnected, this, [this, connection] { closed(connection); });
     // Room in the socket: the peer's side took data.
@@ -418,13 +498,8 @@ void PeerLink::opened(const std::shared_ptr<Connection>& connection)
     connection->lastHeard = m_scheduler.now();
     if (connection->handshakeLimit)
         connection->handshakeLimit->cancel();
-    if (m_mode == PeerLinkMode::Host) {
-        std::weak_ptr<Connection> weak = connection;
-        connection->helloLimit = m_scheduler.schedule(this, helloLimitSeconds, [this, weak] {
-            if (auto expired = weak.lock())
-                expireHello(expired);
-        });
-    }
+    if (m_mode == PeerLinkMode::Host)
+        armHelloLimit(connection);
     refreshConnectedPeers();
     setStatusText(QStringLiteral("Connected to ") + connection->name);
     connection->announced = true;
@@ -432,13 +507,41 @@ void PeerLink::opened(const std::shared_ptr<Connection>& connection)
         onConnected(connection->name);
 }
 
-void PeerLink::expireHello(const std::shared_ptr<Connection>& connection)
+void PeerLink::armHelloLimit(const std::shared_ptr<Connection>& connection)
 {
-    if (!connection->helloVerified)
-        closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("No verified hello"));
+    if (connection->helloLimit)
+        connection->helloLimit->cancel();
+    std::weak_ptr<Connection> weak = connection;
+    connection->helloLimit = m_scheduler.schedule(this, helloLimitSeconds, [this, weak] {
+        if (auto expired = weak.lock())
+            expireHello(expired);
+    });
 }
 
-void PeerLink::closed(const std::shared_ptr<Connection>& connection)
+// A connection that is neither authorised nor waiting for the user has had its time.
+void PeerLink::expireHello(const std::shared_ptr<Connection>& connection)
+{
+    if (!connection->authorized && !connection->awaitingPairing)
+        closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated,
+                        QStringLiteral("Not paired"));
+}
+
+// Whether a message that arrived goes on to onData. Before its authorisation a host's peer may send
+// a few messages only, enough to greet, ask to pair and keep the connection alive meanwhile.
+bool PeerLink::admitsMessage(const std::shared_ptr<Connection>& connection)
+{
+    if (!onData || !connection->open)
+        return false;
+    if (m_mode == PeerLinkMode::Host && !connection->authorized &&
+        ++connection->unauthorizedMessages > maximumUnauthorizedMessages) {
+        closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated,
+                        QStringLiteral("Too many messages"));
+        return false;
+    }
+    return true;
+}
+
+void PeerLink::closed(std::shared_ptr<Connection> connection)
 {
     const auto position = std::find(m_connections.begin(), m_connections.end(), connection);
     if (position == m_connections.end())
@@ -474,12 +577,14 @@ void PeerLink::closed(const std::shared_ptr<Connection>& connection)
     refreshConnectedPeers();
     publishCongestion();
     setStatusText(idleStatus());
-    // Only a connection that was announced raises its end: a refused or failed upgrade raises nothing.
+    // Only a connection that was announced raises its end: a refused or failed upgrade raises
+    // nothing.
     if (connection->announced && onDisconnected)
         onDisconnected(connection->name);
 }
 
-void PeerLink::closeConnection(const std::shared_ptr<Connection>& connection, int code, const QString& reason)
+void PeerLink::closeConnection(std::shared_ptr<Connection> connection, int code,
+                               const QString& reason)
 {
     if (connection->socket)
         connection->socket->close(static_cast<QWebSocketProtocol::CloseCode>(code), reason);
@@ -515,7 +620,9 @@ std::optional<QString> PeerLink::send(const QByteArray& data, const QString& pee
     else
         connection->outbox.push(data);
     pump(connection);
-    if (connection->backlog > maximumPeerBacklogBytes)
+    if (connection->backlog > (connection->authorized || m_mode == PeerLinkMode::Client
+                                   ? maximumPeerBacklogBytes
+                                   : maximumUnauthorizedBacklogBytes))
         dropSlowPeer(connection);
     else if (m_totalBacklog > maximumTotalBacklogBytes)
         enforceTotalBacklog();
@@ -558,7 +665,9 @@ void PeerLink::account(Connection& connection)
     connection.backlog = bytes;
     const bool draining = m_scheduler.now() - connection.lastProgress < drainingWithinSeconds;
     const bool wasHoldingBack = connection.holdingBack;
-    if (!draining || bytes <= congestionBytes / 2)
+    // Only a peer with rights may hold the engine back; a host's stranger runs into its bound.
+    const bool mayHoldBack = connection.authorized || m_mode == PeerLinkMode::Client;
+    if (!mayHoldBack || !draining || bytes <= congestionBytes / 2)
         connection.holdingBack = false;
     else if (bytes >= congestionBytes)
         connection.holdingBack = true;
@@ -566,7 +675,7 @@ void PeerLink::account(Connection& connection)
     if (bytes >= congestionBytes / 2 && !m_congestionCheck)
         m_congestionCheck = m_scheduler.schedule(this, drainingWithinSeconds / 4, [this] {
             m_congestionCheck.reset();
-            for (const auto& each : m_connections)
+            for (const auto& each : std::vector(m_connections))
                 account(*each);
         });
     if (connection.holdingBack != wasHoldingBack)
@@ -575,8 +684,9 @@ void PeerLink::account(Connection& connection)
 
 void PeerLink::publishCongestion()
 {
-    const bool congested = std::any_of(m_connections.begin(), m_connections.end(),
-                                       [](const auto& connection) { return connection->holdingBack; });
+    const bool congested =
+        std::any_of(m_connections.begin(), m_connections.end(),
+                    [](const auto& connection) { return connection->holdingBack; });
     if (congested != m_congested) {
         m_congested = congested;
         emit congestedChanged(congested);
@@ -586,43 +696,101 @@ void PeerLink::publishCongestion()
 // When all backlogs together pass their bound, the peer furthest behind goes first.
 void PeerLink::enforceTotalBacklog()
 {
-    for (const auto& connection : m_connections)
+    for (const auto& connection : std::vector(m_connections))
         account(*connection); // sockets may have drained since they were last counted
-    while (m_totalBacklog > maximumTotalBacklogBytes && !m_connections.empty())
-        dropSlowPeer(*std::max_element(m_connections.begin(), m_connections.end(),
-                                       [](const auto& a, const auto& b) { return a->backlog < b->backlog; }));
+    while (m_totalBacklog > maximumTotalBacklogBytes && !m_connections.empty()) {
+        // A copy: closing the connection erases it from the list.
+        std::shared_ptr<Connection> largest =
+            *std::max_element(m_connections.begin(), m_connections.end(),
+                              [](const auto& a, const auto& b) { return a->backlog < b->backlog; });
+        dropSlowPeer(std::move(largest));
+    }
 }
 
-void PeerLink::dropSlowPeer(const std::shared_ptr<Connection>& connection)
+void PeerLink::dropSlowPeer(std::shared_ptr<Connection> connection)
 {
     if (onSlowPeer)
         onSlowPeer(connection->name);
-    closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated, QStringLiteral("Peer is not keeping up"));
+    closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated,
+                    QStringLiteral("Peer is not keeping up"));
 }
 
 // ---- what the controller tells the link
 
-void PeerLink::markHelloVerified(const QString& peer)
+void PeerLink::setAwaitingPairing(const QString& peer, bool awaiting)
 {
-    if (const auto connection = openConnectionNamed(peer)) {
-        connection->helloVerified = true;
+    const auto connection = openConnectionNamed(peer);
+    if (!connection || connection->awaitingPairing == awaiting)
+        return;
+    connection->awaitingPairing = awaiting;
+    if (awaiting) {
         if (connection->helloLimit)
             connection->helloLimit->cancel();
+    } else if (!connection->authorized) {
+        armHelloLimit(connection);
     }
 }
 
 void PeerLink::setAuthorized(const QString& peer, bool authorized)
 {
-    if (const auto connection = openConnectionNamed(peer))
-        connection->authorized = authorized;
+    const auto connection = openConnectionNamed(peer);
+    if (!connection || connection->authorized == authorized)
+        return;
+    connection->authorized = authorized;
+    const qint64 limit = authorized ? maximumMessageBytes : maximumUnauthorizedMessageBytes;
+    connection->socket->setMaxAllowedIncomingFrameSize(limit);
+    connection->socket->setMaxAllowedIncomingMessageSize(limit);
+    if (authorized) {
+        connection->awaitingPairing = false;
+        connection->unauthorizedMessages = 0;
+        if (connection->helloLimit)
+            connection->helloLimit->cancel();
+    } else {
+        armHelloLimit(connection);
+        account(*connection);
+    }
 }
 
-bool PeerLink::admits(const QHostAddress& address) const
+// Whether a new connection from address may be served. Each address or network has its share of
+// strangers. Where the slots are taken, or strangers hold their part of them, the oldest stranger
+// makes room, one that is not waiting for the user first: a device on its way to being authorised
+// always gets in, and strangers cannot hold the slots that authorised devices may use.
+bool PeerLink::makeRoomFor(const QHostAddress& address)
 {
-    const auto waiting = std::count_if(m_connections.begin(), m_connections.end(), [&](const auto& connection) {
-        return !connection->authorized && connection->remoteAddress == address;
-    });
-    return waiting < maximumUnauthorizedPerAddress;
+    const QHostAddress group = PeerLink::addressGroup(address);
+    int strangers = 0, fromThere = 0;
+    std::shared_ptr<Connection> oldest;
+    for (const auto& connection : m_connections) {
+        if (connection->authorized)
+            continue;
+        ++strangers;
+        if (connection->remoteGroup == group)
+            ++fromThere;
+        if (!oldest || (oldest->awaitingPairing && !connection->awaitingPairing))
+            oldest = connection; // the list is in the order of arrival
+    }
+    if (fromThere >= maximumUnauthorizedPerAddress)
+        return false;
+    if (static_cast<int>(m_connections.size()) < maximumConnections &&
+        strangers < maximumUnauthorizedConnections)
+        return true;
+    if (!oldest)
+        return false;
+    closeConnection(oldest, QWebSocketProtocol::CloseCodePolicyViolated,
+                    QStringLiteral("Too many connections"));
+    return true;
+}
+
+quint64 PeerLink::connectionID(const QString& peer) const
+{
+    const auto connection = openConnectionNamed(peer);
+    return connection ? connection->id : 0;
+}
+
+QHostAddress PeerLink::peerAddress(const QString& peer) const
+{
+    const auto connection = openConnectionNamed(peer);
+    return connection ? connection->remoteAddress : QHostAddress();
 }
 
 QByteArray PeerLink::peerPublicKey(const QString& peer) const
@@ -630,7 +798,8 @@ QByteArray PeerLink::peerPublicKey(const QString& peer) const
     const auto connection = openConnectionNamed(peer);
     if (!connection)
         return {};
-    return rawPublicKeyOfCertificateKey(connection->socket->sslConfiguration().peerCertificate().publicKey().toDer());
+    return rawPublicKeyOfCertificateKey(
+        connection->socket->sslConfiguration().peerCertificate().publicKey().toDer());
 }
 
 std::shared_ptr<PeerLink::Connection> PeerLink::openConnectionNamed(const QString& name) const
@@ -658,11 +827,15 @@ void PeerLink::refreshConnectedPeers()
     updateProperty(this, m_connectedPeers, names, &PeerLink::connectedPeersChanged);
 }
 
-void PeerLink::setStatusText(const QString& text) { updateProperty(this, m_statusText, text, &PeerLink::statusTextChanged); }
+void PeerLink::setStatusText(const QString& text)
+{
+    updateProperty(this, m_statusText, text, &PeerLink::statusTextChanged);
+}
 
 QString PeerLink::idleStatus() const
 {
-    return m_mode == PeerLinkMode::Host ? QStringLiteral("Available on local network") : QStringLiteral("Looking for Macs…");
+    return m_mode == PeerLinkMode::Host ? QStringLiteral("Available on local network")
+                                        : QStringLiteral("Looking for Macs…");
 }
 
 } // namespace nimbrel

@@ -22,6 +22,7 @@ typedef struct evp_pkey_st EVP_PKEY;
 namespace nimbrel {
 
 class ServiceDiscovery;
+struct WebResponse;
 
 enum class PeerLinkMode { Host, Client };
 
@@ -36,10 +37,11 @@ struct PeerLinkSettings {
 // The nearby transport: WebSocket over TLS 1.3, found through DNS-SD. One BridgeMessage is one
 // WebSocket message. Peers are known by the display name they give when they connect; a name
 // belongs to one connection at a time. It knows nothing of pairing: a connection grants no rights.
-// What it is told of a connection's hello and authorisation serves only its limits: how many
-// unauthorised connections one address may hold, and how long a connection may stay without a
-// verified hello. What it holds for a peer, in and out, is bounded. Everything it publishes and
-// calls runs on the thread that owns it.
+// What it is told of a connection's pairing and authorisation serves only its limits: strangers
+// (connections not authorised) hold a part of the slots, a few per address, send small messages
+// and few of them, have a small backlog, hold nobody back, and stay only while they pair. What it
+// holds for a peer, in and out, is bounded. Everything it publishes and calls runs on the thread
+// that owns it.
 class PeerLink : public QObject {
     Q_OBJECT
     Q_PROPERTY(QStringList discoveredPeers READ discoveredPeers NOTIFY discoveredPeersChanged)
@@ -48,29 +50,47 @@ class PeerLink : public QObject {
 
 public:
     static constexpr int maximumConnections = 64;
+    // Connections not authorised yet (opening, fetching the page, greeting, waiting to pair) hold
+    // at most this many of the slots; past it a newcomer takes the place of the oldest of them, so
+    // the rest stay for authorised devices.
+    static constexpr int maximumUnauthorizedConnections = 48;
+    // Unauthorised connections from one address; IPv6 addresses count by their /64 network.
     static constexpr int maximumUnauthorizedPerAddress = 8;
-    // Both one frame and one message.
+    // Both one frame and one message, once authorised; before that a hello or a pairing message
+    // is all a peer has to send.
     static constexpr qint64 maximumMessageBytes = 16 * 1024 * 1024;
+    static constexpr qint64 maximumUnauthorizedMessageBytes = 64 * 1024;
+    // Messages a connection may send before it is authorised.
+    static constexpr int maximumUnauthorizedMessages = 64;
     // Data sent and not yet taken by the peer's side of the connection.
     static constexpr qint64 maximumPeerBacklogBytes = 32 * 1024 * 1024;
+    static constexpr qint64 maximumUnauthorizedBacklogBytes = 256 * 1024;
     static constexpr qint64 maximumTotalBacklogBytes = 128 * 1024 * 1024;
     // How much of a peer's backlog is handed to its socket at a time; the rest waits in the link.
     static constexpr qint64 socketShareBytes = 256 * 1024;
-    // A peer this far behind that is still taking data holds the sender back (see congested).
+    // An authorised peer this far behind that is still taking data holds the sender back (see
+    // congested).
     static constexpr qint64 congestionBytes = 512 * 1024;
     static constexpr double drainingWithinSeconds = 1;
+    // How long an open connection may stay unauthorised without asking to pair.
     static constexpr double helloLimitSeconds = 10;
     static constexpr double closingGraceSeconds = 5;
     static constexpr int maximumNameCharacters = 63;
+    // From the TCP accept to the WebSocket's upgrade, and between the page's files.
     static constexpr double handshakeLimitSeconds = 10;
+    // The page's files: responses waiting in one connection before it reads another request, the
+    // requests one connection may make, and how long it may stay without upgrading.
+    static constexpr qint64 maximumQueuedResponseBytes = 256 * 1024;
+    static constexpr int maximumFileRequests = 32;
+    static constexpr double fileConnectionLifetimeSeconds = 30;
     static constexpr double pingIntervalSeconds = 20;
     static constexpr double silenceLimitSeconds = 60;
     static inline const QString serviceType = QStringLiteral("_sarvane._tcp");
     static inline const QString resourcePath = QStringLiteral("/sarvane");
 
     // tlsKey: the device's signing key for the certificate, or null for a fresh key of this run.
-    PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& scheduler, EVP_PKEY* tlsKey = nullptr,
-             PeerLinkSettings settings = {}, QObject* parent = nullptr);
+    PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& scheduler,
+             EVP_PKEY* tlsKey = nullptr, PeerLinkSettings settings = {}, QObject* parent = nullptr);
     ~PeerLink() override;
 
     // TLS 1.3 only, with no verification of the self-signed peer: what both sides of the link use.
@@ -78,6 +98,9 @@ public:
 
     // The display name, "-" and four characters of a UUID, cut to 63 user-perceived characters.
     static QString localNameFor(const QString& displayName);
+    // What the per-address limit counts: an IPv4 address, or the /64 network of an IPv6 address,
+    // which one host is commonly given whole.
+    static QHostAddress addressGroup(const QHostAddress& address);
 
     std::function<void(const QByteArray& data, const QString& peer)> onData;
     std::function<void(const QString& peer)> onConnected;
@@ -95,14 +118,24 @@ public:
     // Client mode: connects to a host, known to this side as peerName (address:port if empty).
     void connectTo(const QHostAddress& address, quint16 port, const QString& peerName = {});
 
-    // Host mode: the peer has sent a hello that verifies, so it may stay past the hello limit.
-    void markHelloVerified(const QString& peer);
-    // Host mode: authorised connections do not count against their address's limit.
+    // Host mode: the peer waits for the user to decide its pairing, so it may stay past the hello
+    // limit; when the wait ends without authorisation, it has the hello limit again to ask anew.
+    void setAwaitingPairing(const QString& peer, bool awaiting);
+    // Host mode: authorised connections may send and hold larger messages, do not count against
+    // the limits of strangers, and may hold the sender back.
     void setAuthorized(const QString& peer, bool authorized);
+    // The open connection that has this name now: a number no other connection of this link has
+    // had or will have, 0 where none is open.
+    quint64 connectionID(const QString& peer) const;
+    // Where the open connection of this name comes from.
+    QHostAddress peerAddress(const QString& peer) const;
     // Bytes sent to the peer that its side has not taken yet.
     qint64 backlog(const QString& peer) const;
-    // True while a peer that is still taking data is far behind: whoever feeds the link should
-    // wait. A peer that takes nothing holds nobody back; it runs into its bound instead.
+    // The backlogs of all connections together.
+    qint64 totalBacklog() const { return m_totalBacklog; }
+    // True while an authorised peer that is still taking data is far behind: whoever feeds the
+    // link should wait. A peer that takes nothing holds nobody back; it runs into its bound
+    // instead.
     bool congested() const { return m_congested; }
     // Client mode: the raw P-256 key of the certificate the host showed (empty if none or another
     // kind), to compare with the key of its hello.
@@ -133,22 +166,27 @@ private:
 
     void listen();
     void acceptHandshake(QSslSocket* socket);
-    void rearmHandshakeLimit(const std::shared_ptr<Connection>& connection);
+    void armHandshakeLimit(const std::shared_ptr<Connection>& connection, double seconds);
+    void armHelloLimit(const std::shared_ptr<Connection>& connection);
     void readUpgradeRequest(const std::shared_ptr<Connection>& connection);
+    bool serveFile(const std::shared_ptr<Connection>& connection, const WebResponse& response);
+    void stopReadingRequests(QSslSocket* socket);
     void adoptWebSocket(QWebSocket* socket);
     void watch(const std::shared_ptr<Connection>& connection);
     void opened(const std::shared_ptr<Connection>& connection);
-    void closed(const std::shared_ptr<Connection>& connection);
+    // These take the connection by value: the caller's may be an element that they erase.
+    void closed(std::shared_ptr<Connection> connection);
     void keepAlive();
     void expireHello(const std::shared_ptr<Connection>& connection);
-    bool admits(const QHostAddress& address) const;
+    bool makeRoomFor(const QHostAddress& address);
+    bool admitsMessage(const std::shared_ptr<Connection>& connection);
     void pump(const std::shared_ptr<Connection>& connection);
     qint64 bytesInSocket(const Connection& connection) const;
     void account(Connection& connection);
     void publishCongestion();
     void enforceTotalBacklog();
-    void dropSlowPeer(const std::shared_ptr<Connection>& connection);
-    void closeConnection(const std::shared_ptr<Connection>& connection, int code, const QString& reason);
+    void dropSlowPeer(std::shared_ptr<Connection> connection);
+    void closeConnection(std::shared_ptr<Connection> connection, int code, const QString& reason);
     std::shared_ptr<Connection> connectionFor(const QObject* socket) const;
     std::shared_ptr<Connection> openConnectionNamed(const QString& name) const;
     void refreshConnectedPeers();
@@ -165,6 +203,7 @@ private:
     QWebSocketServer* m_upgrader = nullptr;
     ServiceDiscovery* m_discovery = nullptr;
     std::vector<std::shared_ptr<Connection>> m_connections;
+    quint64 m_lastConnectionID = 0;
     std::vector<std::pair<QString, std::pair<QHostAddress, quint16>>> m_found;
     QStringList m_discoveredPeers;
     QStringList m_connectedPeers;

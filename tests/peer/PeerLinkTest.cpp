@@ -1,6 +1,6 @@
+#include "peer/PeerLink.h"
 #include "peer/DeviceIdentity.h"
 #include "peer/LinkCertificate.h"
-#include "peer/PeerLink.h"
 #include "platform/TextFormatting.h"
 #include "support/EventLoop.h"
 #include "support/RawWebSocket.h"
@@ -26,12 +26,14 @@ namespace {
 const PeerLinkSettings loopback{QHostAddress::LocalHost, 0};
 
 // A plain WebSocket client of the test's own, speaking TLS 1.3 to the link.
-std::unique_ptr<QWebSocket> openClient(quint16 port, const QString& query, const QString& path = "/sarvane")
+std::unique_ptr<QWebSocket> openClient(quint16 port, const QString& query,
+                                       const QString& path = "/sarvane")
 {
     auto socket = std::make_unique<QWebSocket>();
     const QSslConfiguration tls = PeerLink::tlsConfiguration();
     socket->setSslConfiguration(tls);
-    QObject::connect(socket.get(), &QWebSocket::sslErrors, socket.get(), [s = socket.get()] { s->ignoreSslErrors(); });
+    QObject::connect(socket.get(), &QWebSocket::sslErrors, socket.get(),
+                     [s = socket.get()] { s->ignoreSslErrors(); });
     QUrl url(QStringLiteral("wss://127.0.0.1:%1%2").arg(port).arg(path));
     url.setQuery(query);
     socket->open(url);
@@ -40,7 +42,8 @@ std::unique_ptr<QWebSocket> openClient(quint16 port, const QString& query, const
 
 std::unique_ptr<QWebSocket> openNamed(quint16 port, const QString& name)
 {
-    return openClient(port, QStringLiteral("name=") + QString::fromLatin1(QUrl::toPercentEncoding(name)));
+    return openClient(port,
+                      QStringLiteral("name=") + QString::fromLatin1(QUrl::toPercentEncoding(name)));
 }
 
 // Everything a link raises, in order.
@@ -52,8 +55,11 @@ struct Recorder {
     {
         link.onConnected = [this](const QString& peer) { connected.push_back(peer); };
         link.onDisconnected = [this](const QString& peer) { disconnected.push_back(peer); };
-        link.onData = [this](const QByteArray& bytes, const QString& peer) { data.emplace_back(bytes, peer); };
-        QObject::connect(&link, &PeerLink::statusTextChanged, [this, &link] { statuses.push_back(link.statusText()); });
+        link.onData = [this](const QByteArray& bytes, const QString& peer) {
+            data.emplace_back(bytes, peer);
+        };
+        QObject::connect(&link, &PeerLink::statusTextChanged,
+                         [this, &link] { statuses.push_back(link.statusText()); });
     }
 };
 
@@ -81,17 +87,20 @@ TEST_F(PeerLinkTest, PeersConnectSendAndLeave)
     EXPECT_EQ(events.connected[0], "Phone");
     EXPECT_THAT(host->connectedPeers(), ElementsAre("Phone"));
     EXPECT_EQ(host->statusText(), "Connected to Phone");
-    EXPECT_NE(std::find(events.statuses.begin(), events.statuses.end(), "Securing connection…"), events.statuses.end());
+    EXPECT_NE(std::find(events.statuses.begin(), events.statuses.end(), "Securing connection…"),
+              events.statuses.end());
 
     ASSERT_TRUE(waitFor([&] { return phone->state() == QAbstractSocket::ConnectedState; }));
     phone->sendTextMessage(R"({"version":1,"kind":"ping","id":"p1"})");
     phone->sendBinaryMessage("binary too");
     ASSERT_TRUE(waitFor([&] { return events.data.size() == 2; }));
-    EXPECT_EQ(events.data[0], std::make_pair(QByteArray(R"({"version":1,"kind":"ping","id":"p1"})"), QString("Phone")));
+    EXPECT_EQ(events.data[0], std::make_pair(QByteArray(R"({"version":1,"kind":"ping","id":"p1"})"),
+                                             QString("Phone")));
     EXPECT_EQ(events.data[1].first, "binary too");
 
     QStringList received;
-    QObject::connect(phone.get(), &QWebSocket::textMessageReceived, [&](const QString& m) { received.append(m); });
+    QObject::connect(phone.get(), &QWebSocket::textMessageReceived,
+                     [&](const QString& m) { received.append(m); });
     EXPECT_FALSE(host->send(R"({"version":1,"kind":"response","id":"p1","body":"pong"})", "Phone"));
     EXPECT_EQ(host->send("x", "Nobody"), QStringLiteral("Nobody is not connected."));
     ASSERT_TRUE(waitFor([&] { return received.size() == 1; }));
@@ -120,7 +129,9 @@ TEST_F(PeerLinkTest, RefusedHandshakesRaiseNothing)
     refused.push_back(openClient(port, "name=Phone", "/elsewhere"));
     refused.push_back(openClient(port, "other=Phone"));
     ASSERT_TRUE(waitFor([&] {
-        return std::all_of(refused.begin(), refused.end(), [](const auto& s) { return s->state() == QAbstractSocket::UnconnectedState; });
+        return std::all_of(refused.begin(), refused.end(), [](const auto& s) {
+            return s->state() == QAbstractSocket::UnconnectedState;
+        });
     }));
     settle(100);
     EXPECT_TRUE(events.connected.empty());
@@ -135,9 +146,12 @@ TEST_F(PeerLinkTest, RefusedHandshakesRaiseNothing)
 TEST_F(PeerLinkTest, OversizedMessageClosesWith1009AndDeliversNothing)
 {
     auto phone = openNamed(port, "Phone");
-    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 1 && phone->state() == QAbstractSocket::ConnectedState; }));
+    ASSERT_TRUE(waitFor([&] {
+        return events.connected.size() == 1 && phone->state() == QAbstractSocket::ConnectedState;
+    }));
     phone->sendBinaryMessage(QByteArray(PeerLink::maximumMessageBytes + 1, 'x'));
-    ASSERT_TRUE(waitFor([&] { return phone->state() == QAbstractSocket::UnconnectedState; }, 60000));
+    ASSERT_TRUE(
+        waitFor([&] { return phone->state() == QAbstractSocket::UnconnectedState; }, 60000));
     EXPECT_EQ(phone->closeCode(), QWebSocketProtocol::CloseCodeTooMuchData);
     ASSERT_TRUE(waitFor([&] { return events.disconnected.size() == 1; }));
     EXPECT_TRUE(events.data.empty());
@@ -151,13 +165,17 @@ TEST_F(PeerLinkTest, SilentPeersAreDroppedAndAnsweringOnesKept)
     silent.setSslConfiguration(tls);
     silent.connectToHostEncrypted("127.0.0.1", port);
     ASSERT_TRUE(waitFor([&] { return silent.isEncrypted(); }));
-    silent.write(QStringLiteral("GET /sarvane?name=Silent HTTP/1.1\r\nHost: 127.0.0.1:%1\r\nUpgrade: websocket\r\n"
-                                "Connection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
-                                "Sec-WebSocket-Version: 13\r\n\r\n").arg(port).toLatin1());
+    silent.write(
+        QStringLiteral(
+            "GET /sarvane?name=Silent HTTP/1.1\r\nHost: 127.0.0.1:%1\r\nUpgrade: websocket\r\n"
+            "Connection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+            "Sec-WebSocket-Version: 13\r\n\r\n")
+            .arg(port)
+            .toLatin1());
     auto lively = openNamed(port, "Lively");
     ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
-    host->markHelloVerified("Silent");
-    host->markHelloVerified("Lively");
+    host->setAuthorized("Silent", true);
+    host->setAuthorized("Lively", true);
 
     for (int tick = 1; tick <= 3; ++tick) {
         EXPECT_TRUE(events.disconnected.empty()) << tick;
@@ -169,40 +187,70 @@ TEST_F(PeerLinkTest, SilentPeersAreDroppedAndAnsweringOnesKept)
     EXPECT_THAT(host->connectedPeers(), ElementsAre("Lively"));
 }
 
-TEST_F(PeerLinkTest, ConnectionLimitAndHandshakeLimit)
+TEST_F(PeerLinkTest, StrangersHoldPartOfTheSlotsAndTheOldestMakesRoom)
 {
-    // Eight from each address, so that only the overall limit applies.
-    std::vector<std::unique_ptr<QTcpSocket>> sockets;
-    for (int i = 0; i < PeerLink::maximumConnections; ++i) {
-        sockets.push_back(std::make_unique<QTcpSocket>());
-        sockets.back()->bind(QHostAddress(QStringLiteral("127.0.1.%1").arg(1 + i / PeerLink::maximumUnauthorizedPerAddress)));
-        sockets.back()->connectToHost(QHostAddress::LocalHost, port);
-    }
-    ASSERT_TRUE(waitFor([&] {
-        return std::all_of(sockets.begin(), sockets.end(), [](const auto& s) { return s->state() == QAbstractSocket::ConnectedState; });
-    }));
+    // Eight from each address, so that only the overall limits apply.
+    std::vector<std::unique_ptr<QTcpSocket>> strangers;
+    auto connectFrom = [&](int i) {
+        strangers.push_back(std::make_unique<QTcpSocket>());
+        strangers.back()->bind(QHostAddress(
+            QStringLiteral("127.0.1.%1").arg(1 + i / PeerLink::maximumUnauthorizedPerAddress)));
+        strangers.back()->connectToHost(QHostAddress::LocalHost, port);
+    };
+    auto connectedCount = [&] {
+        return std::count_if(strangers.begin(), strangers.end(), [](const auto& s) {
+            return s->state() == QAbstractSocket::ConnectedState;
+        });
+    };
+    for (int i = 0; i < PeerLink::maximumUnauthorizedConnections; ++i)
+        connectFrom(i);
+    ASSERT_TRUE(
+        waitFor([&] { return connectedCount() == PeerLink::maximumUnauthorizedConnections; }));
     settle(200);
-    QTcpSocket extra;
-    extra.connectToHost(QHostAddress::LocalHost, port);
-    ASSERT_TRUE(waitFor([&] { return extra.state() == QAbstractSocket::UnconnectedState; }));
-    auto refused = openNamed(port, "Refused");
-    ASSERT_TRUE(waitFor([&] { return refused->state() == QAbstractSocket::UnconnectedState; }));
-    EXPECT_TRUE(events.connected.empty());
 
-    // None of them finished a handshake: all are dropped after ten seconds, and room comes back.
-    scheduler.advance(PeerLink::handshakeLimitSeconds);
-    ASSERT_TRUE(waitFor([&] {
-        return std::all_of(sockets.begin(), sockets.end(), [](const auto& s) { return s->state() == QAbstractSocket::UnconnectedState; });
-    }));
-    EXPECT_TRUE(events.disconnected.empty());
-    auto welcome = openNamed(port, "Welcome");
+    // A device on its way in takes the place of the oldest stranger, and once authorised it keeps
+    // its slot while more strangers come.
+    auto trusted = openNamed(port, "Trusted");
     ASSERT_TRUE(waitFor([&] { return events.connected.size() == 1; }));
+    host->setAuthorized("Trusted", true);
+    ASSERT_TRUE(
+        waitFor([&] { return strangers.front()->state() == QAbstractSocket::UnconnectedState; }));
+    for (int i = 0; i < 8; ++i)
+        connectFrom(PeerLink::maximumUnauthorizedConnections + i);
+    // The first newcomer found a stranger's slot free again; the others each took the oldest's.
+    ASSERT_TRUE(
+        waitFor([&] { return strangers[7]->state() == QAbstractSocket::UnconnectedState; }));
+    settle(200);
+    EXPECT_EQ(strangers[8]->state(), QAbstractSocket::ConnectedState);
+    EXPECT_EQ(connectedCount(), PeerLink::maximumUnauthorizedConnections);
+    EXPECT_EQ(trusted->state(), QAbstractSocket::ConnectedState);
+
+    // None of the strangers finished a handshake: all are dropped after ten seconds.
+    scheduler.advance(PeerLink::handshakeLimitSeconds);
+    ASSERT_TRUE(waitFor([&] { return connectedCount() == 0; }));
+    EXPECT_TRUE(events.disconnected.empty());
+    EXPECT_EQ(trusted->state(), QAbstractSocket::ConnectedState);
+}
+
+TEST(PeerLinkAddressGroups, IPv6AddressesCountByTheirSlash64)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"192.168.1.20", "192.168.1.20"},
+        {"2001:db8:1:2:aaaa:bbbb:cccc:dddd", "2001:db8:1:2::"},
+        {"2001:db8:1:2::1", "2001:db8:1:2::"},
+        {"fe80::1:2:3:4", "fe80::"},
+        {"::1", "::"},
+    };
+    for (const auto& [address, group] : cases)
+        EXPECT_EQ(PeerLink::addressGroup(QHostAddress(address)), QHostAddress(group)) << address;
 }
 
 TEST_F(PeerLinkTest, ANameBelongsToOneConnection)
 {
     auto victim = openNamed(port, "Phone-A");
-    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 1 && victim->state() == QAbstractSocket::ConnectedState; }));
+    ASSERT_TRUE(waitFor([&] {
+        return events.connected.size() == 1 && victim->state() == QAbstractSocket::ConnectedState;
+    }));
 
     RawWebSocket twin(port), forged(port), stranger(port), controlled(port);
     EXPECT_EQ(twin.upgrade("Phone-A"), 409);
@@ -210,13 +258,16 @@ TEST_F(PeerLinkTest, ANameBelongsToOneConnection)
     EXPECT_EQ(controlled.upgrade("Phone\nB"), 400);
     // A bare GET under a free name never becomes a WebSocket, and raises nothing when it fails.
     stranger.upgrade("Phone-B", false);
-    ASSERT_TRUE(waitFor([&] { return twin.isClosed() && forged.isClosed() && controlled.isClosed() && stranger.isClosed(); }));
+    ASSERT_TRUE(waitFor([&] {
+        return twin.isClosed() && forged.isClosed() && controlled.isClosed() && stranger.isClosed();
+    }));
     RawWebSocket separated(port);
     EXPECT_EQ(separated.upgrade("Line\u2028sep"), 400);
     // A browser page may open the link only from the bridge's own origin.
     RawWebSocket otherSite(port), twoOrigins(port), ownPage(port);
     EXPECT_EQ(otherSite.upgrade("Phone-C", true, "Origin: https://example.com\r\n"), 403);
-    EXPECT_EQ(twoOrigins.upgrade("Phone-C", true, "Origin: https://127.0.0.1\r\nOrigin: x\r\n"), 400);
+    EXPECT_EQ(twoOrigins.upgrade("Phone-C", true, "Origin: https://127.0.0.1\r\nOrigin: x\r\n"),
+              400);
     EXPECT_EQ(ownPage.upgrade("Phone-C", true, "Origin: HTTPS://127.0.0.1\r\n"), 101);
     ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
     settle(100);
@@ -285,12 +336,14 @@ TEST_F(PeerLinkTest, OneAddressHoldsAtMostEightUnauthorisedConnections)
     EXPECT_TRUE(tenth.encrypted());
 }
 
-TEST_F(PeerLinkTest, AConnectionWithoutAVerifiedHelloClosesAfterTenSeconds)
+TEST_F(PeerLinkTest, AConnectionStaysTenSecondsUnlessAuthorisedOrWaitingForTheUser)
 {
     auto quiet = openNamed(port, "Quiet");
-    auto greeted = openNamed(port, "Greeted");
-    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
-    host->markHelloVerified("Greeted");
+    auto waiting = openNamed(port, "Waiting");
+    auto authorised = openNamed(port, "Authorised");
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 3; }));
+    host->setAwaitingPairing("Waiting", true);
+    host->setAuthorized("Authorised", true);
     scheduler.advance(PeerLink::helloLimitSeconds - 0.5);
     settle(100);
     EXPECT_TRUE(events.disconnected.empty());
@@ -298,7 +351,98 @@ TEST_F(PeerLinkTest, AConnectionWithoutAVerifiedHelloClosesAfterTenSeconds)
     ASSERT_TRUE(waitFor([&] { return quiet->state() == QAbstractSocket::UnconnectedState; }));
     EXPECT_EQ(quiet->closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
     EXPECT_EQ(events.disconnected, std::vector<QString>{"Quiet"});
-    EXPECT_EQ(greeted->state(), QAbstractSocket::ConnectedState);
+
+    // The wait ends without rights: the peer has the limit again, then goes; so does one whose
+    // rights end.
+    scheduler.advance(PeerLink::helloLimitSeconds * 2);
+    settle(100);
+    EXPECT_EQ(events.disconnected.size(), 1u);
+    host->setAwaitingPairing("Waiting", false);
+    host->setAuthorized("Authorised", false);
+    scheduler.advance(PeerLink::helloLimitSeconds - 0.5);
+    settle(100);
+    EXPECT_EQ(events.disconnected.size(), 1u);
+    scheduler.advance(0.5);
+    ASSERT_TRUE(waitFor([&] { return events.disconnected.size() == 3; }));
+}
+
+TEST_F(PeerLinkTest, StrangersSendLittleAndHoldNobodyBack)
+{
+    // Before its authorisation a peer may send small messages, and few of them.
+    auto big = openNamed(port, "Big");
+    auto chatty = openNamed(port, "Chatty");
+    auto trusted = openNamed(port, "Trusted");
+    ASSERT_TRUE(waitFor([&] {
+        return events.connected.size() == 3 &&
+               trusted->state() == QAbstractSocket::ConnectedState &&
+               big->state() == QAbstractSocket::ConnectedState &&
+               chatty->state() == QAbstractSocket::ConnectedState;
+    }));
+    host->setAuthorized("Trusted", true);
+    big->sendTextMessage(QString(PeerLink::maximumUnauthorizedMessageBytes + 1, QLatin1Char('x')));
+    trusted->sendTextMessage(
+        QString(PeerLink::maximumUnauthorizedMessageBytes * 4, QLatin1Char('x')));
+    for (int i = 0; i <= PeerLink::maximumUnauthorizedMessages; ++i)
+        chatty->sendTextMessage(QStringLiteral("ping"));
+    ASSERT_TRUE(waitFor([&] { return events.disconnected.size() == 2; }));
+    EXPECT_EQ(big->closeCode(), QWebSocketProtocol::CloseCodeTooMuchData);
+    EXPECT_EQ(chatty->closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
+    const auto from = [&](const QString& peer) {
+        return std::count_if(events.data.begin(), events.data.end(),
+                             [&](const auto& d) { return d.second == peer; });
+    };
+    EXPECT_EQ(from("Big"), 0);
+    EXPECT_EQ(from("Chatty"), PeerLink::maximumUnauthorizedMessages);
+    EXPECT_EQ(from("Trusted"), 1);
+
+    // A stranger that reads slowly holds nobody back, and is dropped at its small bound.
+    std::vector<QString> slow;
+    host->onSlowPeer = [&](const QString& peer) { slow.push_back(peer); };
+    RawWebSocket stranger(port);
+    ASSERT_EQ(stranger.upgrade("Stranger"), 101);
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 4; }));
+    stranger.stopReading();
+    const QByteArray message(16 * 1024, 'x');
+    for (int i = 0; i < 1000 && slow.empty(); ++i) {
+        host->send(message, "Stranger");
+        EXPECT_FALSE(host->congested());
+        EXPECT_LE(host->backlog("Stranger"), PeerLink::maximumUnauthorizedBacklogBytes);
+        if (i % 16 == 0)
+            settle(5);
+    }
+    EXPECT_EQ(slow, std::vector<QString>{"Stranger"});
+}
+
+TEST_F(PeerLinkTest, FilesPipelinedAndNeverReadWaitInTheKernelNotTheLink)
+{
+    // Thousands of requests sent at once by a client that never reads: the link reads on only as
+    // its answers are taken, answers a bounded number, and closes at the connection's lifetime.
+    RawWebSocket browser(port);
+    browser.stopReading();
+    QByteArray requests;
+    for (int i = 0; i < 4000; ++i)
+        requests += "GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+    browser.sendBytes(requests);
+    settle(500);
+    scheduler.advance(PeerLink::handshakeLimitSeconds - 1);
+    settle(100);
+    EXPECT_FALSE(browser.isClosed());
+    browser.resumeReading();
+    int answers = 0;
+    ASSERT_TRUE(waitFor([&] { return browser.isClosed(); }));
+    answers = browser.received().count("HTTP/1.1 200 OK");
+    EXPECT_EQ(answers, PeerLink::maximumFileRequests);
+    EXPECT_TRUE(browser.received().contains("Connection: close\r\n"));
+
+    // Serving does not extend a connection's life: one that keeps asking goes at thirty seconds.
+    RawWebSocket keen(port);
+    for (double at = 0; at < PeerLink::fileConnectionLifetimeSeconds; at += 4) {
+        ASSERT_TRUE(keen.exchange("HEAD /app.js HTTP/1.1\r\n\r\n").startsWith("HTTP/1.1 200 OK"))
+            << at;
+        scheduler.advance(4);
+    }
+    ASSERT_TRUE(waitFor([&] { return keen.isClosed(); }));
+    EXPECT_TRUE(events.connected.empty());
 }
 
 TEST_F(PeerLinkTest, APeerThatStopsReadingIsClosedAtItsBoundAndTheOthersKeepTheirs)
@@ -311,6 +455,8 @@ TEST_F(PeerLinkTest, APeerThatStopsReadingIsClosedAtItsBoundAndTheOthersKeepThei
     int read = 0;
     QObject::connect(reader.get(), &QWebSocket::textMessageReceived, [&] { ++read; });
     ASSERT_TRUE(waitFor([&] { return events.connected.size() == 2; }));
+    host->setAuthorized("Stalled", true);
+    host->setAuthorized("Reader", true);
     stalled.stopReading();
 
     // The sender waits while the link says a reading peer is far behind, as the bridge does; time
@@ -358,11 +504,14 @@ TEST_F(PeerLinkTest, AllBacklogsTogetherAreBoundedTheLargestGoingFirst)
     };
     std::vector<std::unique_ptr<RawWebSocket>> stalled;
     for (int i = 0; i < 5; ++i) {
-        stalled.push_back(std::make_unique<RawWebSocket>(port, QHostAddress(QStringLiteral("127.0.2.%1").arg(i + 1))));
+        stalled.push_back(std::make_unique<RawWebSocket>(
+            port, QHostAddress(QStringLiteral("127.0.2.%1").arg(i + 1))));
         ASSERT_EQ(stalled.back()->upgrade(name(i)), 101);
         stalled.back()->stopReading();
     }
     ASSERT_TRUE(waitFor([&] { return events.connected.size() == 5; }));
+    for (int i = 0; i < 5; ++i)
+        host->setAuthorized(name(i), true);
     const QByteArray message(1024 * 1024, 'x');
     for (int round = 0; round < 40 && slow.empty(); ++round) {
         for (int i = 0; i < 5 && slow.empty(); ++i)
@@ -371,18 +520,24 @@ TEST_F(PeerLinkTest, AllBacklogsTogetherAreBoundedTheLargestGoingFirst)
     }
     ASSERT_EQ(slow.size(), 1u);
     EXPECT_TRUE(largestWent);
+    // The connection that went is the one named, it raised its end, and the total is what remains.
+    EXPECT_EQ(events.disconnected, slow);
+    EXPECT_FALSE(host->connectedPeers().contains(slow[0]));
+    EXPECT_EQ(host->connectedPeers().size(), 4);
     qint64 total = 0;
     for (int i = 0; i < 5; ++i) {
         EXPECT_LT(host->backlog(name(i)), PeerLink::maximumPeerBacklogBytes);
         total += host->backlog(name(i));
     }
+    EXPECT_EQ(host->totalBacklog(), total);
     EXPECT_LE(total, PeerLink::maximumTotalBacklogBytes);
     EXPECT_GT(total, PeerLink::maximumTotalBacklogBytes / 2);
 }
 
 TEST(PeerLink, LocalNamesAndTheCertificateKey)
 {
-    EXPECT_THAT(PeerLink::localNameFor("Mac").toStdString(), ::testing::MatchesRegex("Mac-[0-9A-F]{4}"));
+    EXPECT_THAT(PeerLink::localNameFor("Mac").toStdString(),
+                ::testing::MatchesRegex("Mac-[0-9A-F]{4}"));
     EXPECT_NE(PeerLink::localNameFor("Mac"), PeerLink::localNameFor("Mac"));
     const QString seventy(70, QLatin1Char('m'));
     EXPECT_EQ(PeerLink::localNameFor(seventy), seventy.left(63));
@@ -394,14 +549,17 @@ TEST(PeerLink, LocalNamesAndTheCertificateKey)
     // The certificate is made over the device's own key, so a peer can match it to the hello.
     TemporaryHome home;
     SettingsUserDefaults defaults(home.filePath("defaults.ini"));
-    const auto identity = DeviceIdentity::create(SecretStore(home.filePath("secrets")), defaults).value();
+    const auto identity =
+        DeviceIdentity::create(SecretStore(home.filePath("secrets")), defaults).value();
     VirtualScheduler scheduler;
     PeerLink host(PeerLinkMode::Host, "Desk", scheduler, identity->key(), loopback);
-    EXPECT_EQ(rawPublicKeyOfCertificateKey(host.certificate().publicKey().toDer()), identity->publicKeyRaw());
+    EXPECT_EQ(rawPublicKeyOfCertificateKey(host.certificate().publicKey().toDer()),
+              identity->publicKeyRaw());
     host.start();
     auto client = openNamed(host.listeningPort(), "Phone");
     ASSERT_TRUE(waitFor([&] { return client->state() == QAbstractSocket::ConnectedState; }));
-    EXPECT_EQ(rawPublicKeyOfCertificateKey(client->sslConfiguration().peerCertificate().publicKey().toDer()),
+    EXPECT_EQ(rawPublicKeyOfCertificateKey(
+                  client->sslConfiguration().peerCertificate().publicKey().toDer()),
               identity->publicKeyRaw());
     EXPECT_EQ(client->sslConfiguration().sessionProtocol(), QSsl::TlsV1_3);
 }
@@ -416,16 +574,19 @@ TEST(PeerLink, ClientModeTalksToHostMode)
     phoneEvents.attach(phone);
     host.start();
     phone.start();
-    EXPECT_TRUE(phone.statusText() == "Looking for Macs…" || phone.statusText().startsWith("Discovery failed: "));
+    EXPECT_TRUE(phone.statusText() == "Looking for Macs…" ||
+                phone.statusText().startsWith("Discovery failed: "));
     phone.connectTo(QHostAddress::LocalHost, host.listeningPort(), "Desk");
-    ASSERT_TRUE(waitFor([&] { return hostEvents.connected.size() == 1 && phoneEvents.connected.size() == 1; }));
+    ASSERT_TRUE(waitFor(
+        [&] { return hostEvents.connected.size() == 1 && phoneEvents.connected.size() == 1; }));
     EXPECT_EQ(hostEvents.connected[0], phone.localName());
     EXPECT_EQ(phoneEvents.connected[0], "Desk");
     EXPECT_EQ(phone.statusText(), "Connected to Desk");
 
     EXPECT_FALSE(phone.send("from phone", "Desk"));
     EXPECT_FALSE(host.send("from desk", phone.localName()));
-    ASSERT_TRUE(waitFor([&] { return hostEvents.data.size() == 1 && phoneEvents.data.size() == 1; }));
+    ASSERT_TRUE(
+        waitFor([&] { return hostEvents.data.size() == 1 && phoneEvents.data.size() == 1; }));
     EXPECT_EQ(hostEvents.data[0].first, "from phone");
     EXPECT_EQ(phoneEvents.data[0], std::make_pair(QByteArray("from desk"), QString("Desk")));
 }
@@ -445,7 +606,8 @@ TEST(PeerLink, AdvertisingFailureLeavesTheServerListening)
     ASSERT_TRUE(waitFor([&] { return connected == 1; }));
 
     // A port that is taken is an advertising failure too.
-    PeerLink second(PeerLinkMode::Host, "Other", scheduler, nullptr, {QHostAddress::LocalHost, host.listeningPort()});
+    PeerLink second(PeerLinkMode::Host, "Other", scheduler, nullptr,
+                    {QHostAddress::LocalHost, host.listeningPort()});
     second.start();
     EXPECT_TRUE(second.statusText().startsWith("Advertising failed: "));
 }

@@ -41,6 +41,7 @@ int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders,
     if (headerEnd < 0)
         return 0;
     m_buffer = response.mid(headerEnd + 4);
+    m_upgraded = true;
     QObject::connect(&m_socket, &QIODevice::readyRead, [this] { readFrames(); });
     return response.split(' ').value(1).toInt();
 }
@@ -104,7 +105,8 @@ void RawWebSocket::stopReading()
 void RawWebSocket::resumeReading()
 {
     m_socket.setReadBufferSize(0);
-    readFrames();
+    if (m_upgraded)
+        readFrames();
 }
 
 std::optional<int> RawWebSocket::closeCode()

@@ -37,12 +37,20 @@ public:
     // The code of the close frame received, once one has come.
     std::optional<int> closeCode();
     bool isClosed() const { return m_socket.state() == QAbstractSocket::UnconnectedState; }
+    // What the server sent on a connection that never upgraded, all of it so far.
+    QByteArray received()
+    {
+        m_received += m_socket.readAll();
+        return m_received;
+    }
 
 private:
     void readFrames();
 
     QSslSocket m_socket;
     QByteArray m_buffer;
+    QByteArray m_received;
+    bool m_upgraded = false;
     std::optional<int> m_closeCode;
 };
 
