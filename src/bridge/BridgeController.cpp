@@ -11,14 +11,17 @@
 
 namespace nimbrel {
 
-BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults, PeerLinkSettings linkSettings,
-                                   SecretStore secrets, QObject* parent)
+BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
+                                   PeerLinkSettings linkSettings, SecretStore secrets,
+                                   QObject* parent)
     : QObject(parent)
     , m_scheduler(scheduler)
     , m_defaults(defaults)
     , m_launchAtLogin(LaunchAtLogin::isEnabled())
-    , m_link(std::make_unique<PeerLink>(PeerLinkMode::Host, hostDisplayName(), scheduler, nullptr, linkSettings))
-    , m_workspace(std::make_unique<CodexWorkspace>(defaults, scheduler, openTabsKey, threadRefreshIntervalSeconds,
+    , m_link(std::make_unique<PeerLink>(PeerLinkMode::Host, hostDisplayName(), scheduler, nullptr,
+                                        linkSettings))
+    , m_workspace(std::make_unique<CodexWorkspace>(defaults, scheduler, openTabsKey,
+                                                   threadRefreshIntervalSeconds,
                                                    historyRequestTimeoutSeconds))
     , m_trustStore(secrets)
     , m_appServer(std::make_unique<AppServerClient>(scheduler))
@@ -30,14 +33,16 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
     } else {
         // The engine and the window go on; pairing stays off for this run.
         m_appServerStatus = QStringLiteral("Secure identity unavailable: ") + identity.error();
-        m_logs = QStringList{QStringLiteral(
-            "Keychain identity creation failed. Pairing is disabled until the app has valid signing entitlements.")};
+        m_logs =
+            QStringList{QStringLiteral("Keychain identity creation failed. Pairing is disabled "
+                                       "until the app has valid signing entitlements.")};
     }
     rebuildTrustedPeers();
 
     // The window's own requests go straight to the engine, with no allow-list.
     QPointer<BridgeController> self(this);
-    m_workspace->requester = [self](const QString& method, const JSONValue& params, AppServerClient::RequestCompletion completion) {
+    m_workspace->requester = [self](const QString& method, const JSONValue& params,
+                                    AppServerClient::RequestCompletion completion) {
         if (self)
             self->m_appServer->request(method, params, std::move(completion));
     };
@@ -51,18 +56,24 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
     // The link and the client deliver on this thread and die with this object.
     m_link->onConnected = [this](const QString& peer) { handleConnected(peer); };
     m_link->onDisconnected = [this](const QString& peer) { handleDisconnected(peer); };
-    m_link->onData = [this](const QByteArray& data, const QString& peer) { handleData(data, peer); };
+    m_link->onData = [this](const QByteArray& data, const QString& peer) {
+        handleData(data, peer);
+    };
     m_link->onSlowPeer = [this](const QString& peer) {
         appendLog(loggableText(peer) + QStringLiteral(" was disconnected: it is not keeping up."));
     };
     // While a peer that is reading falls far behind, the engine's events wait for it.
-    connect(m_link.get(), &PeerLink::congestedChanged, this, [this](bool congested) { m_appServer->setDeliveryPaused(congested); });
-    m_appServer->onStatus = [this](const QString& message, bool ready) { handleEngineStatus(message, ready); };
+    connect(m_link.get(), &PeerLink::congestedChanged, this,
+            [this](bool congested) { m_appServer->setDeliveryPaused(congested); });
+    m_appServer->onStatus = [this](const QString& message, bool ready) {
+        handleEngineStatus(message, ready);
+    };
     m_appServer->onLog = [this](const QString& line) { appendLog(line); };
     m_appServer->onNotification = [this](const QString& method, const JSONValue& params) {
         handleNotification(method, params);
     };
-    m_appServer->onServerRequest = [this](const JSONValue& id, const QString& method, const JSONValue& params) {
+    m_appServer->onServerRequest = [this](const JSONValue& id, const QString& method,
+                                          const JSONValue& params) {
         handleServerRequest(id, method, params);
     };
 }
@@ -101,7 +112,8 @@ void BridgeController::refreshCodexInstallation()
     const std::optional<QString> stored = m_defaults.string(customCodexPathKey);
     const std::optional<CodexInstallation> installation = discoverCodex(stored);
     if (!installation) {
-        setCodexInstallSource(stored ? QStringLiteral("Custom path unavailable") : QStringLiteral("Not installed"));
+        setCodexInstallSource(stored ? QStringLiteral("Custom path unavailable")
+                                     : QStringLiteral("Not installed"));
         setCodexExecutablePath(stored ? *stored : QStringLiteral("Not found"));
         setCodexVersion(QStringLiteral("Unavailable"));
         setCodexAccountStatus(QStringLiteral("Install Codex, then recheck"));
@@ -140,7 +152,10 @@ void BridgeController::clearCustomExecutable()
     restartAfterChoice();
 }
 
-void BridgeController::restartCodex() { restartAfterChoice(); }
+void BridgeController::restartCodex()
+{
+    restartAfterChoice();
+}
 
 void BridgeController::restartAfterChoice()
 {
@@ -184,20 +199,34 @@ void BridgeController::dropEngineBoundState()
 
 BridgeMessage BridgeController::engineStatusEvent() const
 {
-    return BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, QStringLiteral("sarvane/engineStatus"),
-                         JSONValue::object({{"ready", m_appServerReady}, {"status", m_appServerStatus}})};
+    return BridgeMessage{
+        bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt,
+        QStringLiteral("sarvane/engineStatus"),
+        JSONValue::object({{"ready", m_appServerReady}, {"status", m_appServerStatus}})};
 }
 
-void BridgeController::broadcastEngineStatus() { broadcast(engineStatusEvent()); }
+void BridgeController::broadcastEngineStatus()
+{
+    broadcast(engineStatusEvent());
+}
 
 // ---- sending to peers
 
-std::optional<QString> BridgeController::sendToPeer(const BridgeMessage& message, const QString& peer)
+std::optional<QString> BridgeController::sendToPeer(const BridgeMessage& message,
+                                                    const QString& peer)
 {
     auto encoded = encodeBridgeMessage(message);
     if (!encoded.ok())
         return encoded.error();
     return m_link->send(encoded.value(), peer);
+}
+
+std::optional<QString> BridgeController::sendToConnection(const BridgeMessage& message,
+                                                          const QString& peer, quint64 connection)
+{
+    if (connection == 0 || m_link->connectionID(peer) != connection)
+        return peer + QStringLiteral(" is not connected.");
+    return sendToPeer(message, peer);
 }
 
 void BridgeController::broadcast(const BridgeMessage& message)
@@ -211,7 +240,8 @@ void BridgeController::broadcast(const BridgeMessage& message)
 
 void BridgeController::setLaunchAtLogin(bool enabled)
 {
-    const std::optional<QString> error = LaunchAtLogin::setEnabled(enabled, QCoreApplication::applicationFilePath());
+    const std::optional<QString> error =
+        LaunchAtLogin::setEnabled(enabled, QCoreApplication::applicationFilePath());
     const bool state = error ? LaunchAtLogin::isEnabled() : enabled;
     if (m_launchAtLogin != state) {
         m_launchAtLogin = state;
@@ -225,7 +255,8 @@ void BridgeController::checkAccount()
 {
     setCodexAccountStatus(QStringLiteral("Checking sign-in…"));
     QPointer<BridgeController> self(this);
-    m_appServer->request(QStringLiteral("account/read"), JSONValue::object({{"refreshToken", false}}),
+    m_appServer->request(QStringLiteral("account/read"),
+                         JSONValue::object({{"refreshToken", false}}),
                          [self](const AppServerClient::RequestResult& outcome) {
                              if (self)
                                  self->setCodexAccountStatus(accountStatusText(outcome));
@@ -240,7 +271,8 @@ QString accountStatusText(const AppServerClient::RequestResult& outcome)
     if (!account || account->isNull())
         return QStringLiteral("Sign-in required — run codex in Terminal");
     const JSONValue* type = account->find("type");
-    const QString kind = type && type->isString() ? *type->stringValue() : QStringLiteral("authenticated");
+    const QString kind =
+        type && type->isString() ? *type->stringValue() : QStringLiteral("authenticated");
     const JSONValue* email = account->find("email");
     if (email && email->isString() && !email->stringView()->empty())
         return QStringLiteral("Signed in with %1: %2").arg(kind, *email->stringValue());
@@ -249,11 +281,30 @@ QString accountStatusText(const AppServerClient::RequestResult& outcome)
 
 // ---- property setters
 
-void BridgeController::setAppServerStatus(const QString& value) { updateProperty(this, m_appServerStatus, value, &BridgeController::appServerStatusChanged); }
-void BridgeController::setAppServerReady(bool value) { updateProperty(this, m_appServerReady, value, &BridgeController::appServerReadyChanged); }
-void BridgeController::setCodexInstallSource(const QString& value) { updateProperty(this, m_codexInstallSource, value, &BridgeController::codexInstallSourceChanged); }
-void BridgeController::setCodexExecutablePath(const QString& value) { updateProperty(this, m_codexExecutablePath, value, &BridgeController::codexExecutablePathChanged); }
-void BridgeController::setCodexVersion(const QString& value) { updateProperty(this, m_codexVersion, value, &BridgeController::codexVersionChanged); }
-void BridgeController::setCodexAccountStatus(const QString& value) { updateProperty(this, m_codexAccountStatus, value, &BridgeController::codexAccountStatusChanged); }
+void BridgeController::setAppServerStatus(const QString& value)
+{
+    updateProperty(this, m_appServerStatus, value, &BridgeController::appServerStatusChanged);
+}
+void BridgeController::setAppServerReady(bool value)
+{
+    updateProperty(this, m_appServerReady, value, &BridgeController::appServerReadyChanged);
+}
+void BridgeController::setCodexInstallSource(const QString& value)
+{
+    updateProperty(this, m_codexInstallSource, value, &BridgeController::codexInstallSourceChanged);
+}
+void BridgeController::setCodexExecutablePath(const QString& value)
+{
+    updateProperty(this, m_codexExecutablePath, value,
+                   &BridgeController::codexExecutablePathChanged);
+}
+void BridgeController::setCodexVersion(const QString& value)
+{
+    updateProperty(this, m_codexVersion, value, &BridgeController::codexVersionChanged);
+}
+void BridgeController::setCodexAccountStatus(const QString& value)
+{
+    updateProperty(this, m_codexAccountStatus, value, &BridgeController::codexAccountStatusChanged);
+}
 
 } // namespace nimbrel

@@ -55,6 +55,8 @@ public:
     static inline const QString openTabsKey = QStringLiteral("SarvaneBridgeOpenSessionTabs");
     static constexpr double threadRefreshIntervalSeconds = 4;
     static constexpr double historyRequestTimeoutSeconds = 20;
+    // How long a pairing request waits for the user before it is refused.
+    static constexpr double pairingRequestLimitSeconds = 120;
 
     // The engine methods a peer may call; every other one is refused.
     static const std::set<QString>& allowedEngineMethods();
@@ -105,15 +107,21 @@ public:
     void answerUserInput(const QString& requestID, const JSONValue& response,
                          CodexWorkspace::AnswerCompletion completion);
 
-    void approvePairing(const PairingRequest& request);
-    void rejectPairing(const PairingRequest& request);
-    void forgetPeer(const TrustedPeer& peer);
+    // By value: the caller's request may be one of pairingRequests(), which these change.
+    void approvePairing(PairingRequest request);
+    void rejectPairing(PairingRequest request);
+    void forgetPeer(TrustedPeer peer);
     // The request showing a code, and the trusted device with an id, for the views and the console.
     std::optional<PairingRequest> pairingRequestWithCode(const QString& code) const;
+    std::optional<PairingRequest> pairingRequestWithID(const QString& id) const;
     std::optional<TrustedPeer> trustedPeerWithID(const QString& deviceID) const;
 
     void appendLog(const QString& line);
     std::optional<QString> sendToPeer(const BridgeMessage& message, const QString& peer);
+    // Sends only while peer's name still belongs to that connection (PeerLink::connectionID): an
+    // answer never reaches a later connection that took the name.
+    std::optional<QString> sendToConnection(const BridgeMessage& message, const QString& peer,
+                                            quint64 connection);
     void broadcast(const BridgeMessage& message);
 
 signals:
@@ -154,6 +162,7 @@ private:
     void rebuildTrustedPeers();
     void setAuthorized(const QString& peer, bool authorized, const QString& deviceID = {});
     void removePairingRequests(const std::function<bool(const PairingRequest&)>& matches);
+    void expirePairingRequest(const QString& id, quint64 connection);
 
     // The relay.
     void handleRequest(const BridgeMessage& message, const QString& peer);
@@ -200,6 +209,8 @@ private:
     std::unique_ptr<AppServerClient> m_appServer;
     std::map<QString, HelloPayload> m_localHellos;
     std::map<QString, HelloPayload> m_remoteHellos;
+    // The limit of each pairing request, by its id.
+    std::map<QString, TaskHandle> m_pairingLimits;
     // Each authorised connection, by transport name, and the device it proved to be.
     std::map<QString, QString> m_authorizedDevices;
     // Engine id of each open approval, by local id, until someone answers it.

@@ -13,9 +13,11 @@ namespace nimbrel {
 namespace {
 
 BridgeMessage messageOf(BridgeMessageKind kind, std::optional<QString> id = std::nullopt,
-                        std::optional<QString> method = std::nullopt, std::optional<JSONValue> body = std::nullopt)
+                        std::optional<QString> method = std::nullopt,
+                        std::optional<JSONValue> body = std::nullopt)
 {
-    return BridgeMessage{bridgeProtocolVersion, kind, std::move(id), std::move(method), std::move(body)};
+    return BridgeMessage{bridgeProtocolVersion, kind, std::move(id), std::move(method),
+                         std::move(body)};
 }
 
 } // namespace
@@ -34,7 +36,8 @@ void BridgeController::handleConnected(const QString& peer)
         return;
     }
     m_localHellos[peer] = hello.value();
-    if (auto error = sendToPeer(messageOf(BridgeMessageKind::Hello, {}, {}, hello.value().toBody()), peer))
+    if (auto error =
+            sendToPeer(messageOf(BridgeMessageKind::Hello, {}, {}, hello.value().toBody()), peer))
         appendLog(QStringLiteral("Could not start secure handshake: ") + *error);
 }
 
@@ -50,33 +53,48 @@ void BridgeController::handleDisconnected(const QString& peer)
 
 void BridgeController::handleData(const QByteArray& data, const QString& peer)
 {
-    auto decoded = decodeBridgeMessage(std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
+    auto decoded = decodeBridgeMessage(
+        std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
     std::optional<QString> failure;
     if (!decoded.ok()) {
         failure = decoded.error();
     } else {
         const BridgeMessage& message = decoded.value();
         if (message.version != bridgeProtocolVersion) {
-            failure = sendToPeer(messageOf(BridgeMessageKind::Error, {}, {}, JSONValue("Incompatible protocol version.")), peer);
+            failure = sendToPeer(messageOf(BridgeMessageKind::Error, {}, {},
+                                           JSONValue("Incompatible protocol version.")),
+                                 peer);
         } else {
             switch (message.kind) {
-            case BridgeMessageKind::Hello: failure = handleHello(message.body, peer); break;
-            case BridgeMessageKind::PairingRequest: handlePairingRequest(peer); break;
-            case BridgeMessageKind::Request: handleRequest(message, peer); break;
-            case BridgeMessageKind::ServerResponse: handleServerResponse(message, peer); break;
-            case BridgeMessageKind::Ping:
-                failure = sendToPeer(messageOf(BridgeMessageKind::Response, message.id, {}, JSONValue("pong")), peer);
+            case BridgeMessageKind::Hello:
+                failure = handleHello(message.body, peer);
                 break;
-            default: break; // kinds only the bridge sends
+            case BridgeMessageKind::PairingRequest:
+                handlePairingRequest(peer);
+                break;
+            case BridgeMessageKind::Request:
+                handleRequest(message, peer);
+                break;
+            case BridgeMessageKind::ServerResponse:
+                handleServerResponse(message, peer);
+                break;
+            case BridgeMessageKind::Ping:
+                failure = sendToPeer(
+                    messageOf(BridgeMessageKind::Response, message.id, {}, JSONValue("pong")),
+                    peer);
+                break;
+            default:
+                break; // kinds only the bridge sends
             }
         }
     }
     if (failure)
-        appendLog(QStringLiteral("Rejected malformed message from ") + loggableText(peer) + QStringLiteral(": ")
-                  + loggableText(*failure));
+        appendLog(QStringLiteral("Rejected malformed message from ") + loggableText(peer) +
+                  QStringLiteral(": ") + loggableText(*failure));
 }
 
-std::optional<QString> BridgeController::handleHello(const std::optional<JSONValue>& body, const QString& peer)
+std::optional<QString> BridgeController::handleHello(const std::optional<JSONValue>& body,
+                                                     const QString& peer)
 {
     if (!body)
         return AppServerError::invalidResponse().text();
@@ -87,11 +105,11 @@ std::optional<QString> BridgeController::handleHello(const std::optional<JSONVal
     if (!verify(hello))
         return QStringLiteral("Handshake signature did not verify.");
     // A connection authorised as one device stays that device: another identity ends its rights.
-    if (const auto device = m_authorizedDevices.find(peer); device != m_authorizedDevices.end() && device->second != hello.deviceID) {
+    if (const auto device = m_authorizedDevices.find(peer);
+        device != m_authorizedDevices.end() && device->second != hello.deviceID) {
         setAuthorized(peer, false);
         return QStringLiteral("Handshake identity changed.");
     }
-    m_link->markHelloVerified(peer);
     m_remoteHellos[peer] = hello;
     const std::optional<TrustedPeer> trusted = m_trustStore.peer(hello.deviceID);
     // An unknown device waits to pair; a known id with another key gets nothing and hears nothing.
@@ -99,10 +117,13 @@ std::optional<QString> BridgeController::handleHello(const std::optional<JSONVal
         return std::nullopt;
     setAuthorized(peer, true, hello.deviceID);
     if (const auto local = m_localHellos.find(peer); local != m_localHellos.end())
-        if (auto error = sendToPeer(messageOf(BridgeMessageKind::PairingAccepted, {}, {}, local->second.toBody()), peer))
+        if (auto error = sendToPeer(
+                messageOf(BridgeMessageKind::PairingAccepted, {}, {}, local->second.toBody()),
+                peer))
             return error;
     sendInitialState(peer);
-    appendLog(QStringLiteral("Authenticated ") + loggableText(hello.displayName) + QLatin1Char('.'));
+    appendLog(QStringLiteral("Authenticated ") + loggableText(hello.displayName) +
+              QStringLiteral(" from ") + m_link->peerAddress(peer).toString() + QLatin1Char('.'));
     return std::nullopt;
 }
 
@@ -116,40 +137,72 @@ void BridgeController::handlePairingRequest(const QString& peer)
     if (m_trustStore.peer(remote->second.deviceID))
         return;
     const QString code = pairingCode(local->second, remote->second);
-    removePairingRequests([&](const PairingRequest& request) { return request.id == peer; });
-    m_pairingRequests.push_back(PairingRequest{peer, peer, code, local->second, remote->second});
+    const quint64 connection = m_link->connectionID(peer);
+    PairingRequest request{peer, peer, connection, code, local->second, remote->second};
+    removePairingRequests([&](const PairingRequest& other) { return other.id == peer; });
+    m_pairingRequests.push_back(request);
+    m_link->setAwaitingPairing(peer, true);
+    m_pairingLimits[peer] =
+        m_scheduler.schedule(this, pairingRequestLimitSeconds,
+                             [this, peer, connection] { expirePairingRequest(peer, connection); });
     emit pairingRequestsChanged();
-    appendLog(QStringLiteral("Pairing requested by ") + loggableText(remote->second.displayName)
-              + QStringLiteral(". Compare code ") + code + QLatin1Char('.'));
+    appendLog(QStringLiteral("Pairing requested by ") +
+              loggableText(request.remoteHello.displayName) + QStringLiteral(". Compare code ") +
+              code + QLatin1Char('.'));
 }
 
 // ---- the user's decisions
 
-void BridgeController::approvePairing(const PairingRequest& request)
+void BridgeController::approvePairing(PairingRequest request)
 {
+    // A request outlives no connection; one of a connection that has gone is stale.
+    if (m_link->connectionID(request.peer) != request.connection)
+        return;
     if (auto error = m_trustStore.trust(request.remoteHello)) {
         appendLog(QStringLiteral("Pairing failed: ") + *error);
         return;
     }
     rebuildTrustedPeers();
     setAuthorized(request.peer, true, request.remoteHello.deviceID);
-    if (auto error = sendToPeer(messageOf(BridgeMessageKind::PairingAccepted, {}, {}, request.localHello.toBody()), request.peer)) {
+    if (auto error = sendToPeer(
+            messageOf(BridgeMessageKind::PairingAccepted, {}, {}, request.localHello.toBody()),
+            request.peer)) {
         appendLog(QStringLiteral("Pairing failed: ") + *error);
         return;
     }
     removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
     sendInitialState(request.peer);
-    appendLog(QStringLiteral("Paired ") + loggableText(request.remoteHello.displayName) + QLatin1Char('.'));
+    appendLog(QStringLiteral("Paired ") + loggableText(request.remoteHello.displayName) +
+              QStringLiteral(" from ") + m_link->peerAddress(request.peer).toString() +
+              QLatin1Char('.'));
 }
 
-void BridgeController::rejectPairing(const PairingRequest& request)
+void BridgeController::rejectPairing(PairingRequest request)
 {
+    if (m_link->connectionID(request.peer) != request.connection)
+        return;
     sendToPeer(messageOf(BridgeMessageKind::PairingRejected), request.peer);
     removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
-    appendLog(QStringLiteral("Rejected pairing from ") + loggableText(request.remoteHello.displayName) + QLatin1Char('.'));
+    m_link->setAwaitingPairing(request.peer, false);
+    appendLog(QStringLiteral("Rejected pairing from ") +
+              loggableText(request.remoteHello.displayName) + QLatin1Char('.'));
 }
 
-void BridgeController::forgetPeer(const TrustedPeer& peer)
+// Nobody decided in time: the peer hears no, and has the hello limit to ask again or leave.
+void BridgeController::expirePairingRequest(const QString& id, quint64 connection)
+{
+    const std::optional<PairingRequest> request = pairingRequestWithID(id);
+    if (!request || request->connection != connection)
+        return;
+    sendToConnection(messageOf(BridgeMessageKind::PairingRejected), request->peer, connection);
+    removePairingRequests([&](const PairingRequest& other) { return other.id == id; });
+    m_link->setAwaitingPairing(request->peer, false);
+    appendLog(QStringLiteral("Pairing request from ") +
+              loggableText(request->remoteHello.displayName) +
+              QStringLiteral(" expired: nobody compared its code within two minutes."));
+}
+
+void BridgeController::forgetPeer(TrustedPeer peer)
 {
     if (auto error = m_trustStore.remove(peer.deviceID)) {
         appendLog(QStringLiteral("Could not forget device: ") + *error);
@@ -168,15 +221,25 @@ void BridgeController::forgetPeer(const TrustedPeer& peer)
 
 std::optional<PairingRequest> BridgeController::pairingRequestWithCode(const QString& code) const
 {
-    const auto found = std::find_if(m_pairingRequests.begin(), m_pairingRequests.end(),
-                                    [&](const PairingRequest& request) { return request.code == code; });
+    const auto found =
+        std::find_if(m_pairingRequests.begin(), m_pairingRequests.end(),
+                     [&](const PairingRequest& request) { return request.code == code; });
+    return found == m_pairingRequests.end() ? std::nullopt : std::optional(*found);
+}
+
+std::optional<PairingRequest> BridgeController::pairingRequestWithID(const QString& id) const
+{
+    const auto found =
+        std::find_if(m_pairingRequests.begin(), m_pairingRequests.end(),
+                     [&](const PairingRequest& request) { return request.id == id; });
     return found == m_pairingRequests.end() ? std::nullopt : std::optional(*found);
 }
 
 std::optional<TrustedPeer> BridgeController::trustedPeerWithID(const QString& deviceID) const
 {
-    const auto found = std::find_if(m_trustedPeers.begin(), m_trustedPeers.end(),
-                                    [&](const TrustedPeer& peer) { return peer.deviceID == deviceID; });
+    const auto found =
+        std::find_if(m_trustedPeers.begin(), m_trustedPeers.end(),
+                     [&](const TrustedPeer& peer) { return peer.deviceID == deviceID; });
     return found == m_trustedPeers.end() ? std::nullopt : std::optional(*found);
 }
 
@@ -184,22 +247,26 @@ std::optional<TrustedPeer> BridgeController::trustedPeerWithID(const QString& de
 
 void BridgeController::sendInitialState(const QString& peer)
 {
-    sendToPeer(engineStatusEvent(), peer);
-    if (!m_appServerReady)
-        return;
-    for (const auto& [id, session] : m_workspace->sessions()) {
-        if (!session.tokenUsage)
-            continue;
-        sendToPeer(messageOf(BridgeMessageKind::Event, {}, QStringLiteral("thread/tokenUsage/updated"),
-                             JSONValue::object({{"threadId", id},
-                                                {"tokenUsage", session.tokenUsage->payload},
-                                                {"sarvaneUpdatedAt", session.tokenUsage->updatedAt}})),
-                   peer);
+    // Made whole before any of it goes: a send that drops a slow peer reaches back into this
+    // object.
+    std::vector<BridgeMessage> messages{engineStatusEvent()};
+    if (m_appServerReady) {
+        for (const auto& [id, session] : m_workspace->sessions()) {
+            if (!session.tokenUsage)
+                continue;
+            messages.push_back(messageOf(
+                BridgeMessageKind::Event, {}, QStringLiteral("thread/tokenUsage/updated"),
+                JSONValue::object({{"threadId", id},
+                                   {"tokenUsage", session.tokenUsage->payload},
+                                   {"sarvaneUpdatedAt", session.tokenUsage->updatedAt}})));
+        }
+        // Open questions can still be answered by the newcomer; open approvals are not replayed.
+        for (const PendingUserInputRequests::Pending& entry : m_pendingUserInput.requests)
+            if (!entry.isSubmitting)
+                messages.push_back(PendingUserInputRequests::questionEvent(entry));
     }
-    // Open questions can still be answered by the newcomer; open approvals are not replayed.
-    for (const PendingUserInputRequests::Pending& entry : m_pendingUserInput.requests)
-        if (!entry.isSubmitting)
-            sendToPeer(PendingUserInputRequests::questionEvent(entry), peer);
+    for (const BridgeMessage& message : messages)
+        sendToPeer(message, peer);
 }
 
 // ---- bookkeeping
@@ -210,8 +277,9 @@ void BridgeController::rebuildTrustedPeers()
     for (const auto& [id, peer] : m_trustStore.peers())
         peers.push_back(peer);
     // Plain comparison of the text, not the locale's order.
-    std::stable_sort(peers.begin(), peers.end(),
-                     [](const TrustedPeer& a, const TrustedPeer& b) { return a.displayName < b.displayName; });
+    std::stable_sort(peers.begin(), peers.end(), [](const TrustedPeer& a, const TrustedPeer& b) {
+        return a.displayName < b.displayName;
+    });
     if (peers != m_trustedPeers) {
         m_trustedPeers = std::move(peers);
         emit trustedPeersChanged();
@@ -235,17 +303,32 @@ QStringList BridgeController::authorizedPeerNames() const
     return names;
 }
 
-void BridgeController::removePairingRequests(const std::function<bool(const PairingRequest&)>& matches)
+void BridgeController::removePairingRequests(
+    const std::function<bool(const PairingRequest&)>& matches)
 {
-    if (std::erase_if(m_pairingRequests, matches) > 0)
-        emit pairingRequestsChanged();
+    std::vector<QString> removed;
+    for (const PairingRequest& request : m_pairingRequests)
+        if (matches(request))
+            removed.push_back(request.id);
+    if (removed.empty())
+        return;
+    std::erase_if(m_pairingRequests, matches);
+    for (const QString& id : removed)
+        if (const auto limit = m_pairingLimits.find(id); limit != m_pairingLimits.end()) {
+            if (limit->second)
+                limit->second->cancel();
+            m_pairingLimits.erase(limit);
+        }
+    emit pairingRequestsChanged();
 }
 
 QVariantList BridgeController::pairingRequestList() const
 {
     QVariantList list;
     for (const PairingRequest& request : m_pairingRequests)
-        list.append(QVariantMap{{"id", request.id}, {"peer", request.peer}, {"code", request.code},
+        list.append(QVariantMap{{"id", request.id},
+                                {"peer", request.peer},
+                                {"code", request.code},
                                 {"displayName", request.remoteHello.displayName}});
     return list;
 }
@@ -254,8 +337,10 @@ QVariantList BridgeController::trustedPeerList() const
 {
     QVariantList list;
     for (const TrustedPeer& peer : m_trustedPeers)
-        list.append(QVariantMap{{"deviceID", peer.deviceID}, {"displayName", peer.displayName},
-                                {"publicKey", peer.publicKey}, {"pairedAt", peer.pairedAt}});
+        list.append(QVariantMap{{"deviceID", peer.deviceID},
+                                {"displayName", peer.displayName},
+                                {"publicKey", peer.publicKey},
+                                {"pairedAt", peer.pairedAt}});
     return list;
 }
 

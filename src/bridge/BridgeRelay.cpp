@@ -10,10 +10,12 @@ namespace nimbrel {
 const std::set<QString>& BridgeController::allowedEngineMethods()
 {
     static const std::set<QString> methods{
-        QStringLiteral("thread/list"),       QStringLiteral("thread/read"),      QStringLiteral("thread/turns/list"),
-        QStringLiteral("thread/items/list"), QStringLiteral("thread/start"),     QStringLiteral("thread/resume"),
-        QStringLiteral("turn/start"),        QStringLiteral("turn/steer"),       QStringLiteral("turn/interrupt"),
-        QStringLiteral("model/list"),        QStringLiteral("account/read"),     QStringLiteral("account/rateLimits/read"),
+        QStringLiteral("thread/list"),       QStringLiteral("thread/read"),
+        QStringLiteral("thread/turns/list"), QStringLiteral("thread/items/list"),
+        QStringLiteral("thread/start"),      QStringLiteral("thread/resume"),
+        QStringLiteral("turn/start"),        QStringLiteral("turn/steer"),
+        QStringLiteral("turn/interrupt"),    QStringLiteral("model/list"),
+        QStringLiteral("account/read"),      QStringLiteral("account/rateLimits/read"),
     };
     return methods;
 }
@@ -21,7 +23,9 @@ const std::set<QString>& BridgeController::allowedEngineMethods()
 void BridgeController::handleRequest(const BridgeMessage& message, const QString& peer)
 {
     auto refuse = [&](const char* text) {
-        sendToPeer(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, message.id, std::nullopt, JSONValue(text)}, peer);
+        sendToPeer(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, message.id,
+                                 std::nullopt, JSONValue(text)},
+                   peer);
     };
     if (!isAuthorized(peer))
         return refuse("Pair this device first.");
@@ -31,22 +35,29 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
     const JSONValue params = message.body.value_or(JSONValue::object({}));
     QPointer<BridgeController> self(this);
     const QString id = *message.id;
-    m_appServer->request(*message.method, params, [self, id, peer](const AppServerClient::RequestResult& outcome) {
-        if (!self)
-            return;
-        const BridgeMessage reply = outcome.ok()
-            ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, id, std::nullopt, outcome.value()}
-            : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id, std::nullopt, JSONValue(outcome.error().text())};
-        if (auto error = self->sendToPeer(reply, peer))
-            self->appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) + QStringLiteral(": ") + *error);
-    });
+    const quint64 connection = m_link->connectionID(peer);
+    m_appServer->request(
+        *message.method, params,
+        [self, id, peer, connection](const AppServerClient::RequestResult& outcome) {
+            if (!self)
+                return;
+            const BridgeMessage reply =
+                outcome.ok() ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, id,
+                                             std::nullopt, outcome.value()}
+                             : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id,
+                                             std::nullopt, JSONValue(outcome.error().text())};
+            if (auto error = self->sendToConnection(reply, peer, connection))
+                self->appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) +
+                                QStringLiteral(": ") + *error);
+        });
 }
 
 void BridgeController::handleNotification(const QString& method, const JSONValue& params)
 {
     expireUserInput(method, params);
     m_workspace->handleNotification(method, params);
-    broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, method, params});
+    broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, method,
+                            params});
 }
 
 } // namespace nimbrel

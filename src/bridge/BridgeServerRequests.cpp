@@ -126,18 +126,19 @@ void BridgeController::answerQuestionFromPeer(const BridgeMessage& message, cons
     if (!isAuthorized(peer) || !message.id)
         return;
     const QString id = *message.id;
+    const quint64 connection = m_link->connectionID(peer);
     QPointer<BridgeController> self(this);
     answerUserInput(id, message.body.value_or(JSONValue()),
-                    [self, id, peer](const std::optional<AppServerError>& error) {
+                    [self, id, peer, connection](const std::optional<AppServerError>& error) {
                         if (!self)
                             return;
-                        self->sendToPeer(
+                        self->sendToConnection(
                             error
                                 ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id,
                                                 std::nullopt, JSONValue(error->text())}
                                 : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response,
                                                 id, std::nullopt, JSONValue::object({})},
-                            peer);
+                            peer, connection);
                     });
 }
 

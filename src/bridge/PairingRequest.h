@@ -6,9 +6,10 @@ namespace nimbrel {
 
 // A pairing waiting for the user to compare its code.
 struct PairingRequest {
-    QString id;   // the peer's transport name when it asked
-    QString peer; // the connection, by transport name
-    QString code; // six digits
+    QString id;             // the peer's transport name when it asked
+    QString peer;           // the connection, by transport name
+    quint64 connection = 0; // and by the link's number for it, which no later connection has
+    QString code;           // six digits
     HelloPayload localHello;
     HelloPayload remoteHello;
 

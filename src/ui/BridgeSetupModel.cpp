@@ -235,16 +235,14 @@ bool BridgeSetupModel::hasTrustedDevices() const
 
 void BridgeSetupModel::pair(const QString& requestID)
 {
-    for (const PairingRequest& request : m_controller.pairingRequests())
-        if (request.id == requestID)
-            return m_controller.approvePairing(request);
+    if (std::optional<PairingRequest> request = m_controller.pairingRequestWithID(requestID))
+        m_controller.approvePairing(std::move(*request));
 }
 
 void BridgeSetupModel::reject(const QString& requestID)
 {
-    for (const PairingRequest& request : m_controller.pairingRequests())
-        if (request.id == requestID)
-            return m_controller.rejectPairing(request);
+    if (std::optional<PairingRequest> request = m_controller.pairingRequestWithID(requestID))
+        m_controller.rejectPairing(std::move(*request));
 }
 
 void BridgeSetupModel::forget(const QString& deviceID)

@@ -7,6 +7,7 @@
 #include "support/TestPeer.h"
 #include "support/VirtualScheduler.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
@@ -129,7 +130,7 @@ TEST_F(BridgeEndToEndTest, PeerPairsCallsWatchesAndIsRecognisedAfterARestart)
         auto peer = pairedTool(*bridge, port, "Test Phone");
         ASSERT_TRUE(peer->saysOnOutput(
             R"({"version":1,"kind":"event","method":"sarvane/engineStatus","body":{"ready":true,"status":"Codex app-server ready"}})"));
-        EXPECT_TRUE(bridge->saysOnError("Paired Test Phone."));
+        EXPECT_TRUE(bridge->saysOnError("Paired Test Phone from 127.0.0.1."));
 
         peer->type(R"(call thread/list {"limit": 10})");
         ASSERT_TRUE(peer->saysOnOutput(
@@ -151,7 +152,7 @@ TEST_F(BridgeEndToEndTest, PeerPairsCallsWatchesAndIsRecognisedAfterARestart)
     auto bridge = startBridge(&port);
     auto peer = startPeer(port, {}, "Test Phone", "Test Phone");
     ASSERT_TRUE(peer->saysOnOutput(R"("kind":"pairingAccepted")")) << peer->err.toStdString();
-    ASSERT_TRUE(bridge->saysOnError("Authenticated Test Phone."));
+    ASSERT_TRUE(bridge->saysOnError("Authenticated Test Phone from 127.0.0.1."));
     EXPECT_FALSE(bridge->err.contains("Pairing requested"));
 }
 
@@ -220,6 +221,84 @@ TEST_F(BridgeEndToEndTest, AFrameAnnouncingFourHundredMebibytesIsRefusedAtItsHea
     EXPECT_LT(bridge->peakMiB() - before, 32) << "growth of the bridge's resident memory";
 }
 
+namespace {
+
+// How long each of a paired phone's calls takes to come back, the median of a few.
+double medianCallMilliseconds(TestPeer& phone, const std::function<void()>& meanwhile = {})
+{
+    std::vector<qint64> took;
+    for (int call = 0; call < 15; ++call) {
+        const QString id = QStringLiteral("timed-%1").arg(call);
+        QElapsedTimer clock;
+        clock.start();
+        phone.request(id, "thread/list");
+        const bool answered = waitFor([&] {
+            return std::any_of(phone.received.begin(), phone.received.end(),
+                               [&](const BridgeMessage& message) { return message.id == id; });
+        });
+        took.push_back(answered ? clock.elapsed() : 20000);
+        if (meanwhile)
+            meanwhile();
+    }
+    std::sort(took.begin(), took.end());
+    return static_cast<double>(took[took.size() / 2]);
+}
+
+} // namespace
+
+TEST_F(BridgeEndToEndTest, PipelinedFileRequestsThatAreNeverReadCostTheBridgeLittle)
+{
+    environment.insert("ASAN_OPTIONS",
+                       qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    QString portText;
+    auto bridge = startBridge(&portText);
+    const quint16 port = static_cast<quint16>(portText.toUInt());
+    auto phone = pairedPeer(*bridge, port, "Phone", "Phone");
+    const double before = bridge->residentMiB();
+
+    // Eight connections each send 1.5 MB of requests for the page's largest file, reading nothing.
+    QByteArray requests;
+    while (requests.size() < 1536 * 1024)
+        requests += "GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+    std::vector<std::unique_ptr<RawWebSocket>> browsers;
+    for (int i = 0; i < 8; ++i) {
+        browsers.push_back(std::make_unique<RawWebSocket>(port));
+        browsers.back()->stopReading();
+        browsers.back()->sendBytes(requests);
+    }
+    settle(2000);
+    phone->request("during", "thread/list");
+    ASSERT_TRUE(phone->waitFor(BridgeMessageKind::Response));
+    EXPECT_LT(bridge->peakMiB() - before, 100) << "growth of the bridge's resident memory";
+}
+
+TEST_F(BridgeEndToEndTest, AStrangerThatReadsSlowlyDoesNotHoldAPairedPhoneBack)
+{
+    QString portText;
+    auto bridge = startBridge(&portText);
+    const quint16 port = static_cast<quint16>(portText.toUInt());
+    auto phone = pairedPeer(*bridge, port, "Phone", "Phone");
+    const double idle = medianCallMilliseconds(*phone);
+
+    // Never paired: it pings with large ids and takes a little of the answers now and then.
+    RawWebSocket stranger(port);
+    ASSERT_EQ(stranger.upgrade("Stranger"), 101);
+    stranger.stopReading();
+    const QByteArray ping =
+        R"({"version":1,"kind":"ping","id":")" + QByteArray(60 * 1024, 'x') + R"("})";
+    const auto pester = [&] {
+        for (int i = 0; i < 4; ++i)
+            stranger.sendText(ping);
+        stranger.resumeReading();
+        settle(2);
+        stranger.stopReading();
+    };
+    for (int i = 0; i < 4; ++i)
+        pester();
+    const double attacked = medianCallMilliseconds(*phone, pester);
+    EXPECT_LT(attacked, idle + 10) << "idle median " << idle << " ms";
+}
+
 TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
 {
     constexpr int deltas = 400000;
@@ -244,7 +323,8 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
                              {},
                              stalledDevice->identity->makeHello("Stalled Phone").value().toBody()})
             .value());
-    ASSERT_TRUE(waitFor([&] { return bridge->err.count("Authenticated Stalled Phone.") == 1; }));
+    ASSERT_TRUE(waitFor(
+        [&] { return bridge->err.count("Authenticated Stalled Phone from 127.0.0.1.") == 1; }));
     stalled.stopReading();
 
     int received = 0;

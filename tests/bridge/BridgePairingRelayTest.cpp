@@ -154,7 +154,7 @@ TEST_F(BridgePairingRelayTest, NewDevicePairsWhenTheUserApprovesItsCode)
     ASSERT_TRUE(status);
     EXPECT_EQ(status->body,
               JSONValue::object({{"ready", true}, {"status", "Codex app-server ready"}}));
-    EXPECT_TRUE(logged("Paired Ada's | Phone."));
+    EXPECT_TRUE(logged("Paired Ada's | Phone from 127.0.0.1."));
     EXPECT_TRUE(controller->pairingRequests().empty());
     EXPECT_EQ(controller->authorizedPeerNames(), QStringList{"Phone-1A2B"});
     ASSERT_EQ(controller->trustedPeers().size(), 1u);
@@ -165,6 +165,65 @@ TEST_F(BridgePairingRelayTest, NewDevicePairsWhenTheUserApprovesItsCode)
     peer.close();
     ASSERT_TRUE(waitFor([&] { return controller->authorizedPeerNames().isEmpty(); }));
     EXPECT_EQ(controller->trustedPeers().size(), 1u);
+}
+
+TEST_F(BridgePairingRelayTest, AnUndecidedPairingExpiresAndAStrangerThatDoesNotAskLeaves)
+{
+    startBridge();
+    auto asking = greetedPeer("Asking", "Asking Phone");
+    asking->send({1, Kind::PairingRequest, {}, {}, {}});
+    auto greeted = greetedPeer("Greeted", "Greeted Phone");
+    ASSERT_TRUE(waitFor([&] { return controller->pairingRequests().size() == 1; }));
+    // Time passes in steps, so that the peers' answers to the link's pings come back.
+    const auto pass = [&](double seconds) {
+        for (double left = seconds; left > 0; left -= 5) {
+            scheduler.advance(std::min(5.0, left));
+            settle(30);
+        }
+    };
+
+    // A verified hello alone does not let a connection stay.
+    pass(PeerLink::helloLimitSeconds);
+    ASSERT_TRUE(
+        waitFor([&] { return controller->link().connectedPeers() == QStringList{"Asking"}; }));
+    pass(BridgeController::pairingRequestLimitSeconds - PeerLink::helloLimitSeconds - 1);
+    EXPECT_EQ(controller->pairingRequests().size(), 1u);
+    EXPECT_EQ(asking->count(Kind::PairingRejected), 0u);
+
+    // Two minutes without a decision: the request goes, the peer hears no, and then it goes too.
+    pass(1);
+    ASSERT_TRUE(asking->waitFor(Kind::PairingRejected));
+    EXPECT_TRUE(controller->pairingRequests().empty());
+    EXPECT_TRUE(logged(
+        "Pairing request from Asking Phone expired: nobody compared its code within two minutes."));
+    pass(PeerLink::helloLimitSeconds);
+    ASSERT_TRUE(waitFor([&] { return controller->link().connectedPeers().isEmpty(); }));
+}
+
+TEST_F(BridgePairingRelayTest, RepliesFollowTheConnectionNotItsName)
+{
+    engine.setScenario(JSONValue::object(
+        {{"methods",
+          JSONValue::object(
+              {{"thread/read", JSONValue::object({{"delayMs", 1500}, {"result", nullptr}})}})}}));
+    startBridge();
+    auto first = pairedPeer("Phone", "Ada's Phone");
+    first->request("slow", "thread/read");
+    ASSERT_TRUE(waitFor([&] { return engineCalls("thread/read") == 1; }));
+    first->close();
+    ASSERT_TRUE(waitFor([&] { return controller->link().connectedPeers().isEmpty(); }));
+
+    // The same device comes back under the same name before the engine answers.
+    TestPeer second(port, "Phone", *first);
+    ASSERT_TRUE(second.waitFor(Kind::Hello));
+    second.sendHello();
+    ASSERT_TRUE(second.waitFor(Kind::PairingAccepted));
+    ASSERT_TRUE(waitFor([&] { return logged("Could not reply to Phone: Phone is not connected."); },
+                        10000));
+    second.request("fresh", "thread/list");
+    const auto answer = second.waitFor(Kind::Response);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->id, QStringLiteral("fresh"));
 }
 
 TEST_F(BridgePairingRelayTest, RequestsPassTheChecksInOrder)
@@ -266,7 +325,7 @@ TEST_F(BridgePairingRelayTest, TrustedDevicesAreAuthorisedByTheirHelloAlone)
     again.sendHello();
     ASSERT_TRUE(again.waitFor(Kind::PairingAccepted));
     ASSERT_TRUE(again.waitFor(Kind::Event, QStringLiteral("sarvane/engineStatus")));
-    EXPECT_TRUE(logged("Authenticated Ada's Phone."));
+    EXPECT_TRUE(logged("Authenticated Ada's Phone from 127.0.0.1."));
     EXPECT_TRUE(controller->pairingRequests().empty());
     again.send({1, Kind::PairingRequest, {}, {}, {}});
     settle(100);

@@ -164,7 +164,7 @@ test('after the computer restarts, the page reconnects by its stored key, withou
   await bridge.stop();
   await page.waitFor(`${textOf('#engine-status')} === 'Reconnecting…'`);
   await bridge.start();
-  await bridge.waitFor('Authenticated Ada’s Phone.');
+  await bridge.waitFor('Authenticated Ada’s Phone from 127.0.0.1.');
   assert.doesNotMatch(bridge.err, /Pairing requested/);
   await page.waitFor(`${textOf('#engine-status')} === 'Codex app-server ready'`, 20000);
   // What the page shows is read again: the session's newest page of history.

@@ -94,6 +94,40 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     EXPECT_EQ(reset.size(), 0);
 }
 
+TEST(BridgeSetupModel, ApprovingTheFirstOfTwoRequestsCatchesUpThatConnectionOnly)
+{
+    BridgeUnderTest bridge(json("{}"));
+    BridgeController& controller = bridge.controller();
+    BridgeSetupModel model(controller, bridge.defaults);
+    ASSERT_TRUE(waitFor([&] { return controller.appServerReady(); }));
+    TestPeer first(bridge.port(), "First", "First Phone"),
+        second(bridge.port(), "Second", "Second Phone");
+    for (TestPeer* phone : {&first, &second}) {
+        ASSERT_TRUE(phone->waitFor(BridgeMessageKind::Hello));
+        phone->sendHello();
+        phone->send({1, BridgeMessageKind::PairingRequest, {}, {}, {}});
+        ASSERT_TRUE(
+            waitFor([&] { return model.pairingRows()->rowCount() == (phone == &first ? 1 : 2); }));
+    }
+    ASSERT_EQ(model.pairingRows()->value(0, "name"), "First Phone");
+    model.pair(model.pairingRows()->value(0, "requestID").toString());
+
+    ASSERT_TRUE(first.waitFor(BridgeMessageKind::PairingAccepted));
+    ASSERT_TRUE(first.waitFor(BridgeMessageKind::Event, QStringLiteral("sarvane/engineStatus")));
+    settle(200);
+    EXPECT_EQ(second.count(BridgeMessageKind::PairingAccepted), 0u);
+    EXPECT_EQ(second.count(BridgeMessageKind::Event), 0u);
+    EXPECT_EQ(controller.authorizedPeerNames(), QStringList{"First"});
+    EXPECT_TRUE(controller.logs().contains("Paired First Phone from 127.0.0.1."));
+    ASSERT_EQ(model.pairingRows()->rowCount(), 1);
+    EXPECT_EQ(model.pairingRows()->value(0, "name"), "Second Phone");
+
+    // The same for a refusal: only the connection refused hears of it.
+    model.reject(model.pairingRows()->value(0, "requestID").toString());
+    ASSERT_TRUE(second.waitFor(BridgeMessageKind::PairingRejected));
+    EXPECT_EQ(first.count(BridgeMessageKind::PairingRejected), 0u);
+}
+
 TEST(BridgeSetupModel, TheCockpitsAddressesFingerprintAndCode)
 {
     const QList<QHostAddress> up{QHostAddress("127.0.0.1"),   QHostAddress("192.168.1.20"),
