@@ -97,16 +97,22 @@ void DesktopNotifications::forget(const QString& key)
 
 void DesktopNotifications::handleActionInvoked(uint id, const QString& action)
 {
-    const auto key = m_keys.constFind(id);
-    if (key != m_keys.constEnd() && action == QLatin1String("default"))
-        emit activated(*key);
+    const auto found = m_keys.constFind(id);
+    if (found == m_keys.constEnd() || action != QLatin1String("default"))
+        return;
+    // Whoever hears of it may withdraw notifications, which changes m_keys.
+    const QString key = *found;
+    emit activated(key);
 }
 
 void DesktopNotifications::handleClosed(uint id, uint)
 {
-    const auto key = m_keys.constFind(id);
-    if (key != m_keys.constEnd())
-        forget(*key);
+    const auto found = m_keys.constFind(id);
+    if (found == m_keys.constEnd())
+        return;
+    // forget removes the entry the key is read from.
+    const QString key = *found;
+    forget(key);
 }
 
 } // namespace nimbrel

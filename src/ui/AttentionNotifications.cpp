@@ -75,11 +75,13 @@ AttentionNotifications::AttentionNotifications(BridgeController& controller, Use
     connect(&controller.workspace(), &CodexWorkspace::turnEnded, this,
             &AttentionNotifications::handleTurnEnded);
     connect(&notifications, &DesktopNotifications::activated, this, [this](const QString& key) {
-        const auto request = m_openRequests.find(key);
-        if (request != m_openRequests.end())
-            m_window.bringForward(request->second);
-        else if (key.startsWith(kTurnKeyPrefix))
+        if (const auto request = m_openRequests.find(key); request != m_openRequests.end()) {
+            // A copy: the window's own code runs before this returns and may change the requests.
+            const QString threadID = request->second;
+            m_window.bringForward(threadID);
+        } else if (key.startsWith(kTurnKeyPrefix)) {
             m_window.bringForward(key.mid(kTurnKeyPrefix.size()));
+        }
     });
 }
 

@@ -162,17 +162,18 @@ void CodexWorkspace::loadEarlierTranscript(const QString& id, EarlierPageComplet
         session.isLoadingEarlierTranscript = true;
         session.transcriptLoadError.reset();
     });
-    const auto source = m_transcriptPageSources.find(id);
+    // Read before the load begins: dropping an older load tells its completion, which may reach
+    // back into the paging state.
+    const auto found = m_transcriptPageSources.find(id);
+    const TranscriptPageSource source =
+        found == m_transcriptPageSources.end() ? TranscriptPageSource::Items : found->second;
     const QUuid loadID = beginTranscriptLoad(
         id,
         [this, id, completion](const WorkspaceResult& outcome, TranscriptPageSource used) {
             completion(handleEarlierPage(id, outcome, used));
         },
         completion);
-    requestTranscriptPage(id, from,
-                          source == m_transcriptPageSources.end() ? TranscriptPageSource::Items
-                                                                  : source->second,
-                          loadID);
+    requestTranscriptPage(id, from, source, loadID);
 }
 
 QUuid CodexWorkspace::beginTranscriptLoad(const QString& id, PageHandler handler,

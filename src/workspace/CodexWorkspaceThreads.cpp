@@ -78,10 +78,12 @@ void CodexWorkspace::reconcileOpenTabs()
         setSelectedThreadID(m_threads.front().id);
     }
     persistOpenTabs();
-    for (const QString& id : m_openThreadIDs)
+    // Copies: each session made is announced, and whoever hears of it may open or close tabs.
+    const QStringList open = m_openThreadIDs;
+    for (const QString& id : open)
         ensureSession(id);
-    if (m_selectedThreadID)
-        openThread(*m_selectedThreadID);
+    if (const std::optional<QString> selected = m_selectedThreadID)
+        openThread(*selected);
 }
 
 // ---- tabs
