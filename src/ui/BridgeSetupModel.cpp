@@ -100,9 +100,10 @@ QVariantMap BridgeSetupModel::texts()
         {"cockpitHint",
          "Open this address in the browser of a phone or tablet on the same network, "
          "then pair with the code it shows."},
-        {"cockpitCertificate", "The browser warns once that it cannot verify this computer's "
+        {"cockpitCertificate", "The browser warns that it cannot verify this computer's "
                                "certificate. Continue only if the certificate it shows has this "
-                               "SHA-256 fingerprint:"},
+                               "SHA-256 fingerprint, which stays the same when the bridge "
+                               "restarts; a warning with another one means another machine:"},
         {"cockpitNoAddress", "No network address found. Connect this computer to a network to "
                              "reach it from a phone."},
         {"noTrustedDevices",
