@@ -2,6 +2,7 @@
 
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
+#include "platform/TextFormatting.h"
 #include "platform/UserDefaults.h"
 #include "ui/AttentionNotifications.h"
 #include "ui/CockpitAddresses.h"
@@ -48,6 +49,8 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
             &BridgeSetupModel::refreshPairing);
     connect(&m_controller, &BridgeController::trustedPeersChanged, this,
             &BridgeSetupModel::refreshTrusted);
+    connect(&m_controller, &BridgeController::approvalChanged, this,
+            &BridgeSetupModel::approvalChanged);
     connect(&m_controller, &BridgeController::logAppended, this, [this] { ++m_linesLogged; });
     connect(&m_controller, &BridgeController::logsChanged, this,
             &BridgeSetupModel::refreshActivity);
@@ -139,6 +142,21 @@ QString BridgeSetupModel::cockpitQrSource() const
            QString::fromLatin1(QUrl::toPercentEncoding(m_cockpitAddresses.first()));
 }
 
+QVariantMap BridgeSetupModel::approval() const
+{
+    const std::optional<ApprovalPrompt>& prompt = m_controller.approval();
+    if (!prompt)
+        return {};
+    const auto shown = [](const std::optional<QString>& text) {
+        return withEscapedControlCharactersKeepingLines(text.value_or(QString()));
+    };
+    return QVariantMap{{"id", prompt->id},
+                       {"title", shown(prompt->title)},
+                       {"detail", shown(prompt->detail)},
+                       {"command", shown(prompt->command)},
+                       {"cwd", shown(prompt->cwd)}};
+}
+
 QString BridgeSetupModel::certificateFingerprint() const
 {
     return nimbrel::certificateFingerprint(m_controller.link().certificate());
@@ -181,7 +199,7 @@ void BridgeSetupModel::refreshPairing()
     for (const PairingRequest& request : m_controller.pairingRequests())
         rows.append(
             {request.id,
-             {request.id, request.remoteHello.displayName,
+             {request.id, withEscapedControlCharacters(request.remoteHello.displayName),
               QStringLiteral("Confirm this code matches the phone or iPad"), request.code}});
     m_pairingRows.setRecords(rows);
     emit changed();
@@ -191,7 +209,9 @@ void BridgeSetupModel::refreshTrusted()
 {
     QList<ListRecord> rows;
     for (const TrustedPeer& peer : m_controller.trustedPeers())
-        rows.append({peer.deviceID, {peer.deviceID, peer.displayName, pairedText(peer.pairedAt)}});
+        rows.append({peer.deviceID,
+                     {peer.deviceID, withEscapedControlCharacters(peer.displayName),
+                      pairedText(peer.pairedAt)}});
     m_trustedRows.setRecords(rows);
     emit changed();
 }
