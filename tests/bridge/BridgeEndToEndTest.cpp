@@ -444,11 +444,18 @@ TEST_F(AskingEngineTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
     ada->type("answer " + id + R"( {"decision": "accept"})");
     ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));
     bob->type("answer " + id + R"( {"decision": "decline"})");
-    // The bridge's user now sees the file change that waited behind it, and decides it on the
-    // console.
+    // The bridge's user now sees the file change that waited behind it. A decision typed for the
+    // approval a phone answered first does not decide it; one typed after being told does.
     const QString next = bridge->captured("Approval " + uuidPattern + ": Apply file changes\\?");
     ASSERT_FALSE(next.isEmpty()) << bridge->err.toStdString();
     EXPECT_NE(next, id);
+    bridge->type("accept-session");
+    ASSERT_TRUE(bridge->saysOnError("Approval " + id +
+                                    " is no longer waiting, so nothing was decided. The approval "
+                                    "shown now is " +
+                                    next + ": "))
+        << bridge->err.toStdString();
+    EXPECT_EQ(engineAnswers().size(), 1u);
     bridge->type("accept-session");
     ASSERT_TRUE(bridge->saysOnError("Answered " + next + " with acceptForSession."));
     ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 2; }));
