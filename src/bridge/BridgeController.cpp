@@ -1,5 +1,6 @@
 #include "BridgeController.h"
 
+#include "peer/LinkCertificate.h"
 #include "platform/HostName.h"
 #include "platform/LaunchAtLogin.h"
 #include "platform/Property.h"
@@ -29,7 +30,18 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
     auto identity = DeviceIdentity::create(secrets, defaults);
     if (identity.ok()) {
         m_identity = identity.value();
-        m_link->useTlsKey(m_identity->key());
+        // The same certificate at every start: a browser that warns about another one meets
+        // another machine.
+        const auto certificate = keptLinkCertificate(secrets, m_identity->key(), hostDisplayName());
+        if (certificate.ok()) {
+            m_link->useCertificate(certificate.value());
+        } else {
+            m_link->useTlsKey(m_identity->key());
+            appendLog(
+                QStringLiteral("The link's certificate could not be kept, so browsers will warn "
+                               "again after a restart: ") +
+                certificate.error());
+        }
     } else {
         // The engine and the window go on; pairing stays off for this run.
         m_appServerStatus = QStringLiteral("Secure identity unavailable: ") + identity.error();

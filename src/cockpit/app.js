@@ -5,7 +5,7 @@
 import { BridgeLink } from './link.js';
 import * as store from './store.js';
 import { Transcript, entriesFromPage, isStreaming, shownText } from './transcript.js';
-import { el, clear, button } from './dom.js';
+import { el, clear, button, shown } from './dom.js';
 
 const app = document.getElementById('app');
 const itemsPageLimit = 40;
@@ -47,7 +47,7 @@ function askName() {
     const input = el('input', { id: 'device-name', value: defaultName(), maxLength: 58, autocomplete: 'off' });
     const form = el('form', { className: 'card', onsubmit: (event) => {
       event.preventDefault();
-      const name = input.value.replace(/[\u0000-\u001f\u007f-\u009f\u2028\u2029]/g, '').trim();
+      const name = input.value.replace(/[\u0000-\u001f\u007f-\u009f\u2028\u2029\u202a-\u202e\u2066-\u2069]/g, '').trim();
       if (name) resolve(name);
     } },
     el('h1', {}, 'Nimbrel Bridge'),
@@ -62,7 +62,7 @@ function askName() {
 // ---- the link's state
 
 function linkScreen() {
-  const computer = link.computerName || 'the computer';
+  const computer = shown(link.computerName) || 'the computer';
   switch (link.state) {
     case 'pairing':
       return el('section', { className: 'card', id: 'pairing' },
@@ -103,7 +103,7 @@ function render() {
 function header() {
   const offline = link.state !== 'ready';
   return el('header', { className: 'bar' },
-    state.screen === 'sessions' ? el('span', { className: 'title' }, link.computerName)
+    state.screen === 'sessions' ? el('span', { className: 'title' }, shown(link.computerName))
       : button('‹ Sessions', () => show('sessions'), 'plain', 'back'),
     el('span', { className: `status ${offline ? 'off' : state.engine.ready ? 'on' : 'wait'}`, id: 'engine-status' },
       offline ? 'Reconnecting…' : state.engine.status),
@@ -138,9 +138,9 @@ function approvalCard(id, method, body) {
   return el('article', { className: 'card request', dataset: { request: id } },
     el('h2', {}, isCommand ? 'Codex asks to run a command' : 'Codex asks to change files'),
     sessionLabel(body.threadId),
-    isCommand ? el('pre', { className: 'command' }, text(body.command)) : null,
-    isCommand && body.cwd ? el('p', { className: 'muted' }, `in ${text(body.cwd)}`) : null,
-    !isCommand && body.reason ? el('p', {}, text(body.reason)) : null,
+    isCommand ? el('pre', { className: 'command' }, shown(body.command)) : null,
+    isCommand && body.cwd ? el('p', { className: 'muted' }, `in ${shown(body.cwd)}`) : null,
+    !isCommand && body.reason ? el('p', {}, shown(body.reason)) : null,
     el('div', { className: 'actions' },
       button('Decline', () => decide('decline'), 'destructive', 'decline'),
       button('Allow Similar This Session', () => decide('acceptForSession'), 'plain', 'accept-session'),
@@ -166,15 +166,15 @@ function questionCard(id, body) {
   } }, el('h2', {}, 'Codex has a question'), sessionLabel(body.threadId));
   questions.forEach((question, index) => {
     const name = `q-${id}-${index}`;
-    const field = el('fieldset', {}, el('legend', {}, text(question.header) || 'Question'),
-      el('p', {}, text(question.question)));
+    const field = el('fieldset', {}, el('legend', {}, shown(question.header) || 'Question'),
+      el('p', {}, shown(question.question)));
     const options = Array.isArray(question.options) ? question.options : [];
     for (const option of options) {
       const label = text(option?.label);
       field.append(el('label', { className: 'option' },
         el('input', { type: 'radio', name, value: label, checked: draft[question.id] === label,
           onchange: () => { draft[question.id] = label; } }),
-        el('span', {}, label), option?.description ? el('small', {}, text(option.description)) : null));
+        el('span', {}, shown(label)), option?.description ? el('small', {}, shown(option.description)) : null));
     }
     const typed = options.some((o) => text(o?.label) === draft[question.id]) ? '' : draft[question.id] || '';
     field.append(el('input', { type: question.isSecret ? 'password' : 'text', value: typed,
@@ -198,7 +198,7 @@ function sessionLabel(threadID) {
 // ---- the session list
 
 const text = (value) => (typeof value === 'string' ? value : '');
-const threadTitle = (thread) => text(thread.name) || text(thread.preview) || 'Untitled Codex session';
+const threadTitle = (thread) => shown(thread.name) || shown(thread.preview) || 'Untitled Codex session';
 const threadStatus = (thread) => text(thread.status?.type ?? thread.status);
 
 function sessionsScreen() {
@@ -409,7 +409,7 @@ function modelPicker() {
   } },
     el('option', { value: '' }, 'Default model'));
   for (const model of state.models)
-    select.append(el('option', { value: model.id, selected: model.id === state.model }, text(model.displayName) || model.id));
+    select.append(el('option', { value: model.id, selected: model.id === state.model }, shown(model.displayName) || shown(model.id)));
   return select;
 }
 

@@ -1,6 +1,18 @@
 // Building the page's elements. Strings become text nodes, so nothing from the computer is ever
 // read as markup.
 
+const hidden = /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u2028\u2029\u202a-\u202e\u2066-\u2069]/g;
+
+// Text from outside as the page shows an approval, a question or a name: control characters,
+// separators and the bidirectional controls that would make it read in another order than it runs
+// appear as escapes (\r, \u202E), as the computer's own views show them; line feeds and tabs stay.
+// Anything but a string shows as nothing.
+export function shown(value) {
+  if (typeof value !== 'string') return '';
+  return value.replace(hidden, (c) => (c === '\r' ? '\\r'
+    : `\\u${c.charCodeAt(0).toString(16).toUpperCase().padStart(4, '0')}`));
+}
+
 export function el(tag, properties = {}, ...children) {
   const element = document.createElement(tag);
   for (const [key, value] of Object.entries(properties)) {

@@ -3,6 +3,7 @@
 #include "peer/OpenSSLKeys.h"
 
 #include <openssl/bio.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -20,6 +21,37 @@ QByteArray drain(BIO* bio)
     return QByteArray(data, length);
 }
 
+using X509Pointer = std::unique_ptr<X509, decltype(&X509_free)>;
+using BioPointer = std::unique_ptr<BIO, decltype(&BIO_free)>;
+
+QByteArray privateKeyPem(EVP_PKEY* key)
+{
+    BioPointer bio(BIO_new(BIO_s_mem()), BIO_free);
+    if (!bio || !PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr))
+        return {};
+    return drain(bio.get());
+}
+
+// The stored certificate, where it is one that key made for itself.
+std::optional<LinkCertificate> storedCertificateFor(EVP_PKEY* key, const QByteArray& stored)
+{
+    BioPointer input(BIO_new_mem_buf(stored.constData(), static_cast<int>(stored.size())),
+                     BIO_free);
+    if (!input)
+        return std::nullopt;
+    X509Pointer certificate(PEM_read_bio_X509(input.get(), nullptr, nullptr, nullptr), X509_free);
+    if (!certificate || EVP_PKEY_eq(X509_get0_pubkey(certificate.get()), key) != 1 ||
+        X509_verify(certificate.get(), key) != 1)
+        return std::nullopt;
+    BioPointer output(BIO_new(BIO_s_mem()), BIO_free);
+    if (!output || !PEM_write_bio_X509(output.get(), certificate.get()))
+        return std::nullopt;
+    LinkCertificate kept{drain(output.get()), privateKeyPem(key)};
+    if (kept.privateKeyPem.isEmpty())
+        return std::nullopt;
+    return kept;
+}
+
 } // namespace
 
 std::optional<LinkCertificate> makeLinkCertificate(EVP_PKEY* key, const QString& commonName)
@@ -31,7 +63,7 @@ std::optional<LinkCertificate> makeLinkCertificate(EVP_PKEY* key, const QString&
     }
     if (!key)
         return std::nullopt;
-    std::unique_ptr<X509, decltype(&X509_free)> certificate(X509_new(), X509_free);
+    X509Pointer certificate(X509_new(), X509_free);
     if (!certificate)
         return std::nullopt;
     const QByteArray serial = secureRandomBytes(8);
@@ -50,12 +82,34 @@ std::optional<LinkCertificate> makeLinkCertificate(EVP_PKEY* key, const QString&
     if (!X509_set_pubkey(certificate.get(), key) || !X509_sign(certificate.get(), key, EVP_sha256()))
         return std::nullopt;
 
-    std::unique_ptr<BIO, decltype(&BIO_free)> certificateBio(BIO_new(BIO_s_mem()), BIO_free);
-    std::unique_ptr<BIO, decltype(&BIO_free)> keyBio(BIO_new(BIO_s_mem()), BIO_free);
-    if (!PEM_write_bio_X509(certificateBio.get(), certificate.get())
-        || !PEM_write_bio_PrivateKey(keyBio.get(), key, nullptr, nullptr, 0, nullptr, nullptr))
+    BioPointer certificateBio(BIO_new(BIO_s_mem()), BIO_free);
+    if (!certificateBio || !PEM_write_bio_X509(certificateBio.get(), certificate.get()))
         return std::nullopt;
-    return LinkCertificate{drain(certificateBio.get()), drain(keyBio.get())};
+    LinkCertificate made{drain(certificateBio.get()), privateKeyPem(key)};
+    if (made.privateKeyPem.isEmpty())
+        return std::nullopt;
+    return made;
+}
+
+Result<LinkCertificate, QString> keptLinkCertificate(const SecretStore& store, EVP_PKEY* key,
+                                                     const QString& commonName)
+{
+    if (!key)
+        return QStringLiteral("There is no device key to make the link's certificate for.");
+    const auto stored = store.read(keychainService, linkCertificateAccount);
+    if (!stored.ok())
+        return stored.error().description();
+    if (stored.value())
+        if (auto kept = storedCertificateFor(key, *stored.value()))
+            return *kept;
+    // None yet, or one that is not this key's own: a new one takes its place.
+    ERR_clear_error();
+    auto made = makeLinkCertificate(key, commonName);
+    if (!made)
+        return QStringLiteral("Could not make the link's certificate: ") + openSSLErrorText();
+    if (auto error = store.write(made->certificatePem, keychainService, linkCertificateAccount))
+        return error->description();
+    return *made;
 }
 
 QByteArray rawPublicKeyOfCertificateKey(const QByteArray& subjectPublicKeyInfo)

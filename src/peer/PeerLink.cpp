@@ -183,10 +183,14 @@ PeerLink::PeerLink(PeerLinkMode mode, const QString& displayName, Scheduler& sch
 
 void PeerLink::useTlsKey(EVP_PKEY* key)
 {
-    if (auto certificate = makeLinkCertificate(key, m_localName)) {
-        m_certificate = QSslCertificate(certificate->certificatePem, QSsl::Pem);
-        m_privateKeyPem = certificate->privateKeyPem;
-    }
+    if (auto certificate = makeLinkCertificate(key, m_localName))
+        useCertificate(*certificate);
+}
+
+void PeerLink::useCertificate(const LinkCertificate& certificate)
+{
+    m_certificate = QSslCertificate(certificate.certificatePem, QSsl::Pem);
+    m_privateKeyPem = certificate.privateKeyPem;
 }
 
 PeerLink::~PeerLink()

@@ -22,6 +22,7 @@ typedef struct evp_pkey_st EVP_PKEY;
 namespace nimbrel {
 
 class ServiceDiscovery;
+struct LinkCertificate;
 struct WebResponse;
 
 enum class PeerLinkMode { Host, Client };
@@ -111,6 +112,8 @@ public:
 
     // Host mode: makes the certificate over this key (the device's signing key). Before start.
     void useTlsKey(EVP_PKEY* key);
+    // Host mode: serves this certificate, with its key. Before start.
+    void useCertificate(const LinkCertificate& certificate);
     // Host mode listens and advertises; client mode browses.
     void start();
     // One message to one connected peer; an error text where it cannot be handed over.

@@ -118,9 +118,41 @@ QString truncatedToCharacters(const QString& text, int limit)
 
 namespace {
 
+bool isBidiControl(char16_t unit)
+{
+    return (unit >= 0x202A && unit <= 0x202E) || (unit >= 0x2066 && unit <= 0x2069);
+}
+
 bool isControl(char16_t unit)
 {
-    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || unit == 0x2028 || unit == 0x2029;
+    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || unit == 0x2028 || unit == 0x2029 ||
+           isBidiControl(unit);
+}
+
+QString escaped(const QString& text, bool keepLines)
+{
+    const auto escapes = [keepLines](QChar c) {
+        return isControl(c.unicode()) && !(keepLines && (c == u'\n' || c == u'\t'));
+    };
+    if (std::none_of(text.cbegin(), text.cend(), escapes))
+        return text;
+    QString result;
+    result.reserve(text.size() + 16);
+    for (const QChar c : text) {
+        const char16_t unit = c.unicode();
+        if (!escapes(c))
+            result.append(c);
+        else if (unit == u'\n')
+            result.append(QLatin1String("\\n"));
+        else if (unit == u'\r')
+            result.append(QLatin1String("\\r"));
+        else if (unit == u'\t')
+            result.append(QLatin1String("\\t"));
+        else
+            result.append(QStringLiteral("\\u") +
+                          QString::number(unit, 16).toUpper().rightJustified(4, QLatin1Char('0')));
+    }
+    return result;
 }
 
 } // namespace
@@ -132,25 +164,12 @@ bool hasControlCharacters(const QString& text)
 
 QString withEscapedControlCharacters(const QString& text)
 {
-    if (!hasControlCharacters(text))
-        return text;
-    QString escaped;
-    escaped.reserve(text.size() + 16);
-    for (const QChar c : text) {
-        const char16_t unit = c.unicode();
-        if (!isControl(unit))
-            escaped.append(c);
-        else if (unit == u'\n')
-            escaped.append(QLatin1String("\\n"));
-        else if (unit == u'\r')
-            escaped.append(QLatin1String("\\r"));
-        else if (unit == u'\t')
-            escaped.append(QLatin1String("\\t"));
-        else
-            escaped.append(QStringLiteral("\\u") +
-                           QString::number(unit, 16).toUpper().rightJustified(4, QLatin1Char('0')));
-    }
-    return escaped;
+    return escaped(text, false);
+}
+
+QString withEscapedControlCharactersKeepingLines(const QString& text)
+{
+    return escaped(text, true);
 }
 
 QString loggableText(const QString& text)

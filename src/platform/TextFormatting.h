@@ -23,12 +23,17 @@ bool hasMoreCharactersThan(const QString& text, int limit);
 // split.
 QString truncatedToCharacters(const QString& text, int limit);
 
-// Whether text holds a control character (U+0000–U+001F, U+007F–U+009F) or a line or paragraph
-// separator (U+2028, U+2029).
+// Whether text holds a control character (U+0000–U+001F, U+007F–U+009F), a line or paragraph
+// separator (U+2028, U+2029) or a bidirectional control (U+202A–U+202E, U+2066–U+2069), which
+// would make the text read in another order than it runs.
 bool hasControlCharacters(const QString& text);
 
-// text with every control character and line break shown as an escape (\n, \r, \t, \u001B).
+// text with every control character, line break and bidirectional control shown as an escape
+// (\n, \r, \t, \u001B, \u202E): for one line of a log or a terminal.
 QString withEscapedControlCharacters(const QString& text);
+
+// The same, except that line feeds and tabs stay as they are: for a view that lays out lines.
+QString withEscapedControlCharactersKeepingLines(const QString& text);
 
 // Text that someone outside chose (a peer's name, a message's kind), made safe for one log line:
 // cut to 120 user-perceived characters with "…", its control characters escaped as above.

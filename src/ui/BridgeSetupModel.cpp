@@ -2,6 +2,7 @@
 
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
+#include "platform/TextFormatting.h"
 #include "platform/UserDefaults.h"
 #include "ui/AttentionNotifications.h"
 #include "ui/CockpitAddresses.h"
@@ -48,6 +49,8 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
             &BridgeSetupModel::refreshPairing);
     connect(&m_controller, &BridgeController::trustedPeersChanged, this,
             &BridgeSetupModel::refreshTrusted);
+    connect(&m_controller, &BridgeController::approvalChanged, this,
+            &BridgeSetupModel::approvalChanged);
     connect(&m_controller, &BridgeController::logAppended, this, [this] { ++m_linesLogged; });
     connect(&m_controller, &BridgeController::logsChanged, this,
             &BridgeSetupModel::refreshActivity);
@@ -100,9 +103,10 @@ QVariantMap BridgeSetupModel::texts()
         {"cockpitHint",
          "Open this address in the browser of a phone or tablet on the same network, "
          "then pair with the code it shows."},
-        {"cockpitCertificate", "The browser warns once that it cannot verify this computer's "
+        {"cockpitCertificate", "The browser warns that it cannot verify this computer's "
                                "certificate. Continue only if the certificate it shows has this "
-                               "SHA-256 fingerprint:"},
+                               "SHA-256 fingerprint, which stays the same when the bridge "
+                               "restarts; a warning with another one means another machine:"},
         {"cockpitNoAddress", "No network address found. Connect this computer to a network to "
                              "reach it from a phone."},
         {"noTrustedDevices",
@@ -136,6 +140,21 @@ QString BridgeSetupModel::cockpitQrSource() const
         return {};
     return QStringLiteral("image://qr/") +
            QString::fromLatin1(QUrl::toPercentEncoding(m_cockpitAddresses.first()));
+}
+
+QVariantMap BridgeSetupModel::approval() const
+{
+    const std::optional<ApprovalPrompt>& prompt = m_controller.approval();
+    if (!prompt)
+        return {};
+    const auto shown = [](const std::optional<QString>& text) {
+        return withEscapedControlCharactersKeepingLines(text.value_or(QString()));
+    };
+    return QVariantMap{{"id", prompt->id},
+                       {"title", shown(prompt->title)},
+                       {"detail", shown(prompt->detail)},
+                       {"command", shown(prompt->command)},
+                       {"cwd", shown(prompt->cwd)}};
 }
 
 QString BridgeSetupModel::certificateFingerprint() const
@@ -180,7 +199,7 @@ void BridgeSetupModel::refreshPairing()
     for (const PairingRequest& request : m_controller.pairingRequests())
         rows.append(
             {request.id,
-             {request.id, request.remoteHello.displayName,
+             {request.id, withEscapedControlCharacters(request.remoteHello.displayName),
               QStringLiteral("Confirm this code matches the phone or iPad"), request.code}});
     m_pairingRows.setRecords(rows);
     emit changed();
@@ -190,7 +209,9 @@ void BridgeSetupModel::refreshTrusted()
 {
     QList<ListRecord> rows;
     for (const TrustedPeer& peer : m_controller.trustedPeers())
-        rows.append({peer.deviceID, {peer.deviceID, peer.displayName, pairedText(peer.pairedAt)}});
+        rows.append({peer.deviceID,
+                     {peer.deviceID, withEscapedControlCharacters(peer.displayName),
+                      pairedText(peer.pairedAt)}});
     m_trustedRows.setRecords(rows);
     emit changed();
 }

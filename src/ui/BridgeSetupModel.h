@@ -16,7 +16,8 @@ class UserDefaults;
 // controller and its link: the status cards, the setup rows and actions, pairing requests, trusted
 // devices and the newest activity. The views lay these out; every text and condition is decided
 // here. Symbols are icon-theme names; colours are names of the window's palette. Lists are
-// row-level models, so a new log line or request touches only its own row.
+// row-level models, so a new log line or request touches only its own row. Names and texts from
+// outside are shown with their control characters escaped.
 class BridgeSetupModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantMap texts READ texts CONSTANT)
@@ -34,6 +35,7 @@ class BridgeSetupModel : public QObject {
     Q_PROPERTY(QString setupDocumentationLink READ setupDocumentationLink CONSTANT)
     Q_PROPERTY(nimbrel::RecordListModel* installCommands READ installCommands CONSTANT)
     Q_PROPERTY(nimbrel::RecordListModel* approvalButtons READ approvalButtons CONSTANT)
+    Q_PROPERTY(QVariantMap approval READ approval NOTIFY approvalChanged)
     Q_PROPERTY(QStringList cockpitAddresses READ cockpitAddresses NOTIFY cockpitChanged)
     Q_PROPERTY(QString cockpitQrSource READ cockpitQrSource NOTIFY cockpitChanged)
     Q_PROPERTY(QString certificateFingerprint READ certificateFingerprint NOTIFY cockpitChanged)
@@ -82,6 +84,9 @@ public:
     // The approval sheet's buttons in their order; roles label, decision and tone (destructive,
     // plain or prominent).
     RecordListModel* approvalButtons() { return &m_approvalButtons; }
+    // The approval the sheet shows (empty when none): id, title, detail, command and cwd, the
+    // engine's texts with their controls escaped, line breaks kept.
+    QVariantMap approval() const;
 
     // Where a phone's browser opens the cockpit, one address per network address of this machine;
     // the QR code of the first (an image source, empty without an address); and the SHA-256
@@ -111,6 +116,7 @@ signals:
     void customExecutableChanged();
     void showNotificationsChanged();
     void cockpitChanged();
+    void approvalChanged();
 
 private:
     void refreshCards();

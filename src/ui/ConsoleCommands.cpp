@@ -21,6 +21,7 @@ ConsoleCommands::ConsoleCommands(BridgeController& controller,
             &ConsoleCommands::showApproval);
     connect(&m_controller, &BridgeController::pendingUserInputChanged, this,
             &ConsoleCommands::showNewQuestions);
+    showApproval();
 }
 
 QString ConsoleCommands::run(const QString& line)

@@ -15,7 +15,9 @@ class BridgeController;
 //   forget <deviceID>              end a device's trust
 //   accept | accept-session | decline [<id>]
 //                                  decide the approval shown (its id, or the start of it, to be
-//                                  sure)
+//                                  sure). Without an id only the approval printed last is decided:
+//                                  where another one has taken its place by then (a phone answered
+//                                  first), the command is refused, naming the one shown now.
 //   answer <id> <reply> [| <reply>…]
 //                                  answer a question: one reply per question, an option's number or
 //                                  a text
@@ -41,6 +43,9 @@ private:
     BridgeController& m_controller;
     std::function<void(const QString&)> m_print;
     QSet<QString> m_shownQuestions;
+    // The approval a decision without an id is meant for: the one printed last, until it is
+    // decided here or the user is told that another one took its place.
+    QString m_printedApprovalID;
 };
 
 } // namespace nimbrel

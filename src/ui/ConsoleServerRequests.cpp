@@ -6,6 +6,8 @@
 
 #include <QPointer>
 
+#include <utility>
+
 namespace nimbrel {
 
 namespace {
@@ -41,6 +43,10 @@ void ConsoleCommands::showApproval()
     const std::optional<ApprovalPrompt>& approval = m_controller.approval();
     if (!approval)
         return;
+    // One that takes the place of an approval decided elsewhere does not take over what a
+    // decision without an id means until the user has been told (see decideApproval).
+    if (m_printedApprovalID.isEmpty())
+        m_printedApprovalID = approval->id;
     QStringList lines{QStringLiteral("Approval ") + approval->id + QStringLiteral(": ") +
                           shown(approval->title),
                       QStringLiteral("  ") + shown(approval->detail)};
@@ -91,12 +97,26 @@ void ConsoleCommands::showNewQuestions()
 QString ConsoleCommands::decideApproval(const QString& decision, const QString& id)
 {
     const std::optional<ApprovalPrompt>& approval = m_controller.approval();
-    if (!approval)
+    if (!approval) {
+        m_printedApprovalID.clear();
         return QStringLiteral("No approval is waiting.");
+    }
     if (!id.isEmpty() && !names(id, approval->id))
         return QStringLiteral("The approval shown is ") + approval->id + QStringLiteral(", not ") +
                shown(id) + QLatin1Char('.');
+    // Typed for the approval printed last, this must not decide another that came meanwhile.
+    if (id.isEmpty() && approval->id != m_printedApprovalID) {
+        const QString meant = std::exchange(m_printedApprovalID, approval->id);
+        return (meant.isEmpty()
+                    ? QStringLiteral("Nothing was decided.")
+                    : QStringLiteral("Approval ") + meant +
+                          QStringLiteral(" is no longer waiting, so nothing was decided.")) +
+               QStringLiteral(" The approval shown now is ") + approval->id +
+               QStringLiteral(
+                   ": read it above, then decide with accept, accept-session or decline.");
+    }
     const QString answered = approval->id;
+    m_printedApprovalID.clear();
     m_controller.respondToApproval(decision);
     return QStringLiteral("Answered ") + answered + QStringLiteral(" with ") + decision +
            QLatin1Char('.');

@@ -1,5 +1,6 @@
 #include "UserInputRequestViewModel.h"
 
+#include "platform/TextFormatting.h"
 #include "workspace/CodexWorkspace.h"
 
 #include <QVariantMap>
@@ -105,8 +106,8 @@ void UserInputRequestViewModel::refresh()
                 for (std::size_t i = 0; i < question.options->size(); ++i) {
                     const auto& option = (*question.options)[i];
                     rows.append(QVariantMap{
-                        {"label", option.label},
-                        {"detail", option.description},
+                        {"label", withEscapedControlCharactersKeepingLines(option.label)},
+                        {"detail", withEscapedControlCharactersKeepingLines(option.description)},
                         {"selected", !draft.usesCustomResponse &&
                                          draft.selectedOption == static_cast<qint64>(i)},
                         {"accessibilityID",
@@ -121,7 +122,8 @@ void UserInputRequestViewModel::refresh()
             }
             questions.append(
                 {question.id,
-                 {question.id, question.header, question.question, rows,
+                 {question.id, withEscapedControlCharactersKeepingLines(question.header),
+                  withEscapedControlCharactersKeepingLines(question.question), rows,
                   !hasOptions || draft.usesCustomResponse, question.isSecret.value_or(false),
                   draft.text, QStringLiteral("Your response"),
                   prefix + QStringLiteral("-response")}});

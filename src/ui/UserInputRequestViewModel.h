@@ -11,7 +11,8 @@ struct UserInputPrompt;
 
 // The card in which the user of this computer answers one question of the engine: its title, one
 // block per question with its rows (one radio group) and its field, the error and the send button.
-// It reads the prompt from the workspace and writes drafts back; it keeps nothing of its own.
+// It reads the prompt from the workspace and writes drafts back; it keeps nothing of its own. The
+// engine's texts are shown with their control characters escaped, line breaks kept.
 class UserInputRequestViewModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString title READ title NOTIFY changed)

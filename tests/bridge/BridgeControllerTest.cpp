@@ -127,6 +127,17 @@ TEST_F(BridgeControllerTest, EngineThatKeepsFailingLeavesTheAccountUnavailable)
     EXPECT_EQ(controller->codexAccountStatus(), "Unavailable until the engine is ready");
 }
 
+TEST_F(BridgeControllerTest, TheLinkShowsTheSameCertificateAfterARestart)
+{
+    makeController();
+    const QByteArray fingerprint =
+        controller->link().certificate().digest(QCryptographicHash::Sha256);
+    controller.reset();
+    makeController();
+    EXPECT_FALSE(fingerprint.isEmpty());
+    EXPECT_EQ(controller->link().certificate().digest(QCryptographicHash::Sha256), fingerprint);
+}
+
 TEST_F(BridgeControllerTest, LogKeepsTheNewestHundredLines)
 {
     makeController();

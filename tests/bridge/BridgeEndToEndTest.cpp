@@ -344,21 +344,24 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
 namespace {
 
 // A bridge of the test's own: a host link whose certificate key and hello the test chooses, and
-// that accepts every pairing.
+// that accepts every pairing. After its hello it sends afterHello as it is, where there is one.
 class StandInBridge {
 public:
-    StandInBridge(EVP_PKEY* certificateKey, std::shared_ptr<const DeviceIdentity> helloIdentity)
+    StandInBridge(EVP_PKEY* certificateKey, std::shared_ptr<const DeviceIdentity> helloIdentity,
+                  QByteArray afterHello = {})
         : m_identity(std::move(helloIdentity))
         , m_link(PeerLinkMode::Host, "Stand-in", m_scheduler, certificateKey,
                  PeerLinkSettings{QHostAddress::LocalHost, 0})
     {
-        m_link.onConnected = [this](const QString& peer) {
+        m_link.onConnected = [this, afterHello](const QString& peer) {
             send({1,
                   BridgeMessageKind::Hello,
                   {},
                   {},
                   m_identity->makeHello("Stand-in").value().toBody()},
                  peer);
+            if (!afterHello.isEmpty())
+                m_link.send(afterHello, peer);
         };
         m_link.onData = [this](const QByteArray& data, const QString& peer) {
             auto message = decodeBridgeMessage(
@@ -423,6 +426,25 @@ TEST_F(BridgeEndToEndTest, ThePeerToolRefusesABridgeThatIsNotWhatItSays)
     }
 }
 
+TEST_F(BridgeEndToEndTest, ThePeerToolPrintsABridgesControlCharactersEscaped)
+{
+    MemoryUserDefaults bridgeDefaults;
+    const auto identity =
+        DeviceIdentity::create(SecretStore(home.filePath("bridge")), bridgeDefaults).value();
+    StandInBridge bridge(identity->key(), identity,
+                         "{\"version\":1,\"kind\":\"event\",\"method\":\"x\",\"body\":"
+                         "\"\x1b]0;owned\x07\x1b[2J\r\nrm \xe2\x80\xae\xe2\x81\xa6"
+                         "bd\"}");
+    auto tool = startPeer(bridge.port(), {"watch"});
+    ASSERT_TRUE(tool->saysOnOutput(R"("method":"x")")) << tool->err.toStdString();
+    EXPECT_TRUE(
+        tool->out.contains(R"("body":"\u001B]0;owned\u0007\u001B[2J\r\nrm \u202E\u2066bd"})"))
+        << tool->out.toStdString();
+    for (const QChar raw : {QChar(0x1b), QChar(0x07), QChar('\r'), QChar(0x202E), QChar(0x2066)})
+        EXPECT_FALSE(tool->out.contains(raw)) << int(raw.unicode());
+    EXPECT_EQ(tool->out.count('\n'), tool->out.count("{\"version\":1"));
+}
+
 namespace {
 
 JSONValue sendAction(const char* message)
@@ -446,7 +468,7 @@ JSONValue askingScenario()
          JSONValue::array({
              cue("approve-me",
                  {sendAction(
-                      R"({"id":0,"method":"item/commandExecution/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1","command":"make test"}})"),
+                      R"({"id":0,"method":"item/commandExecution/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1","command":"make test","cwd":"/srv/\u202Eniam"}})"),
                   sendAction(
                       R"({"id":1,"method":"item/fileChange/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1"}})")}),
              cue("ask-me", {sendAction(QString(question).arg(5).toUtf8().constData())}),
@@ -494,15 +516,26 @@ TEST_F(AskingEngineTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
     ASSERT_TRUE(bridge->saysOnError("Approval " + id + ": Run this command?\n"))
         << bridge->err.toStdString();
     EXPECT_TRUE(bridge->err.contains("  Command: make test\n"));
+    // Text that would read in another order than it runs is shown escaped, here and by the tool.
+    EXPECT_TRUE(bridge->err.contains("  Folder: /srv/\\u202Eniam\n")) << bridge->err.toStdString();
+    EXPECT_TRUE(ada->out.contains(R"("cwd":"/srv/\u202Eniam")")) << ada->out.toStdString();
+    EXPECT_FALSE(ada->out.contains(QChar(0x202E)));
 
     ada->type("answer " + id + R"( {"decision": "accept"})");
     ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));
     bob->type("answer " + id + R"( {"decision": "decline"})");
-    // The bridge's user now sees the file change that waited behind it, and decides it on the
-    // console.
+    // The bridge's user now sees the file change that waited behind it. A decision typed for the
+    // approval a phone answered first does not decide it; one typed after being told does.
     const QString next = bridge->captured("Approval " + uuidPattern + ": Apply file changes\\?");
     ASSERT_FALSE(next.isEmpty()) << bridge->err.toStdString();
     EXPECT_NE(next, id);
+    bridge->type("accept-session");
+    ASSERT_TRUE(bridge->saysOnError("Approval " + id +
+                                    " is no longer waiting, so nothing was decided. The approval "
+                                    "shown now is " +
+                                    next + ": "))
+        << bridge->err.toStdString();
+    EXPECT_EQ(engineAnswers().size(), 1u);
     bridge->type("accept-session");
     ASSERT_TRUE(bridge->saysOnError("Answered " + next + " with acceptForSession."));
     ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 2; }));

@@ -59,14 +59,15 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     EXPECT_TRUE(model.setupRows()->value(2, "monospaced").toBool());
 
     // A pairing request shows its code; once paired the device is listed, and the section goes.
+    // A name that would read in another order than it is written shows its controls.
     EXPECT_FALSE(model.hasPairingRequests());
-    TestPeer phone(bridge.port(), "Phone", "Ada's Phone");
+    TestPeer phone(bridge.port(), "Phone", QStringLiteral("Ada's \u202Eenohp"));
     ASSERT_TRUE(phone.waitFor(BridgeMessageKind::Hello));
     phone.sendHello();
     phone.send({1, BridgeMessageKind::PairingRequest, {}, {}, {}});
     ASSERT_TRUE(waitFor([&] { return model.hasPairingRequests(); }));
     RecordListModel& requests = *model.pairingRows();
-    EXPECT_EQ(requests.value(0, "name"), "Ada's Phone");
+    EXPECT_EQ(requests.value(0, "name"), "Ada's \\u202Eenohp");
     EXPECT_EQ(requests.value(0, "code"), pairingCode(*phone.localHello, *phone.bridgeHello));
     EXPECT_EQ(requests.value(0, "line"), "Confirm this code matches the phone or iPad");
     model.pair(requests.value(0, "requestID").toString());
@@ -74,7 +75,7 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     EXPECT_EQ(requests.rowCount(), 0);
     EXPECT_EQ(cardValue(model, "PAIRED DEVICES", "value"), "1 trusted");
     ASSERT_TRUE(model.hasTrustedDevices());
-    EXPECT_EQ(model.trustedRows()->value(0, "name"), "Ada's Phone");
+    EXPECT_EQ(model.trustedRows()->value(0, "name"), "Ada's \\u202Eenohp");
 
     // The newest ten log lines, newest first; a new line enters as one row at the top and
     // pushes the oldest out, so the rows that stay keep their delegates.

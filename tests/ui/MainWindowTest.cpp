@@ -44,7 +44,7 @@ struct ShownWindow {
 };
 
 const char* approvalScenario = R"({"cues": [{"when": "approve", "actions": [
-    {"send": {"id": 0, "method": "item/commandExecution/requestApproval", "params": {"threadId": "t", "turnId": "u", "command": "make test"}}},
+    {"send": {"id": 0, "method": "item/commandExecution/requestApproval", "params": {"threadId": "t", "turnId": "u", "command": "make test", "cwd": "/srv/\u202Eniam"}}},
     {"send": {"id": 1, "method": "item/fileChange/requestApproval", "params": {"threadId": "t", "turnId": "u"}}}]}]})";
 
 bool engineRead(BridgeUnderTest& bridge, const char* message)
@@ -73,6 +73,8 @@ TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)
     ASSERT_TRUE(waitFor([&] { return sheetObject->property("opened").toBool(); }));
     EXPECT_EQ(shown.text("approvalTitle"), "Run this command?");
     EXPECT_EQ(shown.window.find("approvalCommand")->property("text"), "make test");
+    // The engine's text shows its bidirectional controls instead of obeying them.
+    EXPECT_EQ(shown.text("approvalCwd"), "/srv/\\u202Eniam");
 
     // Escape and a click outside leave it open: only its buttons decide.
     QTest::keyClick(shown.window.mainWindow(), Qt::Key_Escape);

@@ -1,6 +1,6 @@
 // nimbrel-peer: drives a Nimbrel Bridge from another process or computer, as a phone would.
-// Every message it receives is printed on standard output as one JSON line; progress and the
-// pairing code go to standard error.
+// Every message it receives is printed on standard output as one JSON line, with the control
+// characters in it escaped; progress and the pairing code go to standard error.
 #include "peer/BridgeMessage.h"
 #include "peer/DeviceIdentity.h"
 #include "peer/PeerLink.h"
@@ -220,7 +220,11 @@ private:
     {
         if (m_stopped)
             return;
-        std::fprintf(stdout, "%s\n", data.constData());
+        // The bridge's bytes never reach the terminal as they are: its control characters, line
+        // breaks and bidirectional controls are escaped. Within a JSON string an escape stands for
+        // the same character, so a JSON line stays the same JSON.
+        std::fprintf(stdout, "%s\n",
+                     withEscapedControlCharacters(QString::fromUtf8(data)).toUtf8().constData());
         std::fflush(stdout);
         auto decoded = decodeBridgeMessage(std::string_view(data.constData(), static_cast<std::size_t>(data.size())));
         if (!decoded.ok())
@@ -238,9 +242,10 @@ private:
                 return stop(QStringLiteral("The bridge's certificate does not match its hello."), 3);
             const std::optional<QString> rememberedKey = m_known.publicKey(hello.value().deviceID);
             if (rememberedKey && *rememberedKey != hello.value().publicKey)
-                return stop(QStringLiteral("This bridge's key changed since pairing.\nIf you trust it again, forget it first: "
-                                           "nimbrel-peer forget-bridge ")
-                                + hello.value().deviceID,
+                return stop(QStringLiteral("This bridge's key changed since pairing.\nIf you trust "
+                                           "it again, forget it first: "
+                                           "nimbrel-peer forget-bridge ") +
+                                withEscapedControlCharacters(hello.value().deviceID),
                             4);
             m_bridgeHello = hello.value();
             say(QStringLiteral("Pairing code: ") + pairingCode(*m_localHello, hello.value()));

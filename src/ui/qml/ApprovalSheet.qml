@@ -9,7 +9,7 @@ Dialog {
     required property var controller
     required property var setup
     required property var palette_
-    readonly property var prompt: controller.approval
+    readonly property var prompt: setup.approval
 
     objectName: "approvalSheet"
     modal: true
