@@ -210,7 +210,7 @@ void PeerLink::start()
                 emit discoveredPeersChanged();
         });
         m_discovery->browse(serviceType);
-        setStatusText(QStringLiteral("Looking for Macs…"));
+        setStatusText(QStringLiteral("Looking for bridges…"));
         return;
     }
     setStatusText(QStringLiteral("Available on local network"));
@@ -662,7 +662,7 @@ void PeerLink::setStatusText(const QString& text) { updateProperty(this, m_statu
 
 QString PeerLink::idleStatus() const
 {
-    return m_mode == PeerLinkMode::Host ? QStringLiteral("Available on local network") : QStringLiteral("Looking for Macs…");
+    return m_mode == PeerLinkMode::Host ? QStringLiteral("Available on local network") : QStringLiteral("Looking for bridges…");
 }
 
 } // namespace nimbrel

@@ -49,8 +49,8 @@ QVariantMap BridgeWorkspaceViewModel::texts()
         {"emptySymbol", QStringLiteral("tab-new-symbolic")},
         {"emptyTitle", QStringLiteral("Open a Codex session")},
         {"emptyText", QStringLiteral("Each session is an independent workspace. Start work here, "
-                                     "then continue the same conversation from Nimbrel on iPhone "
-                                     "or iPad.")}};
+                                     "then continue the same conversation from the browser cockpit "
+                                     "on your phone or tablet.")}};
 }
 
 void BridgeWorkspaceViewModel::updateThreadRows()

@@ -32,9 +32,9 @@ void CodexWorkspace::sendInDemo(const QString& text, const QString& threadID)
                 QStringLiteral("demo-codex-") + randomUUIDText(),
                 TranscriptKind::Assistant,
                 QStringLiteral("Offline Demo"),
-                QStringLiteral("This offline tour does not contact Codex or your Mac. Pair with "
-                               "Nimbrel Bridge to run real "
-                               "tasks and continue the same sessions on every device."),
+                QStringLiteral("This offline tour does not contact Codex. Install Codex on this "
+                               "computer and start Nimbrel Bridge without --demo to run real "
+                               "tasks and continue the same sessions from your phone or tablet."),
                 std::nullopt,
                 std::nullopt,
                 {}});

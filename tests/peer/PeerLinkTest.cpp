@@ -416,7 +416,7 @@ TEST(PeerLink, ClientModeTalksToHostMode)
     phoneEvents.attach(phone);
     host.start();
     phone.start();
-    EXPECT_TRUE(phone.statusText() == "Looking for Macs…" || phone.statusText().startsWith("Discovery failed: "));
+    EXPECT_TRUE(phone.statusText() == "Looking for bridges…" || phone.statusText().startsWith("Discovery failed: "));
     phone.connectTo(QHostAddress::LocalHost, host.listeningPort(), "Desk");
     ASSERT_TRUE(waitFor([&] { return hostEvents.connected.size() == 1 && phoneEvents.connected.size() == 1; }));
     EXPECT_EQ(hostEvents.connected[0], phone.localName());

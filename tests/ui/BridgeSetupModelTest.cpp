@@ -68,7 +68,7 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     RecordListModel& requests = *model.pairingRows();
     EXPECT_EQ(requests.value(0, "name"), "Ada's Phone");
     EXPECT_EQ(requests.value(0, "code"), pairingCode(*phone.localHello, *phone.bridgeHello));
-    EXPECT_EQ(requests.value(0, "line"), "Confirm this code matches the phone or iPad");
+    EXPECT_EQ(requests.value(0, "line"), "Confirm this code matches the phone or tablet");
     model.pair(requests.value(0, "requestID").toString());
     EXPECT_FALSE(model.hasPairingRequests());
     EXPECT_EQ(requests.rowCount(), 0);

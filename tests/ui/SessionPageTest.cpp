@@ -92,7 +92,7 @@ TEST(SessionDots, WorkQuestionsAndStatusColourRowsAndTabs)
     EXPECT_EQ(tabDotTint(state), "green");
     state.userInputPrompts.push_back({});
     EXPECT_EQ(tabDotTint(state), "orange");
-    EXPECT_EQ(threadFolderText(""), "Mac home folder");
+    EXPECT_EQ(threadFolderText(""), "Home folder");
     EXPECT_EQ(threadFolderText("/srv/app"), "/srv/app");
     EXPECT_EQ(headerFolderText(""), QDir::homePath());
 }
@@ -221,7 +221,7 @@ TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
     workspace.refreshThreads();
     engine.answerList(JSONValue::decode(R"({"data":[{"id":"thr_x","preview":"Tidy the docs","cwd":""}]})").value());
     ASSERT_EQ(page.threadRows()->rowCount(), 1);
-    EXPECT_EQ(page.threadRows()->value(0, "folder"), "Mac home folder");
+    EXPECT_EQ(page.threadRows()->value(0, "folder"), "Home folder");
     page.openRow("thr_x");
     EXPECT_EQ(session.title(), "Tidy the docs");
 

@@ -157,7 +157,7 @@ TEST_F(UsageViewsTest, AReadingGoesStaleByTheClockAlone)
     EXPECT_EQ(button.statusText(), "Disconnected");
     EXPECT_FALSE(sheet->refreshEnabled());
     EXPECT_EQ(rowValue(sheet->accountRows(), "error", "text"),
-              "Connect to your Mac to read your account allowance.");
+              "Connect to Codex on this computer to read your account allowance.");
     button.dismiss();
     EXPECT_FALSE(button.isPresented());
 }

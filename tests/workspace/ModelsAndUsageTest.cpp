@@ -22,7 +22,7 @@ JSONValue dataFile(const char* name)
     return JSONValue::decode(file.readAll().toStdString()).value();
 }
 
-const QString usageFailed = "Couldn't refresh usage. Check your Mac's Codex sign-in and update "
+const QString usageFailed = "Couldn't refresh usage. Check this computer's Codex sign-in and update "
                             "Codex and Nimbrel Bridge, then try again.";
 
 class ModelsAndUsageTest : public ScriptedWorkspace {
@@ -65,7 +65,7 @@ TEST_F(ModelsAndUsageTest, TheCatalogueAnswersForKnownAndUnknownModels)
     engine.last("model/list").completion(json(R"({"data":"none"})"));
     EXPECT_TRUE(workspace.availableModels().empty());
     EXPECT_EQ(workspace.modelLoadError(),
-              QStringLiteral("Codex did not return any models. Update the Codex CLI on the Mac, "
+              QStringLiteral("Codex did not return any models. Update the Codex CLI on this computer, "
                              "then reload the catalog."));
 }
 
@@ -126,11 +126,11 @@ TEST_F(ModelsAndUsageTest, ReadingsAreRationedAndStaleRepliesChangeNothing)
     workspace.refreshUsage();
     advance(20);
     EXPECT_EQ(workspace.usageError(),
-              QStringLiteral("Usage refresh timed out. Check your Mac connection and try again."));
+              QStringLiteral("Usage refresh timed out. Check that Codex runs on this computer and try again."));
     EXPECT_FALSE(workspace.isLoadingUsage());
     answerRead(json("{}"));
     EXPECT_EQ(workspace.usageError(),
-              QStringLiteral("Usage refresh timed out. Check your Mac connection and try again."));
+              QStringLiteral("Usage refresh timed out. Check that Codex runs on this computer and try again."));
     advance(3);
     EXPECT_EQ(reads(), 3);
 
@@ -154,7 +154,7 @@ TEST_F(ModelsAndUsageTest, ReadingsAreRationedAndStaleRepliesChangeNothing)
     EXPECT_EQ(
         workspace.usageError(),
         QStringLiteral(
-            "Codex didn't return an account allowance. Update Codex on your Mac and try again."));
+            "Codex didn't return an account allowance. Update Codex on this computer and try again."));
     workspace.requester = nullptr;
     workspace.refreshUsage();
     EXPECT_EQ(workspace.usageError(), usageFailed);
