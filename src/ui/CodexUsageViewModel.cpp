@@ -159,8 +159,9 @@ QList<ListRecord> CodexUsageViewModel::accountRecords() const
     rows.line(QStringLiteral("shared"),
               QStringLiteral("Shared across your Codex sessions and devices."));
     if (!facts.engineReady)
-        rows.notice(QStringLiteral("error"),
-                    QStringLiteral("Connect to Codex on this computer to read your account allowance."));
+        rows.notice(
+            QStringLiteral("error"),
+            QStringLiteral("Connect to Codex on this computer to read your account allowance."));
     else if (facts.usageError)
         rows.notice(QStringLiteral("error"), *facts.usageError);
     if (!facts.usage) {
