@@ -216,6 +216,18 @@ TEST_F(SessionPageTest, ComposerSendsOrSteersInThePhasesThatTakeAMessage)
     EXPECT_FALSE(session.present());
 }
 
+TEST_F(SessionPageTest, AThreadUpdatedAMomentAgoReadsAsPastHoweverLongAgoTheClockTicked)
+{
+    scheduler.advance(60); // the clock's tick is due, and has not run
+    workspace.refreshThreads();
+    engine.answerList(JSONValue::object(
+        {{"data", JSONValue::array({JSONValue::object({{"id", "thr_x"},
+                                                       {"preview", "Tidy the docs"},
+                                                       {"updatedAt", scheduler.date() - 5}})})}}));
+    ASSERT_EQ(page.threadRows()->rowCount(), 1);
+    EXPECT_EQ(page.threadRows()->value(0, "updated"), "5 seconds ago");
+}
+
 TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
 {
     workspace.refreshThreads();
