@@ -2,12 +2,11 @@
 
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
+#include "platform/DateFormatting.h"
 #include "platform/UserDefaults.h"
 #include "ui/AttentionNotifications.h"
 #include "ui/CockpitAddresses.h"
 
-#include <QDateTime>
-#include <QLocale>
 #include <QUrl>
 
 namespace nimbrel {
@@ -215,6 +214,12 @@ QString BridgeSetupModel::setupTint() const
     return m_controller.appServerReady() ? QStringLiteral("green") : QStringLiteral("orange");
 }
 
+QString BridgeSetupModel::setupSymbol() const
+{
+    return m_controller.appServerReady() ? QStringLiteral("emblem-default")
+                                         : QStringLiteral("dialog-warning");
+}
+
 void BridgeSetupModel::refreshCustomExecutable()
 {
     const bool uses = m_defaults.string(BridgeController::customCodexPathKey).has_value();
@@ -262,12 +267,8 @@ void BridgeSetupModel::useExecutable(const QUrl& file)
 
 QString BridgeSetupModel::pairedText(double pairedAt)
 {
-    const QDateTime when =
-        QDateTime::fromSecsSinceEpoch(static_cast<qint64>(pairedAt + referenceDateOffset))
-            .toLocalTime();
-    const QLocale locale;
-    return QStringLiteral("Paired ") + locale.toString(when.date(), QLocale::ShortFormat) +
-           QLatin1Char(' ') + locale.toString(when.time(), QLocale::ShortFormat);
+    return QStringLiteral("Paired ") +
+           formatAbbreviatedDateShortTime(pairedAt + referenceDateOffset);
 }
 
 QString BridgeSetupModel::trustedCountText(std::size_t count)
