@@ -122,6 +122,24 @@ SplitView {
                 Layout.alignment: Qt.AlignHCenter
                 onClicked: page.view.showNewSession()
             }
+            Label {
+                objectName: "tour-offer-text"
+                visible: page.view.offersTour
+                text: page.texts.tourText
+                wrapMode: Text.Wrap
+                horizontalAlignment: Text.AlignHCenter
+                opacity: 0.7
+                Layout.topMargin: 14
+                Layout.fillWidth: true
+            }
+            Button {
+                objectName: "start-tour"
+                visible: page.view.offersTour
+                text: page.texts.tourButton
+                icon.name: page.texts.tourSymbol
+                Layout.alignment: Qt.AlignHCenter
+                onClicked: page.view.startTour()
+            }
         }
     }
 
@@ -132,6 +150,7 @@ SplitView {
         height: Math.min(570, parent.height - 40)
         padding: 0
         modal: true
+        Overlay.modal: Rectangle { color: page.palette_.color("scrim") }
         visible: page.view.newSession !== null
         onClosed: page.view.dismissNewSession(false)
         Loader {
