@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Renders the window offscreen in its named states, over the fake engine in a temporary home, and
-# writes one PNG per state to the folder given (build/screenshots without one); then the browser
+# writes one PNG per state to the folder given (build/screenshots without one; the states named
+# after it alone, where some are); then the browser
 # cockpit at phone size, in headless Chromium against the bridge (cockpit-*.png). Uses the test tree,
 # which scripts/test.sh builds too.
 set -euo pipefail

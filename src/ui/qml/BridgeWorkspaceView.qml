@@ -18,7 +18,8 @@ SplitView {
     ColumnLayout {
         objectName: "sidebar"
         SplitView.minimumWidth: 235
-        SplitView.preferredWidth: 285
+        // The ideal width, where the session pane keeps its own minimum beside it.
+        SplitView.preferredWidth: Math.max(235, Math.min(285, page.width - 540 - 6))
         SplitView.maximumWidth: 360
         spacing: 8
         RowLayout {
