@@ -11,7 +11,7 @@ scripts/install-deps.sh
 cmake -S . -B build/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DNIMBREL_SANITIZE=ON >/dev/null
 cmake --build build/test --target screenshot-tour nimbrel-bridge fake-codex
 export LSAN_OPTIONS="suppressions=$PWD/tests/lsan-qt-quick.supp:fast_unwind_on_malloc=0"
-build/test/tests/screenshot-tour "$out"
+build/test/tests/screenshot-tour "$out" "${@:2}"
 NIMBREL_BRIDGE="$PWD/build/test/src/nimbrel-bridge" FAKE_CODEX="$PWD/build/test/tools/fake-codex/fake-codex" \
   COCKPIT_SCENARIO="$PWD/tests/cockpit/scenario.json" COCKPIT_SCREENSHOTS="$out" \
   node --test tests/cockpit/browser.test.mjs >/dev/null
