@@ -281,7 +281,7 @@ QString accountStatusText(const AppServerClient::RequestResult& outcome)
         return QStringLiteral("Account check failed: ") + outcome.error().text();
     const JSONValue* account = outcome.value().find("account");
     if (!account || account->isNull())
-        return QStringLiteral("Sign-in required — run codex in Terminal");
+        return QStringLiteral("Sign-in required — run codex in a terminal");
     const JSONValue* type = account->find("type");
     const QString kind =
         type && type->isString() ? *type->stringValue() : QStringLiteral("authenticated");

@@ -30,7 +30,7 @@ void BridgeController::handleConnected(const QString& peer)
         appendLog(QStringLiteral("Cannot pair: secure Keychain identity is unavailable."));
         return;
     }
-    auto hello = m_identity->makeHello(hostDisplayName(QStringLiteral("Nimbrel Mac")));
+    auto hello = m_identity->makeHello(hostDisplayName(QStringLiteral("Nimbrel Bridge")));
     if (!hello.ok()) {
         appendLog(QStringLiteral("Could not start secure handshake: ") + hello.error());
         return;

@@ -36,8 +36,8 @@ function defaultName() {
   const agent = navigator.userAgent;
   const browser = /Edg\//.test(agent) ? 'Edge' : /Firefox\//.test(agent) ? 'Firefox'
     : /Chrom(e|ium)\//.test(agent) ? 'Chrome' : /Safari\//.test(agent) ? 'Safari' : 'Browser';
-  const platform = /iPhone/.test(agent) ? 'iPhone' : /iPad/.test(agent) ? 'iPad'
-    : /Android/.test(agent) ? 'Android' : /Mac OS X/.test(agent) ? 'Mac'
+  const platform = /iPhone|iPad/.test(agent) ? 'iOS'
+    : /Android/.test(agent) ? 'Android' : /Mac OS X/.test(agent) ? 'macOS'
       : /Windows/.test(agent) ? 'Windows' : /Linux/.test(agent) ? 'Linux' : 'this device';
   return `${browser} on ${platform}`;
 }

@@ -1,6 +1,7 @@
 #include "AppServerClient.h"
 
 #include "engine/ChildEnvironment.h"
+#include "engine/TerminalText.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -332,7 +333,8 @@ void AppServerClient::readError(QProcess* child)
     const QString text = decoder(bytes);
     if (decoder.hasError())
         return;
-    log(text.trimmed());
+    // Codex colours its own log for a terminal; the log shows the words.
+    log(withoutTerminalSequences(text).trimmed());
 }
 
 void AppServerClient::handleLine(const JSONValue& message)

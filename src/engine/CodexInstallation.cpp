@@ -1,10 +1,12 @@
 #include "CodexInstallation.h"
 
 #include "engine/ChildEnvironment.h"
+#include "engine/TerminalText.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSet>
 #include <QStringDecoder>
 
@@ -107,6 +109,24 @@ std::optional<CodexInstallation> discoverCodex(const std::optional<QString>& pre
     return discoverCodex(preferredPath, pathVariable, QDir::homePath());
 }
 
+QString codexVersionLine(const QString& output)
+{
+    static const QRegularExpression named(QStringLiteral(R"(^codex\S*\s+v?\d)"),
+                                          QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression numbered(QStringLiteral(R"(\b\d+\.\d+)"));
+    QStringList lines;
+    for (const QString& line : withoutTerminalSequences(output).split(QLatin1Char('\n')))
+        if (const QString trimmed = line.trimmed(); !trimmed.isEmpty())
+            lines.append(trimmed);
+    for (const QString& line : lines)
+        if (named.match(line).hasMatch())
+            return line;
+    for (auto line = lines.crbegin(); line != lines.crend(); ++line)
+        if (numbered.match(*line).hasMatch())
+            return *line;
+    return lines.isEmpty() ? QString() : lines.last();
+}
+
 void readCodexVersion(const QString& executablePath, Scheduler& scheduler, QObject* context,
                       std::function<void(std::optional<QString>)> completion)
 {
@@ -146,7 +166,7 @@ void readCodexVersion(const QString& executablePath, Scheduler& scheduler, QObje
                          if (decoder.hasError())
                              conclude(std::nullopt);
                          else
-                             conclude(text.trimmed());
+                             conclude(codexVersionLine(text));
                      });
     scheduler.schedule(process, codexVersionLimitSeconds, [conclude] { conclude(std::nullopt); });
     process->start();

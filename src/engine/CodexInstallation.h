@@ -46,7 +46,12 @@ std::optional<CodexInstallation> discoverCodex(const std::optional<QString>& pre
 // The same over this process's PATH and home folder.
 std::optional<CodexInstallation> discoverCodex(const std::optional<QString>& preferredPath);
 
-// Runs `<executable> --version` without blocking; completion gets the trimmed output, or nothing
+// The version line of `codex --version` output, which may hold warnings before it: the first line
+// that starts with "codex" and a version number, else the last line with a version number, else the
+// last line that is not blank; colour sequences removed, trimmed.
+QString codexVersionLine(const QString& output);
+
+// Runs `<executable> --version` without blocking; completion gets its version line, or nothing
 // when the tool could not be run, failed, wrote something that is not UTF-8 or ran past the limit.
 // Completion runs once, on context's thread.
 void readCodexVersion(const QString& executablePath, Scheduler& scheduler, QObject* context,

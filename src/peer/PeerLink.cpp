@@ -250,7 +250,7 @@ void PeerLink::start()
                 emit discoveredPeersChanged();
         });
         m_discovery->browse(serviceType);
-        setStatusText(QStringLiteral("Looking for Macs…"));
+        setStatusText(QStringLiteral("Looking for bridges…"));
         return;
     }
     setStatusText(QStringLiteral("Available on local network"));
@@ -839,7 +839,7 @@ void PeerLink::setStatusText(const QString& text)
 QString PeerLink::idleStatus() const
 {
     return m_mode == PeerLinkMode::Host ? QStringLiteral("Available on local network")
-                                        : QStringLiteral("Looking for Macs…");
+                                        : QStringLiteral("Looking for bridges…");
 }
 
 } // namespace nimbrel

@@ -180,6 +180,8 @@ QString loggableText(const QString& text)
 QString formatLocaleNumber(double value)
 {
     const QLocale locale;
+    if (std::isfinite(value) && std::fabs(value) < 1e12)
+        value = std::round(value * 1000) / 1000 + 0.0;
     if (std::isfinite(value) && std::trunc(value) == value && std::fabs(value) < 1e15)
         return locale.toString(static_cast<qlonglong>(value));
     return locale.toString(value, 'f', QLocale::FloatingPointShortest);

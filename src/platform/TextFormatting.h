@@ -40,7 +40,8 @@ QString withEscapedControlCharactersKeepingLines(const QString& text);
 QString loggableText(const QString& text);
 inline constexpr int loggableCharacters = 120;
 
-// A number as the user's locale writes it, with no fractional part when it is whole.
+// A number as the user's locale writes it in its default decimal format: at most three fraction
+// digits, none when it is whole.
 QString formatLocaleNumber(double value);
 
 // A share as the user's locale writes it: rounded to a whole number, then "%".

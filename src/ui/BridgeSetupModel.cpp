@@ -2,13 +2,12 @@
 
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
+#include "platform/DateFormatting.h"
 #include "platform/TextFormatting.h"
 #include "platform/UserDefaults.h"
 #include "ui/AttentionNotifications.h"
 #include "ui/CockpitAddresses.h"
 
-#include <QDateTime>
-#include <QLocale>
 #include <QUrl>
 
 namespace nimbrel {
@@ -57,7 +56,7 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
     m_linesLogged = m_controller.logs().size();
     m_installCommands.setRecords(
         {{"Standalone", {"Standalone", "curl -fsSL https://chatgpt.com/codex/install.sh | sh"}},
-         {"Homebrew", {"Homebrew", "brew install --cask codex"}},
+         {"Homebrew", {"Homebrew", "brew install codex"}},
          {"npm", {"npm", "npm install -g @openai/codex"}}});
     m_approvalButtons.setRecords(
         {{"decline", {"Decline", "decline", "destructive"}},
@@ -81,7 +80,7 @@ QVariantMap BridgeSetupModel::texts()
         {"setupPage", "Bridge Setup"},
         {"alertTitle", "Codex"},
         {"title", "Nimbrel Bridge"},
-        {"tagline", "Your Mac is the secure engine. Your iPhone or iPad is the cockpit."},
+        {"tagline", "This computer is the secure engine. Your phone or tablet is the cockpit."},
         {"launchAtLogin", "Launch at Login"},
         {"restartCodex", "Restart Codex"},
         {"setupHeading", "CODEX SETUP"},
@@ -91,10 +90,11 @@ QVariantMap BridgeSetupModel::texts()
         {"officialSetup", "Official Codex setup"},
         {"chooserTitle", "Choose the Codex executable"},
         {"chooserAccept", "Use Codex"},
-        {"installHeading", "Installing Codex on a clean Mac"},
+        {"installHeading", "Installing Codex on this computer"},
         {"installText",
-         "Nimbrel accepts the official standalone installer, Homebrew cask, or npm package. After "
-         "installing, run codex once in Terminal and sign in, then choose Recheck."},
+         "Nimbrel accepts the official standalone installer, the npm package, or the Homebrew "
+         "formula. After installing, run codex once in a terminal and sign in, then choose "
+         "Recheck."},
         {"pairingHeading", "PAIRING REQUEST"},
         {"reject", "Reject"},
         {"pair", "Pair"},
@@ -110,8 +110,8 @@ QVariantMap BridgeSetupModel::texts()
         {"cockpitNoAddress", "No network address found. Connect this computer to a network to "
                              "reach it from a phone."},
         {"noTrustedDevices",
-         "Open Nimbrel on an iPhone or iPad connected to this Wi-Fi network, choose this Mac, and "
-         "compare the six-digit code."},
+         "Open the BROWSER COCKPIT address in the browser of your phone or tablet on the same "
+         "network, then compare the six-digit code it shows with the one shown here."},
         {"forget", "Forget"},
         {"activityHeading", "ACTIVITY"},
         {"settingsTitle", "Nimbrel Bridge Settings"},
@@ -200,7 +200,7 @@ void BridgeSetupModel::refreshPairing()
         rows.append(
             {request.id,
              {request.id, withEscapedControlCharacters(request.remoteHello.displayName),
-              QStringLiteral("Confirm this code matches the phone or iPad"), request.code}});
+              QStringLiteral("Confirm this code matches the phone or tablet"), request.code}});
     m_pairingRows.setRecords(rows);
     emit changed();
 }
@@ -233,6 +233,12 @@ bool BridgeSetupModel::showsInstallHelp() const
 QString BridgeSetupModel::setupTint() const
 {
     return m_controller.appServerReady() ? QStringLiteral("green") : QStringLiteral("orange");
+}
+
+QString BridgeSetupModel::setupSymbol() const
+{
+    return m_controller.appServerReady() ? QStringLiteral("emblem-default")
+                                         : QStringLiteral("dialog-warning");
 }
 
 void BridgeSetupModel::refreshCustomExecutable()
@@ -280,12 +286,8 @@ void BridgeSetupModel::useExecutable(const QUrl& file)
 
 QString BridgeSetupModel::pairedText(double pairedAt)
 {
-    const QDateTime when =
-        QDateTime::fromSecsSinceEpoch(static_cast<qint64>(pairedAt + referenceDateOffset))
-            .toLocalTime();
-    const QLocale locale;
-    return QStringLiteral("Paired ") + locale.toString(when.date(), QLocale::ShortFormat) +
-           QLatin1Char(' ') + locale.toString(when.time(), QLocale::ShortFormat);
+    return QStringLiteral("Paired ") +
+           formatAbbreviatedDateShortTime(pairedAt + referenceDateOffset);
 }
 
 QString BridgeSetupModel::trustedCountText(std::size_t count)

@@ -25,6 +25,7 @@ class BridgeSetupModel : public QObject {
     Q_PROPERTY(nimbrel::RecordListModel* statusCards READ statusCards CONSTANT)
     Q_PROPERTY(bool showsInstallHelp READ showsInstallHelp NOTIFY changed)
     Q_PROPERTY(QString setupTint READ setupTint NOTIFY changed)
+    Q_PROPERTY(QString setupSymbol READ setupSymbol NOTIFY changed)
     Q_PROPERTY(nimbrel::RecordListModel* setupRows READ setupRows CONSTANT)
     Q_PROPERTY(bool usesCustomExecutable READ usesCustomExecutable NOTIFY customExecutableChanged)
     Q_PROPERTY(bool hasPairingRequests READ hasPairingRequests NOTIFY changed)
@@ -60,6 +61,8 @@ public:
     // The page shows install help while the engine is not ready (the Settings window always does).
     bool showsInstallHelp() const;
     QString setupTint() const;
+    // The heading's symbol: a check while Codex is ready, a warning otherwise, as its tint says.
+    QString setupSymbol() const;
     // Installation, Version, Executable and Account; roles label, value and monospaced.
     RecordListModel* setupRows() { return &m_setupRows; }
     // Read when the card is drawn, not observed: the card calls refreshCustomExecutable() to draw.
@@ -107,7 +110,8 @@ public:
     // The file chosen in the dialog.
     Q_INVOKABLE void useExecutable(const QUrl& file);
 
-    // "Paired <date> <time>" for a device paired at pairedAt seconds after 2001-01-01 00:00 UTC.
+    // "Paired <abbreviated date>, <short time>" for a device paired at pairedAt seconds after
+    // 2001-01-01 00:00 UTC.
     static QString pairedText(double pairedAt);
     static QString trustedCountText(std::size_t count);
 

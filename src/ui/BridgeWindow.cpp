@@ -16,6 +16,15 @@ BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults,
     , m_setup(controller, defaults)
     , m_sessions(controller.workspace(), controller.scheduler(), defaults)
 {
+    // Codex not found, by the controller's word for it: the empty Sessions page offers the tour.
+    auto codexMissing = [&controller] {
+        const QString source = controller.codexInstallSource();
+        return source == QStringLiteral("Not installed") ||
+               source == QStringLiteral("Custom path unavailable");
+    };
+    QObject::connect(&controller, &BridgeController::codexInstallSourceChanged, &m_sessions,
+                     [this, codexMissing] { m_sessions.setCodexMissing(codexMissing()); });
+    m_sessions.setCodexMissing(codexMissing());
     m_engine.addImageProvider(QStringLiteral("qr"), new QrCodeImageProvider);
     m_engine.setInitialProperties(
         {{"controller", QVariant::fromValue<QObject*>(&controller)},

@@ -32,6 +32,8 @@ BridgeWorkspaceViewModel::BridgeWorkspaceViewModel(CodexWorkspace& workspace, Sc
         updateTabs();
     });
     connect(&m_clock, &ViewClock::ticked, this, &BridgeWorkspaceViewModel::updateThreadRows);
+    connect(&workspace, &CodexWorkspace::isDemoModeChanged, this,
+            &BridgeWorkspaceViewModel::tourChanged);
     updateThreadRows();
     updateTabs();
 }
@@ -49,8 +51,12 @@ QVariantMap BridgeWorkspaceViewModel::texts()
         {"emptySymbol", QStringLiteral("tab-new-symbolic")},
         {"emptyTitle", QStringLiteral("Open a Codex session")},
         {"emptyText", QStringLiteral("Each session is an independent workspace. Start work here, "
-                                     "then continue the same conversation from Nimbrel on iPhone "
-                                     "or iPad.")}};
+                                     "then continue the same conversation from the browser cockpit "
+                                     "on your phone or tablet.")},
+        {"tourText", QStringLiteral("Codex was not found on this computer. The offline tour opens "
+                                    "sample sessions to read, page and send to, without Codex.")},
+        {"tourButton", QStringLiteral("Take the Offline Tour")},
+        {"tourSymbol", QStringLiteral("media-playback-start")}};
 }
 
 void BridgeWorkspaceViewModel::updateThreadRows()
@@ -139,6 +145,25 @@ void BridgeWorkspaceViewModel::dismissNewSession(bool create)
     // The sheet's view may still read it until this event is done.
     std::exchange(m_newSession, nullptr)->deleteLater();
     emit newSessionChanged();
+}
+
+bool BridgeWorkspaceViewModel::offersTour() const
+{
+    return m_codexMissing && !m_workspace.isDemoMode();
+}
+
+void BridgeWorkspaceViewModel::setCodexMissing(bool missing)
+{
+    if (missing == m_codexMissing)
+        return;
+    m_codexMissing = missing;
+    emit tourChanged();
+}
+
+void BridgeWorkspaceViewModel::startTour()
+{
+    m_workspace.setDemoMode(true);
+    m_workspace.seedDemoSessions();
 }
 
 } // namespace nimbrel

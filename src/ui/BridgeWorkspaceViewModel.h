@@ -32,9 +32,10 @@ class BridgeWorkspaceViewModel : public QObject {
     Q_PROPERTY(QObject* session READ session CONSTANT)
     Q_PROPERTY(QObject* preference READ preference CONSTANT)
     Q_PROPERTY(QObject* newSession READ newSession NOTIFY newSessionChanged)
+    Q_PROPERTY(bool offersTour READ offersTour NOTIFY tourChanged)
 
 public:
-    static constexpr double relativeDateInterval = 60;
+    static constexpr double relativeDateInterval = 10;
 
     BridgeWorkspaceViewModel(CodexWorkspace& workspace, Scheduler& scheduler,
                              UserDefaults& defaults, QObject* parent = nullptr);
@@ -60,9 +61,16 @@ public:
     // Closes the sheet; with create, after asking for the session.
     Q_INVOKABLE void dismissNewSession(bool create);
 
+    // The empty page offers the offline tour while Codex is not found, until the tour runs.
+    bool offersTour() const;
+    void setCodexMissing(bool missing);
+    // Starts the offline tour with its sample sessions.
+    Q_INVOKABLE void startTour();
+
 signals:
     void tabsChanged();
     void newSessionChanged();
+    void tourChanged();
 
 private:
     void updateThreadRows();
@@ -77,6 +85,7 @@ private:
     UsageStatusButtonViewModel m_accountUsage;
     MacSessionViewModel m_session;
     NewBridgeSessionViewModel* m_newSession = nullptr; // a child while the sheet is open
+    bool m_codexMissing = false;
 };
 
 } // namespace nimbrel

@@ -159,16 +159,18 @@ QList<ListRecord> CodexUsageViewModel::accountRecords() const
     rows.line(QStringLiteral("shared"),
               QStringLiteral("Shared across your Codex sessions and devices."));
     if (!facts.engineReady)
-        rows.notice(QStringLiteral("error"),
-                    QStringLiteral("Connect to your Mac to read your account allowance."));
+        rows.notice(
+            QStringLiteral("error"),
+            QStringLiteral("Connect to Codex on this computer to read your account allowance."));
     else if (facts.usageError)
         rows.notice(QStringLiteral("error"), *facts.usageError);
     if (!facts.usage) {
         if (!facts.isLoadingUsage)
             rows.line(
                 QStringLiteral("unavailable"),
-                QStringLiteral("Usage isn't available yet. Your Mac's Codex sign-in must support "
-                               "account allowances. API-key accounts may not report them."));
+                QStringLiteral("Usage isn't available yet. This computer's Codex sign-in must "
+                               "support account allowances. API-key accounts may not report "
+                               "them."));
     } else {
         const CodexAccountUsage& usage = *facts.usage;
         if (usage.isStale(now))

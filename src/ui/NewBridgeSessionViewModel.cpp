@@ -15,7 +15,7 @@ QVariantMap NewBridgeSessionViewModel::texts()
 {
     return {{"title", QStringLiteral("New Codex Session")},
             {"folderSection", QStringLiteral("WORKSPACE FOLDER")},
-            {"folderPrompt", QStringLiteral("Blank uses your Mac home folder")},
+            {"folderPrompt", QStringLiteral("Blank uses your home folder")},
             {"choose", QStringLiteral("Choose…")},
             {"chooseAccept", QStringLiteral("Use Workspace")},
             {"taskSection", QStringLiteral("FIRST TASK (OPTIONAL)")},

@@ -44,8 +44,8 @@ QVariantMap SessionConfigurationViewModel::texts()
             {"effortPicker", "Effort"},
             {"permissionsHeading", "Permissions"},
             {"allowFullAccess", "Allow Full Access"},
-            {"fullAccessNote", "This session can read and modify files anywhere the Mac user can "
-                               "access, use the network, and run "
+            {"fullAccessNote", "This session can read and modify files anywhere your user on this "
+                               "computer can access, use the network, and run "
                                "commands without approval pauses."}};
 }
 

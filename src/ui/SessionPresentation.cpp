@@ -38,7 +38,7 @@ QString tabDotTint(const CodexSessionState& session)
 
 QString threadFolderText(const QString& cwd)
 {
-    return cwd.isEmpty() ? QStringLiteral("Mac home folder") : cwd;
+    return cwd.isEmpty() ? QStringLiteral("Home folder") : cwd;
 }
 
 QString headerFolderText(const QString& cwd)

@@ -27,7 +27,7 @@ QString threadDotTint(const CodexThread& thread, TurnControlState::Phase phase);
 // A tab's dot: orange while a question waits, green while it works, else muted cyan.
 QString tabDotTint(const CodexSessionState& session);
 
-// A thread's folder in the list ("Mac home folder" for none) and in the session's header (the
+// A thread's folder in the list ("Home folder" for none) and in the session's header (the
 // home folder's path for none).
 QString threadFolderText(const QString& cwd);
 QString headerFolderText(const QString& cwd);

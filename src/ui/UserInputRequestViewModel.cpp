@@ -48,7 +48,8 @@ QString UserInputRequestViewModel::errorMessage() const
 bool UserInputRequestViewModel::canSend() const
 {
     const UserInputPrompt* shown = prompt();
-    return shown && !shown->isSubmitting && m_workspace.engineReady() &&
+    return shown && !shown->isSubmitting &&
+           (m_workspace.engineReady() || m_workspace.isDemoMode()) &&
            makeResponse(*shown).has_value();
 }
 

@@ -6,7 +6,6 @@ ViewClock::ViewClock(Scheduler& scheduler, double intervalSeconds, QObject* pare
     : QObject(parent)
     , m_scheduler(scheduler)
     , m_interval(intervalSeconds)
-    , m_now(scheduler.date())
 {
     scheduleTick();
 }
@@ -20,7 +19,6 @@ ViewClock::~ViewClock()
 void ViewClock::scheduleTick()
 {
     m_tick = m_scheduler.schedule(this, m_interval, [this] {
-        m_now = m_scheduler.date();
         scheduleTick();
         emit ticked();
     });

@@ -6,8 +6,9 @@
 
 namespace nimbrel {
 
-// The moment a view shows things as of: the scheduler's date when the clock was made, read again
-// every interval, so that texts that age with time alone (staleness, "resets in …") follow it.
+// When a view's texts that age with time alone (staleness, "resets in …", "5 minutes ago") are made
+// again: every interval. They read now when they are made, never the time of the last tick, so
+// that a date in the past never reads as one to come.
 class ViewClock : public QObject {
     Q_OBJECT
 
@@ -17,8 +18,8 @@ public:
     ViewClock(Scheduler& scheduler, double intervalSeconds, QObject* parent = nullptr);
     ~ViewClock() override;
 
-    // Seconds since 1970 at the latest tick.
-    double now() const { return m_now; }
+    // Seconds since 1970, now.
+    double now() const { return m_scheduler.date(); }
 
 signals:
     void ticked();
@@ -28,7 +29,6 @@ private:
 
     Scheduler& m_scheduler;
     const double m_interval;
-    double m_now;
     TaskHandle m_tick;
 };
 

@@ -15,7 +15,9 @@ QColor WindowPalette::color(const QString& name) const
         {QStringLiteral("indigo"), QColor(0x5c, 0x6b, 0xc0)},
         {QStringLiteral("yellow"), QColor(0xd4, 0xa0, 0x17)},
         {QStringLiteral("red"), QColor(0xd9, 0x3f, 0x3f)},
-        {QStringLiteral("accent"), QColor(0x2d, 0x6c, 0xdf)}};
+        {QStringLiteral("accent"), QColor(0x2d, 0x6c, 0xdf)},
+        // What dims the window behind a sheet.
+        {QStringLiteral("scrim"), QColor(0x10, 0x12, 0x18, 0x73)}};
     return colours.value(name, QColor(0x80, 0x80, 0x80));
 }
 

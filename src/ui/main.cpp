@@ -88,6 +88,7 @@ int main(int argc, char** argv)
     nimbrel::ConsoleCommands commands(controller);
     if (parser.isSet(demo)) {
         controller.workspace().setDemoMode(true);
+        controller.workspace().seedDemoSessions();
         print(QStringLiteral("Offline tour: the window's sessions answer without Codex."));
     }
 

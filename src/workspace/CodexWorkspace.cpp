@@ -117,6 +117,9 @@ void CodexWorkspace::setEngineReady(bool ready, const std::optional<QString>& me
         m_automaticRefreshTask.reset();
     }
     resetUsage();
+    // In the tour nothing waits on the engine: its sessions, questions and replies stay.
+    if (m_isDemoMode)
+        return;
     changeSessionsWhere(
         [](const CodexSessionState& session) { return !session.userInputPrompts.empty(); },
         [](CodexSessionState& session) { session.userInputPrompts.clear(); });

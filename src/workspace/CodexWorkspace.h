@@ -147,6 +147,9 @@ public:
 
     // ---- the offline tour
     void setDemoMode(bool demo);
+    // Lists the tour's sample sessions and opens them in tabs, the finished one selected; sessions
+    // already there stay. Only in the tour.
+    Q_INVOKABLE void seedDemoSessions();
 
     // ---- the engine's questions, answered from this computer
     void addUserInputPrompt(const UserInputRequest& request);

@@ -3,12 +3,42 @@
 
 #include "platform/Property.h"
 #include "platform/TextFormatting.h"
+#include "workspace/DemoSessions.h"
 
 namespace nimbrel {
 
 void CodexWorkspace::setDemoMode(bool demo)
 {
     updateProperty(this, m_isDemoMode, demo, &CodexWorkspace::isDemoModeChanged);
+}
+
+void CodexWorkspace::seedDemoSessions()
+{
+    if (!m_isDemoMode)
+        return;
+    const std::vector<DemoSession> samples = demoSessions(m_scheduler.date());
+    std::vector<CodexThread> threads = m_threads;
+    QStringList tabs = m_openThreadIDs;
+    for (const DemoSession& sample : samples) {
+        if (threadForID(sample.thread.id))
+            continue;
+        threads.push_back(sample.thread);
+        tabs.append(sample.thread.id);
+    }
+    setThreads(std::move(threads));
+    for (const DemoSession& sample : samples) {
+        if (session(sample.thread.id) && session(sample.thread.id)->hasLoadedTranscript)
+            continue;
+        changeSession(sample.thread.id, [&](CodexSessionState& state) {
+            state.transcript = sample.transcript;
+            state.hasLoadedTranscript = true;
+        });
+        if (sample.question)
+            addUserInputPrompt(*sample.question);
+    }
+    setOpenThreadIDs(tabs);
+    if (samples.size() > 1)
+        selectThread(samples[1].thread.id);
 }
 
 void CodexWorkspace::sendInDemo(const QString& text, const QString& threadID)
@@ -32,9 +62,9 @@ void CodexWorkspace::sendInDemo(const QString& text, const QString& threadID)
                 QStringLiteral("demo-codex-") + randomUUIDText(),
                 TranscriptKind::Assistant,
                 QStringLiteral("Offline Demo"),
-                QStringLiteral("This offline tour does not contact Codex or your Mac. Pair with "
-                               "Nimbrel Bridge to run real "
-                               "tasks and continue the same sessions on every device."),
+                QStringLiteral("This offline tour does not contact Codex. Install Codex on this "
+                               "computer and start Nimbrel Bridge without --demo to run real "
+                               "tasks and continue the same sessions from your phone or tablet."),
                 std::nullopt,
                 std::nullopt,
                 {}});

@@ -42,7 +42,7 @@ void CodexWorkspace::handleModelList(const WorkspaceResult& outcome)
         updateProperty(
             this, m_modelLoadError,
             std::optional(QStringLiteral("Codex did not return any models. Update the Codex CLI on "
-                                         "the Mac, then reload the catalog.")),
+                                         "this computer, then reload the catalog.")),
             &CodexWorkspace::modelLoadErrorChanged);
     updateProperty(this, m_availableModels, std::move(models),
                    &CodexWorkspace::availableModelsChanged);

@@ -88,7 +88,8 @@ void CodexWorkspace::setUserInputDraft(const QString& requestID, const QString& 
 void CodexWorkspace::submitUserInput(const QString& requestID, const QString& threadID,
                                      SubmitCompletion done)
 {
-    if (!m_engineReady)
+    // The tour answers its own questions, engine or not.
+    if (!m_engineReady && !m_isDemoMode)
         return;
     const UserInputPrompt* found = userInputPrompt(requestID, threadID);
     if (!found || found->isSubmitting)

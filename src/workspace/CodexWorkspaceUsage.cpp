@@ -42,8 +42,8 @@ void CodexWorkspace::refreshUsage()
         m_usageTimeoutTask.reset();
         m_usageRequestID.reset();
         updateProperty(this, m_isLoadingUsage, false, &CodexWorkspace::isLoadingUsageChanged);
-        setUsageError(
-            QStringLiteral("Usage refresh timed out. Check your Mac connection and try again."));
+        setUsageError(QStringLiteral(
+            "Usage refresh timed out. Check that Codex runs on this computer and try again."));
         // A refresh that waited for this attempt is dropped: the periodic path reads next.
         m_usageRefreshPending = false;
     });
@@ -63,15 +63,16 @@ void CodexWorkspace::handleUsageReply(const WorkspaceResult& outcome, const QUui
     m_usageRequestID.reset();
     updateProperty(this, m_isLoadingUsage, false, &CodexWorkspace::isLoadingUsageChanged);
     if (!outcome.ok()) {
-        setUsageError(QStringLiteral("Couldn't refresh usage. Check your Mac's Codex sign-in and "
-                                     "update Codex and Nimbrel Bridge, then try again."));
+        setUsageError(
+            QStringLiteral("Couldn't refresh usage. Check this computer's Codex sign-in and "
+                           "update Codex and Nimbrel Bridge, then try again."));
     } else if (std::optional<CodexAccountUsage> reading =
                    parseAccountUsage(outcome.value(), m_scheduler.date())) {
         updateProperty(this, m_accountUsage, std::move(reading),
                        &CodexWorkspace::accountUsageChanged);
     } else {
-        setUsageError(QStringLiteral(
-            "Codex didn't return an account allowance. Update Codex on your Mac and try again."));
+        setUsageError(QStringLiteral("Codex didn't return an account allowance. Update Codex on "
+                                     "this computer and try again."));
     }
     if (m_usageRefreshPending) {
         m_usageRefreshPending = false;

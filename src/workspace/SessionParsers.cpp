@@ -179,7 +179,7 @@ ApprovalPrompt makeApprovalPrompt(const QString& id, const QString& method, cons
     if (method.contains(QLatin1String("commandExecution"))) {
         prompt.title = QStringLiteral("Run this command?");
         prompt.detail = reason.value_or(
-            QStringLiteral("Codex needs your approval before running a command on the Mac."));
+            QStringLiteral("Codex needs your approval before running a command on this computer."));
     } else if (method.contains(QLatin1String("fileChange"))) {
         prompt.title = QStringLiteral("Apply file changes?");
         prompt.detail = QStringLiteral("Codex needs your approval before modifying files.");

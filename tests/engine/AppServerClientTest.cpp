@@ -1,5 +1,6 @@
 #include "engine/AppServerClient.h"
 #include "engine/ChildEnvironment.h"
+#include "engine/TerminalText.h"
 #include "support/EventLoop.h"
 #include "support/FakeEngine.h"
 #include "support/VirtualScheduler.h"
@@ -215,6 +216,46 @@ TEST_F(AppServerClientTest, StandardErrorReachesTheLogTrimmed)
     ASSERT_TRUE(waitFor([&] { return logged("warming up"); }));
     settle(100);
     EXPECT_EQ(std::count_if(logs.begin(), logs.end(), [](const QString& l) { return l.contains("not text"); }), 0);
+}
+
+TEST(TerminalText, ColourAndCursorSequencesAreRemovedAndOtherControlsStay)
+{
+    struct Case {
+        const char* text;
+        const char* kept;
+    };
+    const Case cases[] = {
+        {"\x1b[2m2026-05-01T10:00:00Z\x1b[0m \x1b[32m INFO\x1b[0m codex_core: ready",
+         "2026-05-01T10:00:00Z  INFO codex_core: ready"},
+        {"\x1b[38;5;208morange\x1b[39m", "orange"},
+        {"\x1b]8;;https://example.com\x07link\x1b]8;;\x1b\\ end", "link end"},
+        {"\x1b(Bplain\x1b=", "plain"},
+        {"\xc2\x9b"
+         "1mcsi\xc2\x9b"
+         "0m",
+         "csi"},
+        {"cut \x1b[", "cut "},
+        {"tab\tstays\x07", "tab\tstays\x07"},
+        {"no sequences", "no sequences"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(withoutTerminalSequences(QString::fromUtf8(c.text)), QString::fromUtf8(c.kept))
+            << c.text;
+}
+
+TEST_F(AppServerClientTest, TheEnginesColouredLogReachesTheLogAsWords)
+{
+    engine.setScenario(JSONValue::object(
+        {{"onStart",
+          actions({
+              JSONValue::object(
+                  {{"stderr", "\x1b[2m2026-05-01T10:00:00Z\x1b[0m \x1b[33m WARN\x1b[0m slow\n"}}),
+          })}}));
+    startAndWaitUntilReady();
+    ASSERT_TRUE(waitFor([&] { return logged("2026-05-01T10:00:00Z  WARN slow"); }));
+    EXPECT_EQ(std::count_if(logs.begin(), logs.end(),
+                            [](const QString& l) { return l.contains(QChar(0x1B)); }),
+              0);
 }
 
 TEST_F(AppServerClientTest, RequestsTimeOutAfterThirtySecondsOfVirtualTime)

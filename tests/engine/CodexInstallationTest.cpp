@@ -129,11 +129,38 @@ std::optional<std::optional<QString>> probe(VirtualScheduler& scheduler, const J
 
 } // namespace
 
+TEST(CodexInstallation, TheVersionLineStandsAloneAmongWarnings)
+{
+    struct Case {
+        const char* output;
+        const char* line;
+    };
+    const Case cases[] = {
+        {"codex-cli 0.169.0\n", "codex-cli 0.169.0"},
+        {"WARNING: proceeding, even though we could not update PATH: Permission denied (os error "
+         "13)\n"
+         "WARNING: failed to clean up stale arg0 temp dirs: Directory not empty (os error 39)\n"
+         "codex-cli 0.169.0\n",
+         "codex-cli 0.169.0"},
+        {"codex-cli 0.169.0\nnote: update 0.170.1 is available\n", "codex-cli 0.169.0"},
+        {"\x1b[33mwarning\x1b[0m: slow disk\n\x1b[1mcodex-cli 0.2.0\x1b[0m", "codex-cli 0.2.0"},
+        {"warning: old config\n1.4.2\n", "1.4.2"},
+        {"something odd\n  \n", "something odd"},
+        {"", ""},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(codexVersionLine(QString::fromUtf8(c.output)), QString::fromUtf8(c.line))
+            << c.output;
+}
+
 TEST(CodexInstallation, ReadsTheVersionOrNothing)
 {
     VirtualScheduler scheduler;
     EXPECT_EQ(probe(scheduler, JSONValue::object({{"output", "  codex-cli 0.63.0\n"}})), std::optional<QString>("codex-cli 0.63.0"));
     EXPECT_EQ(probe(scheduler, JSONValue::object({{"output", ""}})), std::optional<QString>(""));
+    EXPECT_EQ(probe(scheduler, JSONValue::object(
+                                   {{"output", "WARNING: no PATH update\ncodex-cli 0.169.0\n"}})),
+              std::optional<QString>("codex-cli 0.169.0"));
     const std::optional<std::optional<QString>> nothing(std::in_place, std::nullopt);
     EXPECT_EQ(probe(scheduler, JSONValue::object({{"output", "boom"}, {"exitCode", 2}})), nothing);
     EXPECT_EQ(probe(scheduler, JSONValue::object({{"outputHex", "c328"}})), nothing);

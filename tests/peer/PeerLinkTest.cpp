@@ -574,7 +574,7 @@ TEST(PeerLink, ClientModeTalksToHostMode)
     phoneEvents.attach(phone);
     host.start();
     phone.start();
-    EXPECT_TRUE(phone.statusText() == "Looking for Macs…" ||
+    EXPECT_TRUE(phone.statusText() == "Looking for bridges…" ||
                 phone.statusText().startsWith("Discovery failed: "));
     phone.connectTo(QHostAddress::LocalHost, host.listeningPort(), "Desk");
     ASSERT_TRUE(waitFor(

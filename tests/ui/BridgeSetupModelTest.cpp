@@ -1,4 +1,5 @@
 #include "ui/BridgeSetupModel.h"
+#include "platform/DateFormatting.h"
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
@@ -51,6 +52,7 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
 
     EXPECT_FALSE(model.showsInstallHelp());
     EXPECT_EQ(model.setupTint(), "green");
+    EXPECT_EQ(model.setupSymbol(), "emblem-default");
     EXPECT_EQ(cardValue(model, "CODEX ENGINE", "value"), "Codex app-server ready");
     EXPECT_EQ(cardValue(model, "CODEX ENGINE", "color"), "green");
     EXPECT_EQ(cardValue(model, "LOCAL LINK", "value"), controller.link().statusText());
@@ -69,7 +71,7 @@ TEST(BridgeSetupModel, ThePageFollowsTheControllerAndItsLink)
     RecordListModel& requests = *model.pairingRows();
     EXPECT_EQ(requests.value(0, "name"), "Ada's \\u202Eenohp");
     EXPECT_EQ(requests.value(0, "code"), pairingCode(*phone.localHello, *phone.bridgeHello));
-    EXPECT_EQ(requests.value(0, "line"), "Confirm this code matches the phone or iPad");
+    EXPECT_EQ(requests.value(0, "line"), "Confirm this code matches the phone or tablet");
     model.pair(requests.value(0, "requestID").toString());
     EXPECT_FALSE(model.hasPairingRequests());
     EXPECT_EQ(requests.rowCount(), 0);
@@ -190,6 +192,8 @@ TEST(BridgeSetupModel, InstallHelpAndTheCustomExecutableAction)
         [&] { return controller.codexInstallSource() == QStringLiteral("Not installed"); }));
     EXPECT_TRUE(model.showsInstallHelp());
     EXPECT_EQ(cardValue(model, "CODEX ENGINE", "color"), "orange");
+    EXPECT_EQ(model.setupTint(), "orange");
+    EXPECT_EQ(model.setupSymbol(), "dialog-warning");
 
     // Read when the card is drawn: a removed default shows until the next drawing.
     EXPECT_FALSE(model.usesCustomExecutable());
@@ -202,12 +206,9 @@ TEST(BridgeSetupModel, InstallHelpAndTheCustomExecutableAction)
     EXPECT_FALSE(model.usesCustomExecutable());
 }
 
-TEST(BridgeSetupModel, PairingDatesCountFrom2001InTheLocalesShortForm)
+TEST(BridgeSetupModel, PairingDatesCountFrom2001AsAnAbbreviatedDateAndShortTime)
 {
-    const QDateTime when =
-        QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC).addSecs(90).toLocalTime();
-    const QLocale locale;
+    const double since1970 = QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC).toSecsSinceEpoch();
     EXPECT_EQ(BridgeSetupModel::pairedText(90),
-              "Paired " + locale.toString(when.date(), QLocale::ShortFormat) + " " +
-                  locale.toString(when.time(), QLocale::ShortFormat));
+              "Paired " + formatAbbreviatedDateShortTime(since1970 + 90));
 }

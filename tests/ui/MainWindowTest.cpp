@@ -124,3 +124,40 @@ TEST(MainWindow, PairsTheDeviceWhoseCodeItShows)
     EXPECT_TRUE(bridge.controller().trustedPeers().empty());
     EXPECT_TRUE(waitFor([&] { return shown.item("noTrustedDevices")->isVisible(); }));
 }
+
+TEST(MainWindow, WithoutCodexTheEmptyPageOffersTheTourWhoseSessionsAnswer)
+{
+    BridgeUnderTest bridge(json("{}"));
+    bridge.home.setPath(bridge.home.filePath("nowhere"));
+    bridge.controller().restartCodex();
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return shown.item("start-tour")->isVisible(); }));
+    EXPECT_TRUE(shown.item("tour-offer-text")->isVisible());
+
+    shown.click(shown.item("start-tour"));
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer") != nullptr; }));
+    EXPECT_FALSE(shown.item("start-tour")->isVisible());
+    for (const char* tab :
+         {"tab-demo-thread-build", "tab-demo-thread-question", "tab-demo-thread-notes"})
+        EXPECT_TRUE(shown.window.find(tab)) << tab;
+    EXPECT_TRUE(shown.window.find("thread-demo-thread-notes"));
+    // The finished session shows a card of every kind.
+    for (const char* card : {"card-demo-build-1", "card-demo-build-2", "card-demo-build-3",
+                             "card-demo-build-4", "card-demo-build-6", "card-demo-build-7"})
+        EXPECT_TRUE(waitFor([&] { return shown.window.find(card) != nullptr; })) << card;
+
+    shown.window.find("composer")->setProperty("text", "What changed?");
+    shown.click(shown.item("composer-send"));
+    bridge.scheduler.advance(CodexWorkspace::demoReplyDelaySeconds);
+    const auto replied = [&] {
+        const std::vector<TranscriptEntry>& transcript =
+            bridge.workspace().sessionState("demo-thread-build").transcript;
+        return transcript.size() == 9 && transcript.back().title == "Offline Demo";
+    };
+    ASSERT_TRUE(waitFor(replied));
+    const QString replyCard =
+        "card-" + bridge.workspace().sessionState("demo-thread-build").transcript.back().id;
+    EXPECT_TRUE(waitFor([&] { return shown.window.find(replyCard) != nullptr; }));
+    EXPECT_FALSE(bridge.controller().appServerReady());
+}

@@ -14,7 +14,8 @@ namespace {
 // Runs the real program in a temporary home until its standard error holds every expected line.
 QString runUntil(const TemporaryHome& home, const QString& pathVariable,
                  const QStringList& expected, bool* stillRunning,
-                 const QString& workingDirectory = {}, const QStringList& display = {})
+                 const QString& workingDirectory = {}, const QStringList& display = {},
+                 const QStringList& arguments = {})
 {
     QProcess program;
     program.setWorkingDirectory(workingDirectory.isEmpty() ? home.path() : workingDirectory);
@@ -32,7 +33,7 @@ QString runUntil(const TemporaryHome& home, const QString& pathVariable,
         environment.insert("QT_QPA_PLATFORM", display[2]);
     }
     program.setProcessEnvironment(environment);
-    program.start(QStringLiteral(NIMBREL_BRIDGE_PATH), {});
+    program.start(QStringLiteral(NIMBREL_BRIDGE_PATH), arguments);
     QString output;
     waitFor([&] {
         program.waitForReadyRead(10);
@@ -95,6 +96,19 @@ TEST(NimbrelBridgeProgram, WithADisplayItsWindowStartsTheBridge)
         runUntil(home, home.filePath("bin") + ":/usr/bin:/bin", {"Codex app-server ready"},
                  &running, {}, {"WAYLAND_DISPLAY", "wayland-test", "offscreen"});
     EXPECT_TRUE(output.contains("Codex app-server ready")) << output.toStdString();
+    EXPECT_FALSE(output.contains("could not be opened")) << output.toStdString();
+    EXPECT_TRUE(running);
+}
+
+TEST(NimbrelBridgeProgram, TheOfflineTourOpensItsWindowWithoutCodex)
+{
+    TemporaryHome home;
+    bool running = false;
+    const QString output = runUntil(
+        home, home.filePath("bin"),
+        {"Offline tour: the window's sessions answer without Codex.", "Codex CLI was not found."},
+        &running, {}, {"WAYLAND_DISPLAY", "wayland-test", "offscreen"}, {"--demo"});
+    EXPECT_TRUE(output.contains("Offline tour")) << output.toStdString();
     EXPECT_FALSE(output.contains("could not be opened")) << output.toStdString();
     EXPECT_TRUE(running);
 }

@@ -162,24 +162,52 @@ void fillSession(BridgeUnderTest& bridge, bool running, int logLines = 6)
     });
 }
 
+// Codex gone from the bridge's PATH, and the bridge told so.
+void loseCodex(BridgeUnderTest& bridge)
+{
+    bridge.home.setPath(bridge.home.filePath("nowhere"));
+    bridge.controller().restartCodex();
+    waitFor([&] {
+        return bridge.controller().codexInstallSource() == QStringLiteral("Not installed");
+    });
+}
+
+// The offline tour as --demo starts it on a computer without Codex.
+void startTourWithoutCodex(BridgeUnderTest& bridge)
+{
+    loseCodex(bridge);
+    bridge.workspace().setDemoMode(true);
+    bridge.workspace().seedDemoSessions();
+}
+
+// The narrow window: the smallest a user is likely to make it.
+const QSize narrow(800, 600);
+
 class Tour {
 public:
-    explicit Tour(QString folder)
+    Tour(QString folder, QStringList only)
         : m_folder(std::move(folder))
+        , m_only(std::move(only))
     {
         QDir().mkpath(m_folder);
     }
 
     // Builds a bridge with scenario, lets prepare put it into the state, then shots the window
-    // (or the Settings window) to <name>.png.
+    // (or the Settings window) to <name>.png; at size where one is given.
     void state(const QString& name, const std::string& scenario,
                const std::function<void(BridgeUnderTest&, BridgeWindow&)>& prepare,
-               bool settings = false)
+               bool settings = false, QSize size = {})
     {
+        if (!m_only.isEmpty() && !m_only.contains(name))
+            return;
         BridgeUnderTest bridge(json(scenario.c_str()));
         BridgeWindow window(bridge.controller(), bridge.defaults);
         if (!window.mainWindow())
             return fail(name, "the window did not load");
+        if (size.isValid()) {
+            window.mainWindow()->setMinimumSize(size);
+            window.mainWindow()->resize(size);
+        }
         window.mainWindow()->show();
         QQuickWindow* shown = window.mainWindow();
         prepare(bridge, window);
@@ -195,6 +223,8 @@ public:
                       const std::function<void(QQuickWindow*)>& open = {},
                       const QStringList& questions = {})
     {
+        if (!m_only.isEmpty() && !m_only.contains(name))
+            return;
         BridgeUnderTest bridge(json(catalogueScenario));
         ready(bridge);
         waitFor([&] { return !bridge.workspace().availableModels().empty(); });
@@ -239,6 +269,7 @@ private:
     }
 
     QString m_folder;
+    QStringList m_only;
     int m_failures = 0;
 };
 
@@ -257,8 +288,12 @@ int main(int argc, char** argv)
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("folder"),
                                  QStringLiteral("Where the PNG files go."));
+    parser.addPositionalArgument(QStringLiteral("states"),
+                                 QStringLiteral("Only these states (all without any)."),
+                                 QStringLiteral("[states…]"));
     parser.process(app);
-    Tour tour(parser.positionalArguments().value(0, QStringLiteral("screenshots")));
+    const QStringList arguments = parser.positionalArguments();
+    Tour tour(arguments.value(0, QStringLiteral("screenshots")), arguments.mid(1));
 
     tour.state("setup-ready", "{}", [](BridgeUnderTest& bridge, BridgeWindow& window) {
         ready(bridge);
@@ -268,7 +303,7 @@ int main(int argc, char** argv)
     tour.state("setup-pairing-request", "{}", [&](BridgeUnderTest& bridge, BridgeWindow& window) {
         ready(bridge);
         Tour::showSetupPage(window);
-        asking = std::make_unique<TestPeer>(bridge.port(), "Phone", "Ada's iPhone");
+        asking = std::make_unique<TestPeer>(bridge.port(), "Phone", "Ada's phone");
         asking->waitFor(BridgeMessageKind::Hello);
         asking->sendHello();
         asking->send({bridgeProtocolVersion, BridgeMessageKind::PairingRequest, {}, {}, {}});
@@ -279,21 +314,49 @@ int main(int argc, char** argv)
     tour.state("setup-trusted-devices", "{}", [&](BridgeUnderTest& bridge, BridgeWindow& window) {
         ready(bridge);
         Tour::showSetupPage(window);
-        for (const QString name : {"Ada's iPhone", "Studio iPad", "Grace's iPhone"})
+        for (const QString name : {"Ada's phone", "Studio tablet", "Grace's phone"})
             paired.push_back(pairedPeer(bridge.controller(), bridge.port(), name, name));
         for (int i = 1; i <= 6; ++i)
             bridge.controller().appendLog(
-                QStringLiteral("Ada's iPhone called thread/list (%1 ms)").arg(i * 7));
+                QStringLiteral("Ada's phone called thread/list (%1 ms)").arg(i * 7));
     });
     paired.clear();
-    tour.state("setup-codex-not-found", "{}", [](BridgeUnderTest& bridge, BridgeWindow& window) {
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "setup-codex-not-found-narrow" : "setup-codex-not-found", "{}",
+            [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                ready(bridge);
+                loseCodex(bridge);
+                Tour::showSetupPage(window);
+            },
+            false, size);
+    tour.state("sessions-offer-tour", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) {
         ready(bridge);
-        bridge.home.setPath(bridge.home.filePath("nowhere"));
-        bridge.controller().restartCodex();
+        loseCodex(bridge);
+    });
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "offline-tour-narrow" : "offline-tour-without-codex", "{}",
+            [](BridgeUnderTest& bridge, BridgeWindow&) { startTourWithoutCodex(bridge); }, false,
+            size);
+    tour.state("offline-tour-question", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) {
+        startTourWithoutCodex(bridge);
+        bridge.workspace().selectThread("demo-thread-question");
+    });
+    tour.state("offline-tour-paging", "{}", [](BridgeUnderTest& bridge, BridgeWindow& window) {
+        startTourWithoutCodex(bridge);
+        bridge.workspace().selectThread("demo-thread-notes");
+        Tour::settle();
+        window.sessions().sessionView()->showEarlier();
+    });
+    tour.state("offline-tour-reply", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) {
+        startTourWithoutCodex(bridge);
+        bridge.workspace().send(QStringLiteral("What did you change?"), "demo-thread-build");
+        bridge.scheduler.advance(CodexWorkspace::demoReplyDelaySeconds);
         waitFor([&] {
-            return bridge.controller().codexInstallSource() == QStringLiteral("Not installed");
+            return bridge.workspace().sessionState("demo-thread-build").turnControl.phase ==
+                   TurnControlState::Phase::Idle;
         });
-        Tour::showSetupPage(window);
     });
     tour.state("approval-command", approvalScenario, [](BridgeUnderTest& bridge, BridgeWindow&) {
         ready(bridge);
@@ -362,11 +425,14 @@ int main(int argc, char** argv)
     tour.galleryState(
         "session-settings-during-turn", [](BridgeUnderTest& bridge) { fillSession(bridge, true); },
         [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openSettings"); });
-    tour.state("usage-sheet", usageScenario(42, 12),
-               [](BridgeUnderTest& bridge, BridgeWindow& window) {
-                   usageRead(bridge);
-                   openUsage(window);
-               });
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "usage-sheet-narrow" : "usage-sheet", usageScenario(42, 12),
+            [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                usageRead(bridge);
+                openUsage(window);
+            },
+            false, size);
     const char* refused = R"({"error": {"code": -32600, "message": "authentication required"}})";
     tour.state("usage-stale-after-failed-refresh", usageScenario(42, 12, refused),
                [](BridgeUnderTest& bridge, BridgeWindow& window) {
@@ -385,10 +451,21 @@ int main(int argc, char** argv)
     for (const auto& [tint, used] : {std::pair{"cyan", 30}, {"orange", 80}, {"red", 95}})
         tour.state(QStringLiteral("usage-button-") + QLatin1String(tint), usageScenario(used, 12),
                    [](BridgeUnderTest& bridge, BridgeWindow&) { usageRead(bridge); });
-    tour.state("sessions-mid-turn", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow&) {
-        openThreeTabs(bridge);
-        fillSession(bridge, true, 30);
-    });
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "sessions-mid-turn-narrow" : "sessions-mid-turn", sessionsScenario(),
+            [](BridgeUnderTest& bridge, BridgeWindow&) {
+                openThreeTabs(bridge);
+                fillSession(bridge, true, 30);
+            },
+            false, size);
+    tour.state(
+        "setup-cockpit-narrow", "{}",
+        [](BridgeUnderTest& bridge, BridgeWindow& window) {
+            ready(bridge);
+            Tour::showSetupPage(window);
+        },
+        false, narrow);
     tour.state("sessions-empty", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow&) {
         ready(bridge);
         waitFor([&] { return bridge.workspace().threads().size() == 6; });

@@ -92,7 +92,7 @@ TEST(SessionDots, WorkQuestionsAndStatusColourRowsAndTabs)
     EXPECT_EQ(tabDotTint(state), "green");
     state.userInputPrompts.push_back({});
     EXPECT_EQ(tabDotTint(state), "orange");
-    EXPECT_EQ(threadFolderText(""), "Mac home folder");
+    EXPECT_EQ(threadFolderText(""), "Home folder");
     EXPECT_EQ(threadFolderText("/srv/app"), "/srv/app");
     EXPECT_EQ(headerFolderText(""), QDir::homePath());
 }
@@ -216,12 +216,24 @@ TEST_F(SessionPageTest, ComposerSendsOrSteersInThePhasesThatTakeAMessage)
     EXPECT_FALSE(session.present());
 }
 
+TEST_F(SessionPageTest, AThreadUpdatedAMomentAgoReadsAsPastHoweverLongAgoTheClockTicked)
+{
+    scheduler.advance(60); // the clock's tick is due, and has not run
+    workspace.refreshThreads();
+    engine.answerList(JSONValue::object(
+        {{"data", JSONValue::array({JSONValue::object({{"id", "thr_x"},
+                                                       {"preview", "Tidy the docs"},
+                                                       {"updatedAt", scheduler.date() - 5}})})}}));
+    ASSERT_EQ(page.threadRows()->rowCount(), 1);
+    EXPECT_EQ(page.threadRows()->value(0, "updated"), "5 seconds ago");
+}
+
 TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
 {
     workspace.refreshThreads();
     engine.answerList(JSONValue::decode(R"({"data":[{"id":"thr_x","preview":"Tidy the docs","cwd":""}]})").value());
     ASSERT_EQ(page.threadRows()->rowCount(), 1);
-    EXPECT_EQ(page.threadRows()->value(0, "folder"), "Mac home folder");
+    EXPECT_EQ(page.threadRows()->value(0, "folder"), "Home folder");
     page.openRow("thr_x");
     EXPECT_EQ(session.title(), "Tidy the docs");
 

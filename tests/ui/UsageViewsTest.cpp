@@ -3,6 +3,8 @@
 #include "ui/UsagePresentation.h"
 #include "ui/UsageStatusButtonViewModel.h"
 
+#include <QLocale>
+
 #include <gtest/gtest.h>
 
 using namespace nimbrel;
@@ -157,7 +159,7 @@ TEST_F(UsageViewsTest, AReadingGoesStaleByTheClockAlone)
     EXPECT_EQ(button.statusText(), "Disconnected");
     EXPECT_FALSE(sheet->refreshEnabled());
     EXPECT_EQ(rowValue(sheet->accountRows(), "error", "text"),
-              "Connect to your Mac to read your account allowance.");
+              "Connect to Codex on this computer to read your account allowance.");
     button.dismiss();
     EXPECT_FALSE(button.isPresented());
 }
@@ -176,4 +178,32 @@ TEST_F(UsageViewsTest, SessionBlockShowsContextHeadroomAndTotals)
     EXPECT_FALSE(rowValue(sheet.sessionRows(), "total/Cache-write input", "text").isValid());
     EXPECT_EQ(rowValue(sheet.sessionRows(), "total/Cached input · included in input", "detail"),
               "0");
+
+    // A third of the window left: the share keeps the decimal format's three fraction digits.
+    notify("thread/tokenUsage/updated", R"({"threadId":"thr_1","tokenUsage":{
+        "total":{"totalTokens":2},"last":{"totalTokens":2},"modelContextWindow":3}})");
+    EXPECT_EQ(rowValue(sheet.sessionRows(), "context", "detail"), "33% left");
+    EXPECT_EQ(rowValue(sheet.sessionRows(), "context", "accessibleValue"),
+              QLocale().toString(33.333, 'f', 3) + " percent remaining");
+}
+
+TEST(UsagePresentation, NumbersHaveAtMostThreeFractionDigitsInTheLocalesForm)
+{
+    struct Case {
+        QLocale::Language language;
+        double value;
+        const char* text;
+    };
+    const Case cases[] = {
+        {QLocale::English, 100.0 / 3, "33.333"}, {QLocale::English, 2.5, "2.5"},
+        {QLocale::English, 0.0004, "0"},         {QLocale::English, 1234567, "1,234,567"},
+        {QLocale::English, 2.9996, "3"},         {QLocale::German, 100.0 / 3, "33,333"},
+        {QLocale::German, 1234.5, "1.234,5"},
+    };
+    const QLocale before;
+    for (const Case& c : cases) {
+        QLocale::setDefault(QLocale(c.language));
+        EXPECT_EQ(formatLocaleNumber(c.value), c.text) << c.value;
+    }
+    QLocale::setDefault(before);
 }

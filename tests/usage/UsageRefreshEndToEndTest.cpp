@@ -116,10 +116,10 @@ TEST_F(UsageRefreshEndToEndTest, ReadingsFollowTheEngineAndBelongToIt)
     // Without sign-in: the error's own text is not shown, and the tick tries again after a minute.
     workspace().refreshUsage();
     ASSERT_TRUE(waitFor([&] { return workspace().usageError().has_value(); }));
-    EXPECT_EQ(
-        workspace().usageError(),
-        QStringLiteral("Couldn't refresh usage. Check your Mac's Codex sign-in and update Codex "
-                       "and Nimbrel Bridge, then try again."));
+    EXPECT_EQ(workspace().usageError(),
+              QStringLiteral(
+                  "Couldn't refresh usage. Check this computer's Codex sign-in and update Codex "
+                  "and Nimbrel Bridge, then try again."));
     for (int tick = 0; tick < 14; ++tick)
         advance(4); // 56 seconds
     EXPECT_EQ(reads(), 5);

@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 using namespace nimbrel;
 using namespace nimbrel::test;
 using ::testing::ElementsAre;
@@ -294,6 +296,36 @@ TEST_F(ConversationTest, TheOfflineTourAnswersWithoutTheEngine)
     advance(1);
     EXPECT_EQ(session("d").transcript.size(), 5u);
     EXPECT_EQ(phase("d"), Phase::Starting);
+}
+
+TEST_F(ConversationTest, TheTourOpensItsSampleSessionsWhichOutliveTheEngine)
+{
+    const std::size_t calls = engine.calls.size();
+    workspace.seedDemoSessions();
+    EXPECT_TRUE(workspace.threads().empty()); // only in the tour
+    workspace.setDemoMode(true);
+    workspace.seedDemoSessions();
+    const QStringList tabs{"demo-thread-question", "demo-thread-build", "demo-thread-notes"};
+    EXPECT_EQ(workspace.openThreadIDs(), tabs);
+    EXPECT_EQ(workspace.selectedThreadID(), "demo-thread-build");
+    EXPECT_EQ(workspace.filteredThreads().size(), 3u);
+    std::set<TranscriptKind> kinds;
+    for (const TranscriptEntry& entry : session("demo-thread-build").transcript)
+        kinds.insert(entry.kind);
+    EXPECT_EQ(kinds.size(), 6u);
+    EXPECT_GT(session("demo-thread-notes").transcript.size(), 40u);
+    EXPECT_TRUE(session("demo-thread-notes").hasLoadedTranscript);
+
+    // Seeding again adds nothing; losing the engine keeps the question and the tabs.
+    workspace.seedDemoSessions();
+    EXPECT_EQ(workspace.openThreadIDs(), tabs);
+    workspace.setEngineReady(false, QStringLiteral("Codex CLI was not found."));
+    ASSERT_EQ(session("demo-thread-question").userInputPrompts.size(), 1u);
+    workspace.setUserInputDraft("demo-question", "demo-thread-question", "database",
+                                UserInputAnswerDraft{1, false, {}});
+    workspace.submitUserInput("demo-question", "demo-thread-question");
+    EXPECT_TRUE(session("demo-thread-question").userInputPrompts.empty());
+    EXPECT_EQ(engine.calls.size(), calls);
 }
 
 namespace {

@@ -22,8 +22,9 @@ JSONValue dataFile(const char* name)
     return JSONValue::decode(file.readAll().toStdString()).value();
 }
 
-const QString usageFailed = "Couldn't refresh usage. Check your Mac's Codex sign-in and update "
-                            "Codex and Nimbrel Bridge, then try again.";
+const QString usageFailed =
+    "Couldn't refresh usage. Check this computer's Codex sign-in and update "
+    "Codex and Nimbrel Bridge, then try again.";
 
 class ModelsAndUsageTest : public ScriptedWorkspace {
 protected:
@@ -64,9 +65,10 @@ TEST_F(ModelsAndUsageTest, TheCatalogueAnswersForKnownAndUnknownModels)
     workspace.loadModels();
     engine.last("model/list").completion(json(R"({"data":"none"})"));
     EXPECT_TRUE(workspace.availableModels().empty());
-    EXPECT_EQ(workspace.modelLoadError(),
-              QStringLiteral("Codex did not return any models. Update the Codex CLI on the Mac, "
-                             "then reload the catalog."));
+    EXPECT_EQ(
+        workspace.modelLoadError(),
+        QStringLiteral("Codex did not return any models. Update the Codex CLI on this computer, "
+                       "then reload the catalog."));
 }
 
 TEST_F(ModelsAndUsageTest, AChosenModelAndEffortGoOutWithTheSessionsNextTurnOnly)
@@ -125,12 +127,16 @@ TEST_F(ModelsAndUsageTest, ReadingsAreRationedAndStaleRepliesChangeNothing)
     // A time-out drops a waiting refresh; its late reply changes nothing.
     workspace.refreshUsage();
     advance(20);
-    EXPECT_EQ(workspace.usageError(),
-              QStringLiteral("Usage refresh timed out. Check your Mac connection and try again."));
+    EXPECT_EQ(
+        workspace.usageError(),
+        QStringLiteral(
+            "Usage refresh timed out. Check that Codex runs on this computer and try again."));
     EXPECT_FALSE(workspace.isLoadingUsage());
     answerRead(json("{}"));
-    EXPECT_EQ(workspace.usageError(),
-              QStringLiteral("Usage refresh timed out. Check your Mac connection and try again."));
+    EXPECT_EQ(
+        workspace.usageError(),
+        QStringLiteral(
+            "Usage refresh timed out. Check that Codex runs on this computer and try again."));
     advance(3);
     EXPECT_EQ(reads(), 3);
 
@@ -151,10 +157,9 @@ TEST_F(ModelsAndUsageTest, ReadingsAreRationedAndStaleRepliesChangeNothing)
 
     // Without a way to the engine the attempt fails before the call returns.
     answerRead(json(R"({"rateLimits":null})"));
-    EXPECT_EQ(
-        workspace.usageError(),
-        QStringLiteral(
-            "Codex didn't return an account allowance. Update Codex on your Mac and try again."));
+    EXPECT_EQ(workspace.usageError(),
+              QStringLiteral("Codex didn't return an account allowance. Update Codex on this "
+                             "computer and try again."));
     workspace.requester = nullptr;
     workspace.refreshUsage();
     EXPECT_EQ(workspace.usageError(), usageFailed);

@@ -120,7 +120,7 @@ TEST(SessionParsers, ModelOptionsAndApprovalPrompts)
               (ApprovalPrompt{"L1", "item/commandExecution/requestApproval", "Run this command?",
                               "Clean the build", "rm -rf build", "/w", "t1"}));
     EXPECT_EQ(makeApprovalPrompt("L", "item/commandExecution/requestApproval", json("{}")).detail,
-              "Codex needs your approval before running a command on the Mac.");
+              "Codex needs your approval before running a command on this computer.");
     const ApprovalPrompt files =
         makeApprovalPrompt("L2", "item/fileChange/requestApproval", params);
     EXPECT_EQ(files.title, "Apply file changes?");

@@ -13,6 +13,7 @@ Dialog {
 
     objectName: "approvalSheet"
     modal: true
+    Overlay.modal: Rectangle { color: sheet.palette_.color("scrim") }
     closePolicy: Popup.NoAutoClose
     visible: controller.hasApproval
     padding: 20

@@ -18,7 +18,8 @@ SplitView {
     ColumnLayout {
         objectName: "sidebar"
         SplitView.minimumWidth: 235
-        SplitView.preferredWidth: 285
+        // The ideal width, where the session pane keeps its own minimum beside it.
+        SplitView.preferredWidth: Math.max(235, Math.min(285, page.width - 540 - 6))
         SplitView.maximumWidth: 360
         spacing: 8
         RowLayout {
@@ -122,6 +123,24 @@ SplitView {
                 Layout.alignment: Qt.AlignHCenter
                 onClicked: page.view.showNewSession()
             }
+            Label {
+                objectName: "tour-offer-text"
+                visible: page.view.offersTour
+                text: page.texts.tourText
+                wrapMode: Text.Wrap
+                horizontalAlignment: Text.AlignHCenter
+                opacity: 0.7
+                Layout.topMargin: 14
+                Layout.fillWidth: true
+            }
+            Button {
+                objectName: "start-tour"
+                visible: page.view.offersTour
+                text: page.texts.tourButton
+                icon.name: page.texts.tourSymbol
+                Layout.alignment: Qt.AlignHCenter
+                onClicked: page.view.startTour()
+            }
         }
     }
 
@@ -132,6 +151,7 @@ SplitView {
         height: Math.min(570, parent.height - 40)
         padding: 0
         modal: true
+        Overlay.modal: Rectangle { color: page.palette_.color("scrim") }
         visible: page.view.newSession !== null
         onClosed: page.view.dismissNewSession(false)
         Loader {

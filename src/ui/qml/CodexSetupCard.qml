@@ -28,8 +28,9 @@ Frame {
             width: content.width
             SectionHeading {
                 text: card.texts.setupHeading
-                symbol: card.symbols.checklist
+                symbol: card.setup.setupSymbol
                 color: card.palette_.color(card.setup.setupTint)
+                symbolColor: color
             }
             Item { Layout.fillWidth: true }
             Button { objectName: "recheck"; text: card.texts.recheck; icon.name: card.symbols.refresh; onClicked: card.controller.restartCodex() }

@@ -24,6 +24,7 @@ ColumnLayout {
         ColumnLayout {
             spacing: 1
             Layout.fillWidth: true
+            Layout.minimumWidth: 110
             Label {
                 objectName: "session-title"
                 text: pane.view.title
@@ -44,8 +45,9 @@ ColumnLayout {
                 Layout.fillWidth: true
             }
         }
-        SessionModelMenu { configuration: pane.view.configuration; palette_: pane.palette_ }
-        SessionEffortMenu { configuration: pane.view.configuration; palette_: pane.palette_ }
+        // The menus give up width before the title does: their labels elide.
+        SessionModelMenu { configuration: pane.view.configuration; palette_: pane.palette_; Layout.fillWidth: true; Layout.minimumWidth: 56; Layout.maximumWidth: implicitWidth }
+        SessionEffortMenu { configuration: pane.view.configuration; palette_: pane.palette_; Layout.fillWidth: true; Layout.minimumWidth: 56; Layout.maximumWidth: implicitWidth }
         BusyIndicator { visible: pane.view.working; running: visible; implicitWidth: 18; implicitHeight: 18 }
         Label {
             objectName: "session-phase"

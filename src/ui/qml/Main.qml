@@ -72,6 +72,11 @@ ApplicationWindow {
                 font.pointSize: 9
                 elide: Text.ElideRight
                 Layout.maximumWidth: 320
+                // The whole status where the bar cuts it.
+                HoverHandler { id: statusHover }
+                ToolTip.visible: truncated && statusHover.hovered
+                ToolTip.text: text
+                Accessible.name: text
             }
             ToolButton {
                 objectName: "settingsButton"
@@ -114,6 +119,7 @@ ApplicationWindow {
         objectName: "codexAlert"
         title: window.texts.alertTitle
         modal: true
+        Overlay.modal: Rectangle { color: window.palette_.color("scrim") }
         anchors.centerIn: parent
         width: Math.min(480, window.width - 40)
         visible: window.workspace.errorMessage !== ""

@@ -11,8 +11,16 @@ RowLayout {
     property bool showsModel: false
     property bool showsEffort: false
     spacing: 6
-    SessionModelMenu { visible: summary.showsModel; configuration: summary.configuration; palette_: summary.palette_ }
-    SessionEffortMenu { visible: summary.showsEffort; compact: false; configuration: summary.configuration; palette_: summary.palette_ }
+    Loader {
+        active: summary.showsModel
+        visible: active
+        sourceComponent: SessionModelMenu { configuration: summary.configuration; palette_: summary.palette_ }
+    }
+    Loader {
+        active: summary.showsEffort
+        visible: active
+        sourceComponent: SessionEffortMenu { compact: false; configuration: summary.configuration; palette_: summary.palette_ }
+    }
     Rectangle {
         objectName: "full-access"
         radius: height / 2

@@ -10,9 +10,10 @@ Dialog {
     required property var palette_
     readonly property var texts: configuration.texts
 
-    objectName: "session-settings"
+    objectName: "session-settings-sheet"
     title: texts.settingsTitle
     modal: true
+    Overlay.modal: Rectangle { color: sheet.palette_.color("scrim") }
     width: 540
     height: 560
     standardButtons: Dialog.Ok

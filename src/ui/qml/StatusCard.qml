@@ -40,7 +40,7 @@ Frame {
             Label {
                 text: card.value
                 textFormat: Text.PlainText
-                elide: Text.ElideRight
+                wrapMode: Text.Wrap
                 Layout.fillWidth: true
             }
         }

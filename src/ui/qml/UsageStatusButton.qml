@@ -42,6 +42,7 @@ Button {
         height: Math.min(implicitHeight, parent.height - 40)
         padding: 0
         modal: true
+        Overlay.modal: Rectangle { color: button.palette_.color("scrim") }
         visible: button.view.isPresented
         onClosed: button.view.dismiss()
         Loader {
