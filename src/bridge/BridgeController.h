@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bridge/PairingRequest.h"
+#include "bridge/PendingServerRequest.h"
 #include "bridge/PendingUserInputRequests.h"
 #include "engine/AppServerClient.h"
 #include "engine/CodexInstallation.h"
@@ -172,6 +173,8 @@ private:
     // Approvals and questions.
     void handleServerResponse(const BridgeMessage& message, const QString& peer);
     void answerQuestionFromPeer(const BridgeMessage& message, const QString& peer);
+    // Takes the open approval out: whoever takes it answers it, and nobody else can.
+    std::optional<PendingServerRequest> takePendingServerRequest(const QString& localID);
     void showNextApproval();
     void setApproval(std::optional<ApprovalPrompt> prompt);
     void finishUserInput(const QString& requestID);
@@ -213,8 +216,8 @@ private:
     std::map<QString, TaskHandle> m_pairingLimits;
     // Each authorised connection, by transport name, and the device it proved to be.
     std::map<QString, QString> m_authorizedDevices;
-    // Engine id of each open approval, by local id, until someone answers it.
-    std::map<QString, JSONValue> m_pendingServerRequests;
+    // Every open approval, in order of arrival, until someone answers it.
+    std::vector<PendingServerRequest> m_pendingServerRequests;
     std::optional<ApprovalPrompt> m_approval;
     std::vector<ApprovalPrompt> m_queuedApprovals; // oldest first
     PendingUserInputRequests m_pendingUserInput;

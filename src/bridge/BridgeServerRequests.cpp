@@ -7,6 +7,8 @@
 
 #include <QPointer>
 
+#include <algorithm>
+
 namespace nimbrel {
 
 namespace {
@@ -48,9 +50,9 @@ void BridgeController::handleServerRequest(const JSONValue& id, const QString& m
                                           method + QLatin1Char('.'));
         return;
     }
-    const QString localID = randomUUIDText();
-    m_pendingServerRequests[localID] = id;
-    ApprovalPrompt prompt = makeApprovalPrompt(localID, method, params);
+    const PendingServerRequest pending{randomUUIDText(), id, method, params};
+    m_pendingServerRequests.push_back(pending);
+    ApprovalPrompt prompt = makeApprovalPrompt(pending.localID, method, params);
     if (!m_approval) {
         setApproval(std::move(prompt));
     } else {
@@ -58,8 +60,7 @@ void BridgeController::handleServerRequest(const JSONValue& id, const QString& m
         emit queuedApprovalsChanged();
     }
     // Every peer hears of every approval at once; the queue is only how this computer shows them.
-    broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::ServerRequest, localID,
-                            method, params});
+    broadcast(pending.offer());
 }
 
 // ---- approvals
@@ -68,13 +69,24 @@ void BridgeController::respondToApproval(const QString& decision)
 {
     if (!m_approval)
         return;
-    const auto pending = m_pendingServerRequests.find(m_approval->id);
-    if (pending == m_pendingServerRequests.end())
+    const std::optional<PendingServerRequest> pending = takePendingServerRequest(m_approval->id);
+    if (!pending)
         return;
-    const JSONValue serverID = pending->second;
-    m_pendingServerRequests.erase(pending);
     showNextApproval();
-    m_appServer->respond(serverID, JSONValue::object({{"decision", decision}}));
+    m_appServer->respond(pending->serverID, JSONValue::object({{"decision", decision}}));
+}
+
+std::optional<PendingServerRequest>
+BridgeController::takePendingServerRequest(const QString& localID)
+{
+    const auto found = std::find_if(
+        m_pendingServerRequests.begin(), m_pendingServerRequests.end(),
+        [&](const PendingServerRequest& pending) { return pending.localID == localID; });
+    if (found == m_pendingServerRequests.end())
+        return std::nullopt;
+    PendingServerRequest taken = std::move(*found);
+    m_pendingServerRequests.erase(found);
+    return taken;
 }
 
 void BridgeController::showNextApproval()
@@ -102,11 +114,9 @@ void BridgeController::handleServerResponse(const BridgeMessage& message, const 
     if (!isAuthorized(peer) || !message.id)
         return;
     // Taking the entry out is what makes the first answer win.
-    const auto pending = m_pendingServerRequests.find(*message.id);
-    if (pending == m_pendingServerRequests.end())
+    const std::optional<PendingServerRequest> pending = takePendingServerRequest(*message.id);
+    if (!pending)
         return;
-    const JSONValue serverID = pending->second;
-    m_pendingServerRequests.erase(pending);
     if (m_approval && m_approval->id == *message.id) {
         showNextApproval();
     } else if (std::erase_if(m_queuedApprovals, [&](const ApprovalPrompt& prompt) {
@@ -115,7 +125,7 @@ void BridgeController::handleServerResponse(const BridgeMessage& message, const 
         emit queuedApprovalsChanged();
     }
     // The answer passes to the engine as the peer wrote it.
-    m_appServer->respond(serverID,
+    m_appServer->respond(pending->serverID,
                          message.body.value_or(JSONValue::object({{"decision", "decline"}})));
 }
 
