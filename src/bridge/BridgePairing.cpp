@@ -260,10 +260,13 @@ void BridgeController::sendInitialState(const QString& peer)
                                    {"tokenUsage", session.tokenUsage->payload},
                                    {"sarvaneUpdatedAt", session.tokenUsage->updatedAt}})));
         }
-        // Open questions can still be answered by the newcomer; open approvals are not replayed.
+        // What still waits for an answer can be answered by the newcomer too, the first answer
+        // winning as ever; what is being answered is not offered.
         for (const PendingUserInputRequests::Pending& entry : m_pendingUserInput.requests)
             if (!entry.isSubmitting)
                 messages.push_back(PendingUserInputRequests::questionEvent(entry));
+        for (const PendingServerRequest& pending : m_pendingServerRequests)
+            messages.push_back(pending.offer());
     }
     for (const BridgeMessage& message : messages)
         sendToPeer(message, peer);
