@@ -160,6 +160,58 @@ TEST_F(BridgeServerRequestsTest, ApprovalsReachEveryPeerAndTheFirstAnswerWins)
     EXPECT_TRUE(controller->approval());
 }
 
+// The approvals a newly authorised peer is offered in its catch-up: a ping answered after it marks
+// its end.
+std::vector<BridgeMessage> offeredOnArrival(TestPeer& peer)
+{
+    peer.send({1, Kind::Ping, QStringLiteral("caught-up"), {}, {}});
+    EXPECT_TRUE(peer.waitFor(Kind::Response));
+    std::vector<BridgeMessage> offered;
+    for (const BridgeMessage& message : peer.received)
+        if (message.kind == Kind::ServerRequest)
+            offered.push_back(message);
+    return offered;
+}
+
+TEST_F(BridgeServerRequestsTest, APeerAuthorisedLaterIsOfferedOnlyWhatStillWaits)
+{
+    say("two-approvals");
+    ASSERT_TRUE(waitFor([&] { return first->count(Kind::ServerRequest) == 2; }));
+    std::vector<BridgeMessage> asked;
+    for (const BridgeMessage& message : first->received)
+        if (message.kind == Kind::ServerRequest)
+            asked.push_back(message);
+
+    // The same device back on a new connection, by its hello alone: both, as they came, after the
+    // engine's status.
+    first->close();
+    TestPeer back(port, "First again", *first);
+    ASSERT_TRUE(back.waitFor(Kind::Hello));
+    back.sendHello();
+    EXPECT_EQ(offeredOnArrival(back), asked);
+    EXPECT_LT(std::find(back.received.begin(), back.received.end(),
+                        *back.waitFor(Kind::Event, "sarvane/engineStatus")),
+              std::find(back.received.begin(), back.received.end(), asked[0]));
+
+    // Answered here, then by a peer: a device paired afterwards is offered what is left.
+    controller->respondToApproval("accept");
+    auto third = pairedPeer(*controller, port, "Third", "Third Phone");
+    EXPECT_THAT(offeredOnArrival(*third), ElementsAre(asked[1]));
+    answer(back, *asked[1].id, json(R"({"decision":"decline"})"));
+    ASSERT_TRUE(waitFor([&] { return answers().size() == 2; }));
+    EXPECT_TRUE(offeredOnArrival(*pairedPeer(*controller, port, "Fourth", "Fourth Phone")).empty());
+
+    // Approvals the engine took with it when it fell are not offered once it is back.
+    say("two-approvals");
+    ASSERT_TRUE(waitFor([&] { return controller->queuedApprovals().size() == 1; }));
+    say("crash");
+    ASSERT_TRUE(waitFor([&] { return !controller->appServerReady(); }));
+    controller->restartCodex();
+    ASSERT_TRUE(waitFor([&] { return controller->appServerReady(); }));
+    EXPECT_TRUE(offeredOnArrival(*pairedPeer(*controller, port, "Fifth", "Fifth Phone")).empty());
+    EXPECT_EQ(answers().size(), 2u);
+}
+
 TEST_F(BridgeServerRequestsTest, RequestsOfOtherMethodsAndMalformedQuestionsAreRefusedAtOnce)
 {
     say("other-request");
