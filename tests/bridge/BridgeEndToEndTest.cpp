@@ -611,3 +611,44 @@ TEST_F(AskingEngineTest, AQuestionIsAnsweredOnceClosedByTheEngineAndGoneWithIt)
         answers[0],
         JSONValue::decode(R"({"id":5,"result":{"answers":{"name":{"answers":["Ada"]}}}})").value());
 }
+
+TEST_F(AskingEngineTest, AnApprovalWaitsForAPhoneThatComesBack)
+{
+    // A phone leaves as a person would close the tool, so that it keeps the bridge it paired with.
+    const auto leave = [](std::unique_ptr<RunningProgram>& phone) {
+        phone->type("quit");
+        EXPECT_TRUE(phone->waitForExit());
+        phone.reset();
+    };
+    // Codex asks while only Ada's phone is there; then it drops too.
+    leave(bob);
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "approve-me"})");
+    // The whole line of the serverRequest of method.
+    const auto offered = [](const QString& method) {
+        return R"((\{"version":1,"kind":"serverRequest","id":")" + uuidPattern + R"(","method":")" +
+               method + R"(",[^\n]*)\n)";
+    };
+    const QString command =
+        ada->captured(offered("item/commandExecution/requestApproval"), &RunningProgram::out);
+    const QString files =
+        ada->captured(offered("item/fileChange/requestApproval"), &RunningProgram::out);
+    ASSERT_FALSE(command.isEmpty() || files.isEmpty()) << ada->out.toStdString();
+    const QString id = QRegularExpression(uuidPattern).match(command).captured(1);
+    leave(ada);
+
+    // Bob's phone comes back, trusted by its hello, is asked the very same and decides.
+    bob = startPeer(port, {}, "Bob", "Bob");
+    ASSERT_TRUE(bob->saysOnOutput(command)) << bob->out.toStdString();
+    bob->type("answer " + id + R"( {"decision": "accept"})");
+    ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));
+
+    // Ada's comes back after: it is asked only what still waits, and its late answer is dropped.
+    ada = startPeer(port, {}, "Ada", "Ada");
+    ASSERT_TRUE(ada->saysOnOutput(files)) << ada->out.toStdString();
+    EXPECT_FALSE(ada->out.contains(id));
+    ada->type("answer " + id + R"( {"decision": "decline"})");
+    settle(200);
+    const std::vector<JSONValue> answers = engineAnswers();
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(answers[0], JSONValue::decode(R"({"id":0,"result":{"decision":"accept"}})").value());
+}
