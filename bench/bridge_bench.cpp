@@ -114,7 +114,7 @@ int main(int argc, char** argv)
         const QString code = pairingCode(*p->hello, *p->bridgeHello);
         pump([&] { return errors.contains("Compare code " + code); });
         bridge.write(("approve " + code + "\n").toUtf8());
-        pump([&] { return errors.contains(QStringLiteral("Paired Bench %1.").arg(i)); });
+        pump([&] { return errors.contains(QStringLiteral("Paired Bench %1").arg(i)); });
         peers.push_back(std::move(peer));
     }
 
