@@ -3,6 +3,7 @@
 #include "bridge/BridgeController.h"
 #include "platform/DesktopNotifications.h"
 #include "platform/TextFormatting.h"
+#include "ui/setup/NotificationPreference.h"
 
 namespace nimbrel {
 
@@ -51,12 +52,6 @@ NotificationText turnEndedNotificationText(const QString& status, const QString&
     return {summary, session.isEmpty() ? QStringLiteral("A Codex session") : session};
 }
 
-bool AttentionNotifications::enabled(const UserDefaults& defaults)
-{
-    const QVariant value = defaults.value(showNotificationsKey);
-    return !value.isValid() || value.toBool();
-}
-
 AttentionNotifications::AttentionNotifications(BridgeController& controller, UserDefaults& defaults,
                                                DesktopNotifications& notifications, Window window,
                                                QObject* parent)
@@ -87,7 +82,7 @@ AttentionNotifications::AttentionNotifications(BridgeController& controller, Use
 
 bool AttentionNotifications::mayNotify() const
 {
-    return enabled(m_defaults) && !m_controller.workspace().isDemoMode();
+    return NotificationPreference::enabled(m_defaults) && !m_controller.workspace().isDemoMode();
 }
 
 QString AttentionNotifications::sessionTitle(const std::optional<QString>& threadID) const

@@ -35,9 +35,6 @@ class AttentionNotifications : public QObject {
     Q_OBJECT
 
 public:
-    static inline const QString showNotificationsKey = QStringLiteral("SarvaneShowNotifications");
-    static bool enabled(const UserDefaults& defaults);
-
     // How the notifications meet the window.
     struct Window {
         std::function<bool()> isActive;

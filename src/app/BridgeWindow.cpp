@@ -1,7 +1,7 @@
 #include "BridgeWindow.h"
 
 #include "bridge/BridgeController.h"
-#include "ui/CockpitAddresses.h"
+#include "ui/setup/CockpitAddresses.h"
 
 #include <QIcon>
 #include <QQuickItem>
@@ -32,7 +32,7 @@ BridgeWindow::BridgeWindow(BridgeController& controller, UserDefaults& defaults,
          {"setup", QVariant::fromValue<QObject*>(&m_setup)},
          {"palette_", QVariant::fromValue<QObject*>(&m_palette)},
          {"sessions", QVariant::fromValue<QObject*>(&m_sessions)}});
-    m_engine.load(QUrl(QStringLiteral("qrc:/NimbrelBridge/ui/qml/Main.qml")));
+    m_engine.load(QUrl(QStringLiteral("qrc:/NimbrelBridge/ui/Main.qml")));
     if (notifications && mainWindow())
         m_attention = std::make_unique<AttentionNotifications>(
             controller, defaults, *notifications,

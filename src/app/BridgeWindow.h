@@ -1,9 +1,9 @@
 #pragma once
 
-#include "ui/AttentionNotifications.h"
-#include "ui/BridgeSetupModel.h"
-#include "ui/BridgeWorkspaceViewModel.h"
-#include "ui/WindowPalette.h"
+#include "app/AttentionNotifications.h"
+#include "ui/common/WindowPalette.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
+#include "ui/setup/BridgeSetupModel.h"
 
 #include <QQmlApplicationEngine>
 

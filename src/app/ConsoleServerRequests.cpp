@@ -1,5 +1,5 @@
 // The engine's approvals and questions on the console: shown as they come, answered by command.
-#include "ui/ConsoleCommands.h"
+#include "app/ConsoleCommands.h"
 
 #include "bridge/BridgeController.h"
 #include "platform/TextFormatting.h"

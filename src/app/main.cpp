@@ -1,10 +1,10 @@
+#include "app/BridgeWindow.h"
+#include "app/ConsoleCommands.h"
 #include "bridge/BridgeController.h"
 #include "peer/PeerLink.h"
 #include "platform/DesktopNotifications.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
-#include "ui/BridgeWindow.h"
-#include "ui/ConsoleCommands.h"
 
 #include <QCommandLineParser>
 #include <QGuiApplication>

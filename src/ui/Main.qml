@@ -2,6 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
+import "sessions"
+import "setup"
 
 // The main window: a top bar, the page picked there, the "Codex" alert and the approval sheet.
 ApplicationWindow {

@@ -1,10 +1,10 @@
 // Notifications through a real session bus (the test runs under dbus-run-session) and a stand-in
 // notification service that records what it is asked.
 #include "platform/DesktopNotifications.h"
+#include "app/BridgeWindow.h"
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/RunningProgram.h"
-#include "ui/BridgeWindow.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>

@@ -1,4 +1,4 @@
-#include "ui/BridgeWindow.h"
+#include "app/BridgeWindow.h"
 
 #include <QGuiApplication>
 #include <QQuickStyle>

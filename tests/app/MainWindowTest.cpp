@@ -1,7 +1,7 @@
+#include "app/BridgeWindow.h"
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/RunningProgram.h"
-#include "ui/BridgeWindow.h"
 
 #include <QGuiApplication>
 #include <QQuickItem>

@@ -1,10 +1,10 @@
 // Renders the window offscreen in named states, over the fake engine in a temporary home, and
 // writes one PNG per state. Fails when a state cannot be reached or renders blank.
+#include "app/BridgeWindow.h"
+#include "app/SessionGallery.h"
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
-#include "ui/BridgeWindow.h"
-#include "ui/SessionGallery.h"
 
 #include <QCommandLineParser>
 #include <QDateTime>

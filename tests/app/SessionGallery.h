@@ -4,13 +4,13 @@
 // fake engine): what the screenshot tour and the Qt Quick tests look at until the session view
 // holds these views.
 #include "support/BridgeUnderTest.h"
-#include "ui/NewSessionConfigurationViewModel.h"
-#include "ui/SessionActivityPreference.h"
-#include "ui/SessionConfigurationViewModel.h"
-#include "ui/TranscriptViewModel.h"
-#include "ui/UsageStatusButtonViewModel.h"
-#include "ui/UserInputRequestViewModel.h"
-#include "ui/WindowPalette.h"
+#include "ui/common/WindowPalette.h"
+#include "ui/sessions/UserInputRequestViewModel.h"
+#include "ui/sessions/configuration/NewSessionConfigurationViewModel.h"
+#include "ui/sessions/configuration/SessionConfigurationViewModel.h"
+#include "ui/sessions/transcript/SessionActivityPreference.h"
+#include "ui/sessions/transcript/TranscriptViewModel.h"
+#include "ui/usage/UsageStatusButtonViewModel.h"
 
 #include <QQmlApplicationEngine>
 #include <QQuickWindow>

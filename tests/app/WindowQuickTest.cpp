@@ -1,9 +1,9 @@
+#include "app/BridgeWindow.h"
+#include "app/SessionGallery.h"
 #include "support/BridgeUnderTest.h"
-#include "ui/BridgeSetupModel.h"
-#include "ui/BridgeWindow.h"
-#include "ui/BridgeWorkspaceViewModel.h"
-#include "ui/SessionGallery.h"
-#include "ui/WindowPalette.h"
+#include "ui/common/WindowPalette.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
+#include "ui/setup/BridgeSetupModel.h"
 
 #include <QDir>
 #include <QGuiApplication>

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
+import "../usage"
 
 // The page "Sessions": the sidebar of threads beside the selected session, and the new-session sheet.
 SplitView {

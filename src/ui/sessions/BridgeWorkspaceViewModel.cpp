@@ -1,7 +1,7 @@
 #include "BridgeWorkspaceViewModel.h"
 
 #include "platform/DateFormatting.h"
-#include "ui/SessionPresentation.h"
+#include "ui/sessions/SessionPresentation.h"
 #include "workspace/CodexWorkspace.h"
 
 #include <utility>

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "ui/MacSessionViewModel.h"
-#include "ui/NewBridgeSessionViewModel.h"
-#include "ui/RecordListModel.h"
-#include "ui/SessionActivityPreference.h"
-#include "ui/UsageStatusButtonViewModel.h"
-#include "ui/ViewClock.h"
+#include "ui/common/RecordListModel.h"
+#include "ui/common/ViewClock.h"
+#include "ui/sessions/MacSessionViewModel.h"
+#include "ui/sessions/NewBridgeSessionViewModel.h"
+#include "ui/sessions/transcript/SessionActivityPreference.h"
+#include "ui/usage/UsageStatusButtonViewModel.h"
 
 #include <QObject>
 #include <QVariantMap>

@@ -2,6 +2,9 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
+import "configuration"
+import "transcript"
+import "../usage"
 
 // One session: the tabs, its header, the page of its transcript, its questions and the composer.
 ColumnLayout {

@@ -1,6 +1,6 @@
 #include "MacSessionViewModel.h"
 
-#include "ui/SessionPresentation.h"
+#include "ui/sessions/SessionPresentation.h"
 #include "workspace/CodexWorkspace.h"
 
 #include <QPointer>

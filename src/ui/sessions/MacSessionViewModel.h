@@ -1,11 +1,11 @@
 #pragma once
 
 #include "platform/Scheduler.h"
-#include "ui/SessionConfigurationViewModel.h"
-#include "ui/SessionPresentation.h"
-#include "ui/TranscriptViewModel.h"
-#include "ui/UsageStatusButtonViewModel.h"
-#include "ui/UserInputRequestViewModel.h"
+#include "ui/sessions/SessionPresentation.h"
+#include "ui/sessions/UserInputRequestViewModel.h"
+#include "ui/sessions/configuration/SessionConfigurationViewModel.h"
+#include "ui/sessions/transcript/TranscriptViewModel.h"
+#include "ui/usage/UsageStatusButtonViewModel.h"
 
 #include <QObject>
 #include <QVariantMap>

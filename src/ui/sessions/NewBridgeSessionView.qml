@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Dialogs
 import QtQuick.Layouts
+import "configuration"
 
 // The sheet that starts a session: folder, first task, model and effort, Cancel and Create.
 Page {

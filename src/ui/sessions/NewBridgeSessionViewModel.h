@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/NewSessionConfigurationViewModel.h"
+#include "ui/sessions/configuration/NewSessionConfigurationViewModel.h"
 
 #include <QObject>
 #include <QUrl>

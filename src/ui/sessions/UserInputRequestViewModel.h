@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/RecordListModel.h"
+#include "ui/common/RecordListModel.h"
 
 #include <QObject>
 

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
+import "../common"
 
 // The engine's approval shown on this computer; only its three buttons close it.
 Dialog {

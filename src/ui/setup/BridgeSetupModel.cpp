@@ -5,8 +5,8 @@
 #include "platform/DateFormatting.h"
 #include "platform/TextFormatting.h"
 #include "platform/UserDefaults.h"
-#include "ui/AttentionNotifications.h"
-#include "ui/CockpitAddresses.h"
+#include "ui/setup/CockpitAddresses.h"
+#include "ui/setup/NotificationPreference.h"
 
 #include <QUrl>
 
@@ -301,14 +301,14 @@ namespace nimbrel {
 
 bool BridgeSetupModel::showNotifications() const
 {
-    return AttentionNotifications::enabled(m_defaults);
+    return NotificationPreference::enabled(m_defaults);
 }
 
 void BridgeSetupModel::setShowNotifications(bool shown)
 {
     if (shown == showNotifications())
         return;
-    m_defaults.setValue(AttentionNotifications::showNotificationsKey, shown);
+    m_defaults.setValue(NotificationPreference::key, shown);
     emit showNotificationsChanged();
 }
 

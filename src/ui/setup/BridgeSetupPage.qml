@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
+import "../common"
 
 // The Bridge Setup page: head, status cards, the Codex setup card, pairing requests, trusted
 // devices and the newest activity. Repeated rows stand in columns, one delegate per model row.

@@ -3,6 +3,7 @@ import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Dialogs
 import QtQuick.Layouts
+import "../common"
 
 // Where Codex was found, its version and sign-in, the ways to choose it, and how to install it.
 Frame {

@@ -2,7 +2,7 @@
 
 #include "platform/DateFormatting.h"
 #include "platform/TextFormatting.h"
-#include "ui/UsagePresentation.h"
+#include "ui/usage/UsagePresentation.h"
 #include "workspace/CodexWorkspace.h"
 
 namespace nimbrel {

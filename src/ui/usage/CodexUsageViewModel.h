@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/Scheduler.h"
-#include "ui/RecordListModel.h"
-#include "ui/ViewClock.h"
+#include "ui/common/RecordListModel.h"
+#include "ui/common/ViewClock.h"
 
 #include <QObject>
 #include <QVariantMap>

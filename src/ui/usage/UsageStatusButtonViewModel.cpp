@@ -1,6 +1,6 @@
 #include "UsageStatusButtonViewModel.h"
 
-#include "ui/UsagePresentation.h"
+#include "ui/usage/UsagePresentation.h"
 #include "workspace/CodexWorkspace.h"
 
 #include <utility>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ui/CodexUsageViewModel.h"
-#include "ui/ViewClock.h"
+#include "ui/common/ViewClock.h"
+#include "ui/usage/CodexUsageViewModel.h"
 
 #include <QObject>
 

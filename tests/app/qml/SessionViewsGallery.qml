@@ -1,7 +1,10 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
-import "qrc:/NimbrelBridge/ui/qml"
+import "qrc:/NimbrelBridge/ui/sessions"
+import "qrc:/NimbrelBridge/ui/sessions/configuration"
+import "qrc:/NimbrelBridge/ui/sessions/transcript"
+import "qrc:/NimbrelBridge/ui/usage"
 
 // The session's views side by side, over one session of a real workspace: for the screenshot tour
 // and the Qt Quick tests, until the session view holds them.

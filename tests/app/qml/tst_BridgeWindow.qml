@@ -29,7 +29,7 @@ TestCase {
     }
 
     function init() {
-        const component = Qt.createComponent("qrc:/NimbrelBridge/ui/qml/Main.qml")
+        const component = Qt.createComponent("qrc:/NimbrelBridge/ui/Main.qml")
         compare(component.status, Component.Ready, component.errorString())
         window = component.createObject(null, {
             controller: Fixture.controller, workspace: Fixture.workspace,

@@ -37,7 +37,7 @@ TestCase {
     }
 
     function initTestCase() {
-        const component = Qt.createComponent("qrc:/NimbrelBridge/ui/qml/Main.qml")
+        const component = Qt.createComponent("qrc:/NimbrelBridge/ui/Main.qml")
         compare(component.status, Component.Ready, component.errorString())
         window = component.createObject(null, {
             controller: Fixture.controller, workspace: Fixture.workspace, setup: Fixture.setup,

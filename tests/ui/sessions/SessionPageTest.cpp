@@ -1,6 +1,6 @@
 #include "support/ScriptedWorkspace.h"
-#include "ui/BridgeWorkspaceViewModel.h"
-#include "ui/SessionPresentation.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
+#include "ui/sessions/SessionPresentation.h"
 
 #include <QSignalSpy>
 
@@ -231,7 +231,9 @@ TEST_F(SessionPageTest, AThreadUpdatedAMomentAgoReadsAsPastHoweverLongAgoTheCloc
 TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
 {
     workspace.refreshThreads();
-    engine.answerList(JSONValue::decode(R"({"data":[{"id":"thr_x","preview":"Tidy the docs","cwd":""}]})").value());
+    engine.answerList(
+        JSONValue::decode(R"({"data":[{"id":"thr_x","preview":"Tidy the docs","cwd":""}]})")
+            .value());
     ASSERT_EQ(page.threadRows()->rowCount(), 1);
     EXPECT_EQ(page.threadRows()->value(0, "folder"), "Home folder");
     page.openRow("thr_x");

@@ -1,9 +1,9 @@
-#include "ui/BridgeSetupModel.h"
+#include "ui/setup/BridgeSetupModel.h"
 #include "platform/DateFormatting.h"
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
-#include "ui/CockpitAddresses.h"
+#include "ui/setup/CockpitAddresses.h"
 
 #include <QAbstractItemModelTester>
 #include <QLocale>

@@ -1,7 +1,7 @@
 #include "platform/TextFormatting.h"
 #include "support/ScriptedWorkspace.h"
-#include "ui/UsagePresentation.h"
-#include "ui/UsageStatusButtonViewModel.h"
+#include "ui/usage/UsagePresentation.h"
+#include "ui/usage/UsageStatusButtonViewModel.h"
 
 #include <QLocale>
 

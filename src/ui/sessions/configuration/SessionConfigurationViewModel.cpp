@@ -1,6 +1,6 @@
 #include "SessionConfigurationViewModel.h"
 
-#include "ui/SessionConfiguration.h"
+#include "ui/sessions/configuration/SessionConfiguration.h"
 #include "workspace/CodexWorkspace.h"
 
 namespace nimbrel {

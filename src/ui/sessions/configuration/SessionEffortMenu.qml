@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls
+import "../../common"
 
 // The thinking effort of a session as a pill that opens its menu.
 PillMenuButton {

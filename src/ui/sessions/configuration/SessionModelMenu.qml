@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
+import "../../common"
 
 // The model of a session as a pill that opens its menu.
 PillMenuButton {

@@ -1,7 +1,7 @@
 #include "SessionActivityPreference.h"
 
 #include "platform/UserDefaults.h"
-#include "ui/TranscriptPresentation.h"
+#include "ui/sessions/transcript/TranscriptPresentation.h"
 
 namespace nimbrel {
 

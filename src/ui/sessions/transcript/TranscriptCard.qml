@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
+import "../../common"
 
 // One transcript entry: its title and status in its kind's colour, and its output, shortened.
 Rectangle {

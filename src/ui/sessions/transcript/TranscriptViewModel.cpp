@@ -1,8 +1,8 @@
 #include "TranscriptViewModel.h"
 
-#include "ui/SessionPresentation.h"
+#include "ui/sessions/SessionPresentation.h"
 
-#include "ui/SessionActivityPreference.h"
+#include "ui/sessions/transcript/SessionActivityPreference.h"
 #include "workspace/CodexWorkspace.h"
 #include "workspace/SessionParsers.h"
 

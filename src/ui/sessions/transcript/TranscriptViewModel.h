@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ui/RecordListModel.h"
-#include "ui/TranscriptPresentation.h"
+#include "ui/common/RecordListModel.h"
+#include "ui/sessions/transcript/TranscriptPresentation.h"
 
 #include <QObject>
 

@@ -1,7 +1,7 @@
-#include "ui/SessionConfiguration.h"
+#include "ui/sessions/configuration/SessionConfiguration.h"
 #include "support/ScriptedWorkspace.h"
-#include "ui/NewSessionConfigurationViewModel.h"
-#include "ui/SessionConfigurationViewModel.h"
+#include "ui/sessions/configuration/NewSessionConfigurationViewModel.h"
+#include "ui/sessions/configuration/SessionConfigurationViewModel.h"
 
 #include <gtest/gtest.h>
 
@@ -50,7 +50,8 @@ TEST_F(SessionConfigurationTest, MenusShowTheSessionsChoiceAndRefuseChangesDurin
     EXPECT_EQ(menus.modelNote(), "For agents.");
 
     // An effort the model does not list shows in the label, with no option marked.
-    workspace.changeSession("s", [](CodexSessionState& s) { s.reasoningEffort = QStringLiteral("turbo-max"); });
+    workspace.changeSession(
+        "s", [](CodexSessionState& s) { s.reasoningEffort = QStringLiteral("turbo-max"); });
     EXPECT_EQ(menus.effortName(), "Turbo Max");
     for (int row = 0; row < menus.effortOptions()->rowCount(); ++row)
         EXPECT_FALSE(menus.effortOptions()->value(row, "selected").toBool());

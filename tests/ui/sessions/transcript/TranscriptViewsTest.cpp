@@ -1,8 +1,8 @@
 #include "platform/TextFormatting.h"
 #include "support/ScriptedWorkspace.h"
-#include "ui/SessionActivityPreference.h"
-#include "ui/TranscriptViewModel.h"
-#include "ui/UserInputRequestViewModel.h"
+#include "ui/sessions/UserInputRequestViewModel.h"
+#include "ui/sessions/transcript/SessionActivityPreference.h"
+#include "ui/sessions/transcript/TranscriptViewModel.h"
 
 #include <QAbstractItemModelTester>
 #include <QSignalSpy>
