@@ -2,21 +2,7 @@
 
 #include <QDir>
 
-#include <algorithm>
-
 namespace nimbrel {
-
-TranscriptPage transcriptPage(qsizetype count, qint64 pageOffset)
-{
-    const qint64 offset = std::max<qint64>(pageOffset, 0);
-    const qsizetype end = static_cast<qsizetype>(std::max<qint64>(count - offset, 0));
-    return {std::max<qsizetype>(end - transcriptPageSize, 0), end};
-}
-
-bool showsEarlierOutput(qsizetype count, qint64 pageOffset, bool canLoadEarlier)
-{
-    return std::max<qint64>(pageOffset, 0) + transcriptPageSize < count || canLoadEarlier;
-}
 
 QString threadDotTint(const CodexThread& thread, TurnControlState::Phase phase)
 {

@@ -1,26 +1,13 @@
 #pragma once
 
-// What the Sessions page decides by itself, as rules over plain values: which slice of a transcript
-// is on screen, the dots of rows and tabs, the folder lines, and when the composer may send. Tints
-// are names of the window palette's colours.
+// What the Sessions page decides by itself, as rules over plain values: the dots of rows and tabs,
+// the folder lines, and when the composer may send. Tints are names of the window palette's
+// colours.
 #include "workspace/CodexSessionState.h"
 
 #include <QString>
 
 namespace nimbrel {
-
-inline constexpr qsizetype transcriptPageSize = 20;
-
-// The entries [start, end) on screen, pageOffset entries behind the newest.
-struct TranscriptPage {
-    qsizetype start = 0;
-    qsizetype end = 0;
-    bool operator==(const TranscriptPage&) const = default;
-};
-TranscriptPage transcriptPage(qsizetype count, qint64 pageOffset);
-
-// Whether older output can be shown: it is in memory behind this page, or the engine holds more.
-bool showsEarlierOutput(qsizetype count, qint64 pageOffset, bool canLoadEarlier);
 
 // A listed thread's dot: green while it works, red for an engine failure, else muted cyan.
 QString threadDotTint(const CodexThread& thread, TurnControlState::Phase phase);

@@ -1,6 +1,7 @@
 #include "support/ScriptedWorkspace.h"
 #include "ui/sessions/BridgeWorkspaceViewModel.h"
 #include "ui/sessions/SessionPresentation.h"
+#include "ui/sessions/transcript/TranscriptPresentation.h"
 
 #include <QSignalSpy>
 

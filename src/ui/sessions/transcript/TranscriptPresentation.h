@@ -8,9 +8,23 @@
 
 namespace nimbrel {
 
-// How the entries of a transcript are shown: the rules of a card, of its shortened output, of the
-// groups of activity and of the strip of a running turn. Colours are names of the window's palette;
-// symbols are icon-theme names.
+// How the entries of a transcript are shown: which slice of them is on screen, the rules of a card,
+// of its shortened output, of the groups of activity and of the strip of a running turn. Colours
+// are names of the window's palette; symbols are icon-theme names.
+
+// A page of a transcript: at most this many entries on screen.
+inline constexpr qsizetype transcriptPageSize = 20;
+
+// The entries [start, end) on screen, pageOffset entries behind the newest.
+struct TranscriptPage {
+    qsizetype start = 0;
+    qsizetype end = 0;
+    bool operator==(const TranscriptPage&) const = default;
+};
+TranscriptPage transcriptPage(qsizetype count, qint64 pageOffset);
+
+// Whether older output can be shown: it is in memory behind this page, or the engine holds more.
+bool showsEarlierOutput(qsizetype count, qint64 pageOffset, bool canLoadEarlier);
 
 inline constexpr int streamingOutputLimit = 2000;
 inline constexpr int settledOutputLimit = 4000;

@@ -1,7 +1,5 @@
 #include "TranscriptViewModel.h"
 
-#include "ui/sessions/SessionPresentation.h"
-
 #include "ui/sessions/transcript/SessionActivityPreference.h"
 #include "workspace/CodexWorkspace.h"
 #include "workspace/SessionParsers.h"
