@@ -2,11 +2,11 @@
 // arriving to the frame that shows its newest page; then, during a flood of 100,000 deltas into the
 // open session, the longest stall of the main thread (the worst lateness of a 1 ms timer) and the
 // resident memory.
+#include "app/BridgeWindow.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
-#include "ui/BridgeWindow.h"
-#include "ui/BridgeWorkspaceViewModel.h"
-#include "ui/WindowPalette.h"
+#include "ui/common/WindowPalette.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
 #include "workspace/CodexWorkspace.h"
 
 #include <QElapsedTimer>
@@ -30,7 +30,7 @@ namespace {
 const QByteArray pageQml = R"(
 import QtQuick
 import QtQuick.Controls
-import "qrc:/NimbrelBridge/ui/qml"
+import "qrc:/NimbrelBridge/ui/sessions"
 ApplicationWindow {
     id: window
     required property var view

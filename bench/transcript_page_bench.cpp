@@ -1,12 +1,12 @@
 // The time to build and lay out a page of 20 transcript cards, each holding 4,000 characters (the
 // most a settled card shows whole), offscreen; and the same page when each entry holds a megabyte,
 // which the cards shorten.
+#include "app/BridgeWindow.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
-#include "ui/BridgeWindow.h"
-#include "ui/SessionActivityPreference.h"
-#include "ui/TranscriptViewModel.h"
-#include "ui/WindowPalette.h"
+#include "ui/common/WindowPalette.h"
+#include "ui/sessions/transcript/SessionActivityPreference.h"
+#include "ui/sessions/transcript/TranscriptViewModel.h"
 #include "workspace/CodexWorkspace.h"
 
 #include <QElapsedTimer>
@@ -28,7 +28,7 @@ namespace {
 const QByteArray page = R"(
 import QtQuick
 import QtQuick.Controls
-import "qrc:/NimbrelBridge/ui/qml"
+import "qrc:/NimbrelBridge/ui/sessions/transcript"
 ApplicationWindow {
     id: window
     required property var view

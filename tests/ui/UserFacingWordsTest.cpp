@@ -98,7 +98,7 @@ TEST(UserFacingWordsTest, TheCheckFindsQuotedTextsOnly)
         {R"(QStringLiteral("Run codex in Terminal"))", true, 1},
         {"auto x = R\"(on this Wi-Fi network)\";", true, 1},
         {R"(const char c = '"'; auto t = "an iPad";)", true, 1},
-        {R"(#include "ui/MacSessionViewModel.h")", true, 0},
+        {R"(#include "ui/sessions/MacSessionViewModel.h")", true, 0},
         {R"(// the Mac's window)", true, 0},
         {R"(/* "iPhone" */ MacSessionView {})", false, 0},
         {R"(QStringLiteral("MacSessionView.qml"))", true, 0},

@@ -1,0 +1,76 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Controls.impl
+import QtQuick.Layouts
+import "../../common"
+
+// One transcript entry: its title and status in its kind's colour, and its output, shortened.
+Rectangle {
+    id: card
+    required property var palette_
+    required property var view
+    required property string entryID
+    required property string title
+    required property string status
+    required property string symbol
+    required property string accent
+    required property string text
+    required property bool muted
+    required property bool monospaced
+    required property string toggleLabel
+    required property bool inGroup
+    readonly property color tint: palette_.color(accent)
+
+    objectName: "card-" + entryID
+    radius: 8
+    color: Qt.rgba(tint.r, tint.g, tint.b, 0.08)
+    border.color: Qt.rgba(tint.r, tint.g, tint.b, 0.35)
+    implicitHeight: content.implicitHeight + 20
+
+    ColumnLayout {
+        id: content
+        x: 10
+        y: 10
+        width: card.width - 20
+        spacing: 6
+        RowLayout {
+            Layout.fillWidth: true
+            IconImage { name: card.symbol; color: card.tint; sourceSize: Qt.size(16, 16) }
+            Label {
+                text: card.title
+                textFormat: Text.PlainText
+                font.bold: true
+                color: card.tint
+                elide: Text.ElideRight
+                Layout.fillWidth: true
+            }
+            Label {
+                visible: card.status !== ""
+                text: card.status
+                textFormat: Text.PlainText
+                font.family: "monospace"
+                font.pointSize: 8
+                color: card.tint
+                opacity: 0.8
+            }
+        }
+        SelectableText {
+            objectName: "output-" + card.entryID
+            visible: card.text !== ""
+            text: card.text
+            monospaced: card.monospaced
+            font.pointSize: card.monospaced ? 9 : Qt.application.font.pointSize
+            opacity: card.muted ? 0.6 : 1
+            Layout.fillWidth: true
+            Layout.preferredWidth: 1
+        }
+        Button {
+            objectName: "toggle-" + card.entryID
+            visible: card.toggleLabel !== ""
+            text: card.toggleLabel
+            flat: true
+            palette.buttonText: card.tint
+            onClicked: card.view.toggleFullText(card.entryID)
+        }
+    }
+}

@@ -1,0 +1,146 @@
+#include "TranscriptViewModel.h"
+
+#include "ui/sessions/transcript/SessionActivityPreference.h"
+#include "workspace/CodexWorkspace.h"
+#include "workspace/SessionParsers.h"
+
+#include <span>
+
+namespace nimbrel {
+
+const QList<QByteArray> TranscriptViewModel::roles = {
+    "rowType",         "entryID", "blockID",     "title",    "status",
+    "symbol",          "accent",  "text",        "muted",    "monospaced",
+    "toggleLabel",     "inGroup", "updatesText", "expanded", "accessibilityValue",
+    "accessibilityID", "chevron"};
+
+TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
+                                         SessionActivityPreference& preference, QString threadID,
+                                         QObject* parent)
+    : QObject(parent)
+    , m_workspace(workspace)
+    , m_preference(preference)
+    , m_threadID(std::move(threadID))
+{
+    connect(&m_workspace, &CodexWorkspace::sessionChanged, this, [this](const QString& id) {
+        if (id == m_threadID && refresh())
+            emit pageContentChanged();
+    });
+    // The global control overrules every choice made for a single group.
+    connect(&m_preference, &SessionActivityPreference::expandedChanged, this, [this] {
+        m_groupOverrides.clear();
+        refresh();
+    });
+    refresh();
+}
+
+bool TranscriptViewModel::showsActivityStrip() const
+{
+    const CodexSessionState* state = m_workspace.session(m_threadID);
+    return state && nimbrel::showsActivityStrip(*state);
+}
+
+QString TranscriptViewModel::activityStripText() const
+{
+    const CodexSessionState* state = m_workspace.session(m_threadID);
+    return state ? nimbrel::activityStripText(*state) : QString();
+}
+
+void TranscriptViewModel::toggleGroup(const QString& blockID)
+{
+    const int row = m_rows.rowOf(QStringLiteral("header:") + blockID);
+    if (row < 0)
+        return;
+    m_groupOverrides[blockID] = !m_rows.value(row, "expanded").toBool();
+    refresh();
+}
+
+void TranscriptViewModel::toggleFullText(const QString& entryID)
+{
+    if (!m_fullTextEntries.erase(entryID))
+        m_fullTextEntries.insert(entryID);
+    refresh();
+}
+
+ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnControlState::Phase phase,
+                                        bool inGroup, std::map<QString, CachedOutput>& outputs)
+{
+    const bool streaming = entryIsStreaming(entry, phase);
+    const bool full = m_fullTextEntries.contains(entry.id);
+    // An entry that did not change keeps its shortened output: only the growing card is cut anew.
+    auto cached = m_outputs.find(entry.id);
+    if (cached == m_outputs.end() || cached->second.isStreaming != streaming ||
+        cached->second.showsFullText != full || !(cached->second.entry == entry))
+        cached =
+            m_outputs
+                .insert_or_assign(entry.id, CachedOutput{entry, streaming, full,
+                                                         transcriptOutput(entry, streaming, full)})
+                .first;
+    const TranscriptOutput& output = cached->second.output;
+    outputs.insert(*cached);
+    const TranscriptCardStyle style = transcriptCardStyle(entry.kind);
+    return {QStringLiteral("card:") + entry.id,
+            {QStringLiteral("card"), entry.id, QString(), entry.title,
+             entry.status.value_or(QString()).toUpper(), style.symbol, style.accent, output.text,
+             output.muted, output.monospaced, output.toggleLabel, inGroup, QString(), false,
+             QString(), QString(), QString()}};
+}
+
+void TranscriptViewModel::setPageOffset(qint64 offset)
+{
+    if (offset == m_pageOffset)
+        return;
+    m_pageOffset = offset;
+    refresh();
+}
+
+bool TranscriptViewModel::refresh()
+{
+    emit stripChanged();
+    const CodexSessionState* state = m_workspace.session(m_threadID);
+    if (!state) {
+        const bool changed = !m_rows.records().isEmpty();
+        m_rows.setRecords({});
+        return changed;
+    }
+    const TranscriptPage page =
+        transcriptPage(static_cast<qsizetype>(state->transcript.size()), m_pageOffset);
+    const std::span<const TranscriptEntry> entries =
+        std::span(state->transcript).subspan(page.start, page.end - page.start);
+    const TurnControlState::Phase phase = state->turnControl.phase;
+
+    QList<ListRecord> rows;
+    std::map<QString, CachedOutput> outputs;
+    std::map<QString, bool> overrides;
+    for (const TranscriptBlock& block : groupTranscriptBlocks(entries)) {
+        if (!block.entries.front().isActivity()) {
+            for (const TranscriptEntry& entry : block.entries)
+                rows.append(cardRow(entry, phase, false, outputs));
+            continue;
+        }
+        std::optional<bool> override;
+        if (const auto found = m_groupOverrides.find(block.id()); found != m_groupOverrides.end()) {
+            override = found->second;
+            overrides.insert(*found);
+        }
+        const bool expanded = activityGroupExpanded(override, m_preference.expanded());
+        rows.append({QStringLiteral("header:") + block.id(),
+                     {QStringLiteral("header"), QString(), block.id(), QStringLiteral("Processing"),
+                      QString(), SessionActivityPreference::symbol(), QString(), QString(), false,
+                      false, QString(), false, activityUpdatesText(block.entries.size()), expanded,
+                      expansionValue(expanded), QStringLiteral("processing-") + block.id(),
+                      expanded ? QStringLiteral("go-down") : QStringLiteral("go-next")}});
+        if (expanded)
+            for (const TranscriptEntry& entry : block.entries)
+                rows.append(cardRow(entry, phase, true, outputs));
+    }
+    // What left the rows leaves the view's memory: its overrides and its unfolded outputs.
+    m_outputs = std::move(outputs);
+    m_groupOverrides = std::move(overrides);
+    std::erase_if(m_fullTextEntries, [&](const QString& id) { return !m_outputs.contains(id); });
+    const bool changed = rows != m_rows.records();
+    m_rows.setRecords(rows);
+    return changed;
+}
+
+} // namespace nimbrel

@@ -1,0 +1,163 @@
+#include "app/BridgeWindow.h"
+#include "support/BridgeUnderTest.h"
+#include "support/EventLoop.h"
+#include "support/RunningProgram.h"
+
+#include <QGuiApplication>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QStyleHints>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+// The real window, shown offscreen over a controller that talks to the fake engine.
+struct ShownWindow {
+    explicit ShownWindow(BridgeUnderTest& bridge)
+        : window(bridge.controller(), bridge.defaults)
+    {
+        if (window.mainWindow()) {
+            window.mainWindow()->show();
+            EXPECT_TRUE(QTest::qWaitForWindowExposed(window.mainWindow()));
+        }
+    }
+    QQuickItem* item(const char* name) const
+    {
+        return qobject_cast<QQuickItem*>(window.find(name));
+    }
+    QString text(const char* name) const { return window.find(name)->property("text").toString(); }
+    // A mouse click in the middle of the item, where the user would press it.
+    void click(QQuickItem* target) const
+    {
+        ASSERT_TRUE(target && target->isVisible());
+        QTest::mouseClick(
+            target->window(), Qt::LeftButton, {},
+            target->mapToScene(QPointF(target->width() / 2, target->height() / 2)).toPoint());
+    }
+
+    BridgeWindow window;
+};
+
+const char* approvalScenario = R"({"cues": [{"when": "approve", "actions": [
+    {"send": {"id": 0, "method": "item/commandExecution/requestApproval", "params": {"threadId": "t", "turnId": "u", "command": "make test", "cwd": "/srv/\u202Eniam"}}},
+    {"send": {"id": 1, "method": "item/fileChange/requestApproval", "params": {"threadId": "t", "turnId": "u"}}}]}]})";
+
+bool engineRead(BridgeUnderTest& bridge, const char* message)
+{
+    return waitFor([&] {
+        const auto received = bridge.engine.received();
+        return std::any_of(received.begin(), received.end(),
+                           [&](const JSONValue& m) { return m == json(message); });
+    });
+}
+
+} // namespace
+
+TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)
+{
+    BridgeUnderTest bridge(json(approvalScenario));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow()) << "Main.qml did not load";
+    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+    EXPECT_EQ(shown.text("appServerStatus"), "Codex app-server ready");
+    QObject* sheetObject = shown.window.find("approvalSheet");
+    ASSERT_TRUE(sheetObject);
+    EXPECT_FALSE(sheetObject->property("visible").toBool());
+
+    bridge.say("approve");
+    ASSERT_TRUE(waitFor([&] { return sheetObject->property("opened").toBool(); }));
+    EXPECT_EQ(shown.text("approvalTitle"), "Run this command?");
+    EXPECT_EQ(shown.window.find("approvalCommand")->property("text"), "make test");
+    // The engine's text shows its bidirectional controls instead of obeying them.
+    EXPECT_EQ(shown.text("approvalCwd"), "/srv/\\u202Eniam");
+
+    // Escape and a click outside leave it open: only its buttons decide.
+    QTest::keyClick(shown.window.mainWindow(), Qt::Key_Escape);
+    QTest::mouseClick(shown.window.mainWindow(), Qt::LeftButton, {}, QPoint(5, 5));
+    QTest::qWait(QGuiApplication::styleHints()->mouseDoubleClickInterval() + 50);
+    EXPECT_TRUE(sheetObject->property("visible").toBool());
+
+    shown.click(shown.item("acceptButton"));
+    ASSERT_TRUE(engineRead(bridge, R"({"id":0,"result":{"decision":"accept"}})"));
+    // The queued approval takes the sheet's place.
+    ASSERT_TRUE(waitFor([&] { return shown.text("approvalTitle") == "Apply file changes?"; }));
+    EXPECT_TRUE(sheetObject->property("visible").toBool());
+    EXPECT_FALSE(shown.item("approvalCommand")->isVisible());
+    shown.click(shown.item("declineButton"));
+    ASSERT_TRUE(engineRead(bridge, R"({"id":1,"result":{"decision":"decline"}})"));
+    EXPECT_TRUE(waitFor([&] { return !sheetObject->property("visible").toBool(); }));
+}
+
+TEST(MainWindow, PairsTheDeviceWhoseCodeItShows)
+{
+    BridgeUnderTest bridge(json("{}"));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    shown.click(shown.item("bridgeSetupPage"));
+    EXPECT_FALSE(shown.item("pairingSection")->isVisible());
+    EXPECT_TRUE(shown.item("noTrustedDevices")->isVisible());
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", bridge.home.filePath("peer-home"));
+    RunningProgram peer(NIMBREL_PEER_PATH,
+                        {"--host", "127.0.0.1", "--port", QString::number(bridge.port()), "--name",
+                         "Ada's Phone", "--state", bridge.home.filePath("peer")},
+                        environment);
+    peer.type("pair");
+    const QString code = peer.captured("Pairing code: (\\d{6})");
+    ASSERT_EQ(code.size(), 6) << peer.err.toStdString();
+    ASSERT_TRUE(waitFor([&] { return shown.item("pairingSection")->isVisible(); }));
+    EXPECT_EQ(shown.text("pairingCode"), code);
+
+    shown.click(shown.item("pairButton"));
+    EXPECT_TRUE(peer.saysOnOutput(R"("kind":"pairingAccepted")")) << peer.err.toStdString();
+    EXPECT_TRUE(waitFor([&] { return !shown.item("pairingSection")->isVisible(); }));
+    EXPECT_FALSE(shown.item("noTrustedDevices")->isVisible());
+    ASSERT_EQ(bridge.controller().trustedPeers().size(), 1u);
+
+    shown.click(shown.item("forgetButton"));
+    EXPECT_TRUE(bridge.controller().trustedPeers().empty());
+    EXPECT_TRUE(waitFor([&] { return shown.item("noTrustedDevices")->isVisible(); }));
+}
+
+TEST(MainWindow, WithoutCodexTheEmptyPageOffersTheTourWhoseSessionsAnswer)
+{
+    BridgeUnderTest bridge(json("{}"));
+    bridge.home.setPath(bridge.home.filePath("nowhere"));
+    bridge.controller().restartCodex();
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return shown.item("start-tour")->isVisible(); }));
+    EXPECT_TRUE(shown.item("tour-offer-text")->isVisible());
+
+    shown.click(shown.item("start-tour"));
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer") != nullptr; }));
+    EXPECT_FALSE(shown.item("start-tour")->isVisible());
+    for (const char* tab :
+         {"tab-demo-thread-build", "tab-demo-thread-question", "tab-demo-thread-notes"})
+        EXPECT_TRUE(shown.window.find(tab)) << tab;
+    EXPECT_TRUE(shown.window.find("thread-demo-thread-notes"));
+    // The finished session shows a card of every kind.
+    for (const char* card : {"card-demo-build-1", "card-demo-build-2", "card-demo-build-3",
+                             "card-demo-build-4", "card-demo-build-6", "card-demo-build-7"})
+        EXPECT_TRUE(waitFor([&] { return shown.window.find(card) != nullptr; })) << card;
+
+    shown.window.find("composer")->setProperty("text", "What changed?");
+    shown.click(shown.item("composer-send"));
+    bridge.scheduler.advance(CodexWorkspace::demoReplyDelaySeconds);
+    const auto replied = [&] {
+        const std::vector<TranscriptEntry>& transcript =
+            bridge.workspace().sessionState("demo-thread-build").transcript;
+        return transcript.size() == 9 && transcript.back().title == "Offline Demo";
+    };
+    ASSERT_TRUE(waitFor(replied));
+    const QString replyCard =
+        "card-" + bridge.workspace().sessionState("demo-thread-build").transcript.back().id;
+    EXPECT_TRUE(waitFor([&] { return shown.window.find(replyCard) != nullptr; }));
+    EXPECT_FALSE(bridge.controller().appServerReady());
+}

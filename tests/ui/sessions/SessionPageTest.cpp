@@ -1,0 +1,249 @@
+#include "support/ScriptedWorkspace.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
+#include "ui/sessions/SessionPresentation.h"
+#include "ui/sessions/transcript/TranscriptPresentation.h"
+
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+using Phase = TurnControlState::Phase;
+
+// An engine page of items, newest first, numbered from..down to; more names the cursor of the next.
+JSONValue itemsPage(int from, int down, const char* more)
+{
+    std::vector<JSONValue> items;
+    for (int number = from; number >= down; --number)
+        items.push_back(JSONValue::object(
+            {{"item", JSONValue::object({{"type", "agentMessage"},
+                                         {"id", "item-" + std::to_string(number)},
+                                         {"text", "message " + std::to_string(number)}})}}));
+    return JSONValue::object({{"data", JSONValue::array(std::move(items))},
+                              {"nextCursor", more ? JSONValue(more) : JSONValue()}});
+}
+
+class SessionPageTest : public ScriptedWorkspace {
+protected:
+    SessionPageTest()
+        : page(workspace, scheduler, defaults)
+        , session(*page.sessionView())
+    {
+        workspace.rememberThread({"thr_1", "Fix the build", "", "", "cli", "idle", 0, {}, {}});
+        workspace.openThread("thr_1");
+    }
+
+    // The ids of the cards on the page, oldest first.
+    QStringList shownEntries()
+    {
+        QStringList ids;
+        RecordListModel* rows = session.transcriptView()->rows();
+        for (int row = 0; row < rows->rowCount(); ++row)
+            if (rows->value(row, "rowType") == "card")
+                ids.append(rows->value(row, "entryID").toString());
+        return ids;
+    }
+    void setPhase(Phase phase, std::optional<QString> turnID = std::nullopt)
+    {
+        workspace.changeSession("thr_1", [&](CodexSessionState& state) {
+            state.turnControl.phase = phase;
+            state.turnControl.turnID = turnID;
+        });
+    }
+    void appendToLast(const QString& text)
+    {
+        workspace.changeSession(
+            "thr_1", [&](CodexSessionState& state) { state.transcript.back().text += text; });
+    }
+
+    BridgeWorkspaceViewModel page;
+    MacSessionViewModel& session;
+};
+
+} // namespace
+
+TEST(TranscriptPaging, PagesCountFromTheNewestEnd)
+{
+    EXPECT_EQ(transcriptPage(45, 0), (TranscriptPage{25, 45}));
+    EXPECT_EQ(transcriptPage(45, 20), (TranscriptPage{5, 25}));
+    EXPECT_EQ(transcriptPage(45, 40), (TranscriptPage{0, 5}));
+    EXPECT_EQ(transcriptPage(45, 60), (TranscriptPage{0, 0}));
+    EXPECT_EQ(transcriptPage(10, -5), (TranscriptPage{0, 10}));
+    EXPECT_TRUE(showsEarlierOutput(45, 20, false));
+    EXPECT_FALSE(showsEarlierOutput(45, 40, false));
+    EXPECT_TRUE(showsEarlierOutput(45, 40, true));
+}
+
+TEST(SessionDots, WorkQuestionsAndStatusColourRowsAndTabs)
+{
+    CodexThread thread{"t", "T", "", "", "cli", "systemError", 0, {}, {}};
+    EXPECT_EQ(threadDotTint(thread, Phase::Running), "green");
+    EXPECT_EQ(threadDotTint(thread, Phase::Idle), "red");
+    thread.status = "SystemError";
+    EXPECT_EQ(threadDotTint(thread, Phase::Idle), "mutedCyan");
+    thread.status = "active";
+    EXPECT_EQ(threadDotTint(thread, Phase::Idle), "green");
+
+    CodexSessionState state;
+    state.turnControl.phase = Phase::Running;
+    EXPECT_EQ(tabDotTint(state), "green");
+    state.userInputPrompts.push_back({});
+    EXPECT_EQ(tabDotTint(state), "orange");
+    EXPECT_EQ(threadFolderText(""), "Home folder");
+    EXPECT_EQ(threadFolderText("/srv/app"), "/srv/app");
+    EXPECT_EQ(headerFolderText(""), QDir::homePath());
+}
+
+TEST_F(SessionPageTest, PagesOfTwentyAndEarlierOutputFromTheEngine)
+{
+    ASSERT_TRUE(session.present());
+    EXPECT_EQ(session.stateKind(), "loading");
+    engine.last("thread/items/list").completion(itemsPage(45, 36, "35"));
+    EXPECT_EQ(shownEntries().size(), 10);
+    EXPECT_TRUE(session.showsEarlier());
+
+    // Ten in memory and more on the engine: the press asks at once, and the page moves onto the
+    // eight that arrive and the two oldest before them.
+    session.showEarlier();
+    EXPECT_EQ(engine.count("thread/items/list"), 2);
+    EXPECT_FALSE(session.earlierEnabled());
+    EXPECT_EQ(session.earlierText(), "Loading earlier output…");
+    engine.last("thread/items/list").completion(itemsPage(35, 28, "27"));
+    EXPECT_EQ(session.pageOffset(), 8);
+    EXPECT_EQ(shownEntries().first(), "item-28");
+    EXPECT_EQ(shownEntries().last(), "item-37");
+
+    session.followLive();
+    session.showEarlier();
+    engine.last("thread/items/list").completion(itemsPage(27, 1, nullptr));
+    ASSERT_EQ(session.pageOffset(), 27);
+    session.followLive();
+    EXPECT_EQ(shownEntries().first(), "item-26");
+    session.showEarlier();
+    EXPECT_EQ(shownEntries().first(), "item-6");
+    session.showEarlier();
+    EXPECT_EQ(shownEntries(), (QStringList{"item-1", "item-2", "item-3", "item-4", "item-5"}));
+    EXPECT_FALSE(session.showsEarlier());
+    session.showNewer();
+    session.showNewer();
+    EXPECT_EQ(session.pageOffset(), 0);
+    EXPECT_FALSE(session.showsNewer());
+}
+
+TEST_F(SessionPageTest, FollowsLiveOutputUntilTheUserScrollsAway)
+{
+    engine.last("thread/items/list").completion(itemsPage(45, 1, nullptr));
+    QSignalSpy scrolls(&session, &MacSessionViewModel::scrollRequested);
+    const auto scrolledToBottom = [&] {
+        const bool scrolled = !scrolls.isEmpty() && scrolls.last().at(0) == "bottom";
+        scrolls.clear();
+        return scrolled;
+    };
+    setPhase(Phase::Running, "turn-1");
+    EXPECT_TRUE(scrolledToBottom());
+    appendToLast("x");
+    EXPECT_TRUE(scrolledToBottom());
+
+    session.userMoved(-9);
+    EXPECT_TRUE(session.followsLiveOutput());
+    session.userMoved(-10);
+    EXPECT_TRUE(session.showsFollowLive());
+    appendToLast("y");
+    EXPECT_FALSE(scrolledToBottom());
+    // The next turn that starts on the newest page follows again by itself.
+    setPhase(Phase::Idle);
+    setPhase(Phase::Running, "turn-2");
+    EXPECT_TRUE(scrolledToBottom());
+    EXPECT_FALSE(session.showsFollowLive());
+
+    // Reading an older page, new output and a new turn leave the scroll position alone.
+    session.showEarlier();
+    scrolls.clear();
+    setPhase(Phase::Idle);
+    setPhase(Phase::Running, "turn-3");
+    appendToLast("z");
+    EXPECT_TRUE(scrolls.isEmpty());
+    EXPECT_EQ(session.pageOffset(), 20);
+
+    // A question brings the newest page back.
+    UserInputRequest request{"q-1", "thr_1", "turn-2", {}, false};
+    request.questions.push_back({"q", "", "Which one?", std::nullopt, std::nullopt});
+    workspace.addUserInputPrompt(request);
+    EXPECT_EQ(session.pageOffset(), 0);
+    EXPECT_TRUE(session.followsLiveOutput());
+    EXPECT_TRUE(scrolledToBottom());
+    EXPECT_EQ(session.questions().size(), 1);
+}
+
+TEST_F(SessionPageTest, ComposerSendsOrSteersInThePhasesThatTakeAMessage)
+{
+    engine.last("thread/items/list").completion(itemsPage(2, 1, nullptr));
+    session.setDraft(" \n\t ");
+    for (Phase phase : {Phase::Idle, Phase::Starting, Phase::Running, Phase::Stopping}) {
+        setPhase(phase, "turn-1");
+        EXPECT_FALSE(session.sendEnabled());
+    }
+    session.setDraft("Run the tests");
+    setPhase(Phase::Idle);
+    EXPECT_TRUE(session.sendEnabled());
+    EXPECT_EQ(session.placeholder(), "Message Codex…");
+    setPhase(Phase::Running);
+    EXPECT_FALSE(session.sendEnabled());
+    setPhase(Phase::Starting, "turn-1");
+    EXPECT_FALSE(session.sendEnabled());
+    setPhase(Phase::Stopping, "turn-1");
+    EXPECT_EQ(session.phaseText(), "Stopping…");
+    EXPECT_FALSE(session.stopEnabled());
+
+    setPhase(Phase::Running, "turn-1");
+    EXPECT_EQ(session.placeholder(), "Steer the active turn…");
+    EXPECT_EQ(session.sendSymbol(), "mail-forward-symbolic");
+    EXPECT_TRUE(session.sendEnabled());
+    session.send();
+    EXPECT_EQ(session.draft(), "");
+    EXPECT_EQ(engine.count("turn/steer"), 1);
+
+    // The tab cannot close while the turn runs.
+    const RecordListModel* tabs = page.tabs();
+    EXPECT_EQ(tabs->value(tabs->rowOf("thr_1"), "closeEnabled"), false);
+    page.closeTab("thr_1");
+    EXPECT_EQ(workspace.openThreadIDs(), QStringList{"thr_1"});
+    setPhase(Phase::Idle);
+    page.closeTab("thr_1");
+    EXPECT_FALSE(session.present());
+}
+
+TEST_F(SessionPageTest, AThreadUpdatedAMomentAgoReadsAsPastHoweverLongAgoTheClockTicked)
+{
+    scheduler.advance(60); // the clock's tick is due, and has not run
+    workspace.refreshThreads();
+    engine.answerList(JSONValue::object(
+        {{"data", JSONValue::array({JSONValue::object({{"id", "thr_x"},
+                                                       {"preview", "Tidy the docs"},
+                                                       {"updatedAt", scheduler.date() - 5}})})}}));
+    ASSERT_EQ(page.threadRows()->rowCount(), 1);
+    EXPECT_EQ(page.threadRows()->value(0, "updated"), "5 seconds ago");
+}
+
+TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
+{
+    workspace.refreshThreads();
+    engine.answerList(
+        JSONValue::decode(R"({"data":[{"id":"thr_x","preview":"Tidy the docs","cwd":""}]})")
+            .value());
+    ASSERT_EQ(page.threadRows()->rowCount(), 1);
+    EXPECT_EQ(page.threadRows()->value(0, "folder"), "Home folder");
+    page.openRow("thr_x");
+    EXPECT_EQ(session.title(), "Tidy the docs");
+
+    workspace.refreshThreads();
+    engine.answerList(JSONValue::decode(R"({"data":[]})").value());
+    EXPECT_EQ(page.threadRows()->rowCount(), 0);
+    EXPECT_EQ(workspace.openThreadIDs(), (QStringList{"thr_1", "thr_x"}));
+    EXPECT_EQ(session.title(), "Tidy the docs");
+    EXPECT_EQ(page.tabs()->value(page.selectedTab(), "threadID"), "thr_x");
+}

@@ -1,0 +1,92 @@
+#include "ui/sessions/configuration/SessionConfiguration.h"
+#include "support/ScriptedWorkspace.h"
+#include "ui/sessions/configuration/NewSessionConfigurationViewModel.h"
+#include "ui/sessions/configuration/SessionConfigurationViewModel.h"
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+const char* catalogue = R"({"data":[
+ {"id":"gpt-5-codex","model":"gpt-5-codex","displayName":"GPT-5 Codex","description":"For agents.",
+  "defaultReasoningEffort":"medium","isDefault":true,
+  "supportedReasoningEfforts":[{"reasoningEffort":"low","description":"Fast"},{"reasoningEffort":"medium"},
+                               {"reasoningEffort":"xhigh"}]},
+ {"id":"gpt-5-mini","model":"gpt-5-mini","displayName":"GPT-5 Mini"}]})";
+
+class SessionConfigurationTest : public ScriptedWorkspace {
+protected:
+    void answerCatalogue()
+    {
+        engine.last("model/list").completion(JSONValue::decode(catalogue).value());
+    }
+};
+
+} // namespace
+
+TEST(EffortDisplayName, NamesEveryForm)
+{
+    EXPECT_EQ(effortDisplayName(""), "Codex Default");
+    EXPECT_EQ(effortDisplayName("xHigh"), "Extra High");
+    EXPECT_EQ(effortDisplayName("medium"), "Medium");
+    EXPECT_EQ(effortDisplayName("very-LOW"), "Very Low");
+    EXPECT_EQ(effortDisplayName("max_depth"), "Max_depth");
+}
+
+TEST_F(SessionConfigurationTest, MenusShowTheSessionsChoiceAndRefuseChangesDuringATurn)
+{
+    SessionConfigurationViewModel menus(workspace, "s");
+    EXPECT_EQ(menus.modelsPlaceholder(), "Loading available models…");
+    EXPECT_EQ(menus.modelPickerRows()->value(0, "label"), "Codex Default");
+    EXPECT_EQ(menus.modelPickerRows()->value(0, "id"), "");
+    answerCatalogue();
+    EXPECT_EQ(menus.modelsPlaceholder(), "");
+    // Nothing stored: the model's default effort shows as selected.
+    EXPECT_EQ(menus.effortLabel(), "Thinking: Medium");
+    EXPECT_TRUE(menus.effortOptions()->value(1, "selected").toBool());
+    EXPECT_EQ(menus.modelNote(), "For agents.");
+
+    // An effort the model does not list shows in the label, with no option marked.
+    workspace.changeSession(
+        "s", [](CodexSessionState& s) { s.reasoningEffort = QStringLiteral("turbo-max"); });
+    EXPECT_EQ(menus.effortName(), "Turbo Max");
+    for (int row = 0; row < menus.effortOptions()->rowCount(); ++row)
+        EXPECT_FALSE(menus.effortOptions()->value(row, "selected").toBool());
+    menus.chooseEffort("xhigh");
+    EXPECT_EQ(menus.effortAccessibleName(), "Thinking depth, Extra High");
+    menus.chooseModel("gpt-5-mini");
+    EXPECT_EQ(menus.modelAccessibleName(), "Model, GPT-5 Mini");
+    EXPECT_EQ(menus.effortsPlaceholder(), "No thinking-depth choices reported for this model");
+    EXPECT_EQ(menus.effortPickerRows()->rowCount(), 1);
+
+    workspace.changeSession(
+        "s", [](CodexSessionState& s) { s.turnControl.phase = TurnControlState::Phase::Running; });
+    EXPECT_EQ(menus.modelHint(), "Stop the active turn before changing models");
+    EXPECT_EQ(menus.effortHint(), "Stop the active turn before changing thinking depth");
+    EXPECT_EQ(menus.footer(), "Stop the active turn before changing its model or thinking effort.");
+    menus.chooseModel("gpt-5-codex");
+    EXPECT_EQ(menus.modelName(), "GPT-5 Mini");
+    const long loads = engine.count("model/list");
+    menus.reloadModels(); // reloading still works during a turn
+    EXPECT_EQ(engine.count("model/list"), loads + 1);
+}
+
+TEST_F(SessionConfigurationTest, ANewSessionsEffortFollowsItsModel)
+{
+    answerCatalogue();
+    NewSessionConfigurationViewModel controls(workspace);
+    EXPECT_EQ(controls.effortRows()->rowCount(), 1) << "no model: only Use Codex Default";
+    controls.setModel("gpt-5-codex");
+    EXPECT_EQ(controls.effort(), "") << "Use Codex Default stays";
+    controls.setEffort("low");
+    controls.setModel("gpt-5-codex-copy");
+    EXPECT_EQ(controls.effort(), "");
+    controls.setModel("gpt-5-codex");
+    controls.setEffort("xhigh");
+    controls.setModel("gpt-5-mini");
+    EXPECT_EQ(controls.effort(), workspace.defaultEffort("gpt-5-mini").value_or(QString()));
+    EXPECT_EQ(controls.modelIndex(), 2);
+}

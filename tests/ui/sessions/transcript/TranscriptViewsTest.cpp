@@ -1,0 +1,229 @@
+#include "platform/TextFormatting.h"
+#include "support/ScriptedWorkspace.h"
+#include "ui/sessions/UserInputRequestViewModel.h"
+#include "ui/sessions/transcript/SessionActivityPreference.h"
+#include "ui/sessions/transcript/TranscriptViewModel.h"
+
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+using namespace nimbrel::test;
+
+namespace {
+
+TranscriptEntry entry(const char* id, TranscriptKind kind, const QString& text,
+                      std::optional<QString> status = {})
+{
+    return {id, kind, QStringLiteral("Title"), text, std::move(status), std::nullopt, {}};
+}
+
+const QString settledMarker =
+    QStringLiteral("\n\n… output shortened to keep this conversation responsive …\n\n");
+const QString liveMarker = QStringLiteral("… showing latest live output …\n\n");
+
+// Clusters that a careless cut would split: a flag, a family, a letter with a combining mark, and
+// plain letters, whose pairs let the cuts read only a window of the text.
+QStringList clustersOf(int count)
+{
+    const QStringList kinds = {
+        QStringLiteral("\U0001F1EB\U0001F1F7"),
+        QStringLiteral("\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466"),
+        QStringLiteral("e\u0301"), QStringLiteral("a"), QStringLiteral("b")};
+    QStringList clusters;
+    for (int i = 0; i < count; ++i)
+        clusters.append(kinds[(i * 7 / 3) % kinds.size()]);
+    return clusters;
+}
+
+} // namespace
+
+TEST(TranscriptOutput, ShortensAtTheLimitsOfEachState)
+{
+    const QString settled4000(4000, QLatin1Char('x'));
+    EXPECT_EQ(transcriptOutput(entry("e", TranscriptKind::Command, settled4000), false, false),
+              (TranscriptOutput{settled4000, false, true, {}}));
+    const QString text4001 = QString(3000, 'h') + QString(1, 'm') + QString(1000, 't');
+    EXPECT_EQ(transcriptOutput(entry("e", TranscriptKind::Assistant, text4001), false, false),
+              (TranscriptOutput{QString(3000, 'h') + settledMarker + QString(1000, 't'), false,
+                                false, "Show complete output"}));
+    const QString live2000(2000, 'x');
+    EXPECT_EQ(
+        transcriptOutput(entry("e", TranscriptKind::Command, live2000), true, false).toggleLabel,
+        "");
+    const QString live2001 = QStringLiteral("y") + live2000;
+    EXPECT_EQ(transcriptOutput(entry("e", TranscriptKind::Command, live2001), true, false).text,
+              liveMarker + live2000);
+    EXPECT_EQ(transcriptOutput(entry("e", TranscriptKind::Command, live2001), true, true),
+              (TranscriptOutput{live2001, false, true, "Collapse output"}));
+
+    EXPECT_EQ(transcriptOutput(entry("r", TranscriptKind::Reasoning, ""), true, false),
+              (TranscriptOutput{"Waiting for a thinking summary…", true, false, {}}));
+    EXPECT_EQ(transcriptOutput(entry("r", TranscriptKind::Reasoning, ""), false, false).text,
+              "No summary text is available for this step.");
+    EXPECT_EQ(transcriptOutput(entry("a", TranscriptKind::Assistant, ""), false, false),
+              TranscriptOutput{});
+}
+
+TEST(TranscriptOutput, AMegabyteIsCutBetweenUserPerceivedCharacters)
+{
+    const QStringList clusters = clustersOf(200000);
+    const QString text = clusters.join(QString());
+    ASSERT_GT(text.size(), 500000);
+    const QStringList head = clusters.mid(0, 3000), tail = clusters.mid(clusters.size() - 1000);
+    EXPECT_EQ(transcriptOutput(entry("e", TranscriptKind::Command, text), false, false).text,
+              head.join(QString()) + settledMarker + tail.join(QString()));
+    EXPECT_EQ(transcriptOutput(entry("e", TranscriptKind::Command, text), true, false).text,
+              liveMarker + clusters.mid(clusters.size() - 2000).join(QString()));
+    // Without a pair of plain letters anywhere, the cuts read the whole text and stay right.
+    const QString noPlainPairs =
+        QString(QStringLiteral("e\u0301\U0001F1EB\U0001F1F7")).repeated(3000);
+    EXPECT_EQ(lastCharacters(noPlainPairs, 3),
+              QStringLiteral("\U0001F1EB\U0001F1F7e\u0301\U0001F1EB\U0001F1F7"));
+    EXPECT_EQ(characterCount(firstCharacters(noPlainPairs, 4001)), 4001);
+    EXPECT_FALSE(hasMoreCharactersThan(noPlainPairs, 6000));
+}
+
+TEST(TranscriptOutput, OnlyWorkInProgressDuringATurnStreams)
+{
+    const TranscriptEntry stored =
+        entry("c", TranscriptKind::Command, "make", QStringLiteral("inProgress"));
+    EXPECT_FALSE(entryIsStreaming(stored, TurnControlState::Phase::Idle));
+    EXPECT_TRUE(entryIsStreaming(stored, TurnControlState::Phase::Running));
+    EXPECT_FALSE(
+        entryIsStreaming(entry("c", TranscriptKind::Command, "make", QStringLiteral("completed")),
+                         TurnControlState::Phase::Running));
+    EXPECT_FALSE(entryIsStreaming(entry("c", TranscriptKind::Command, "make"),
+                                  TurnControlState::Phase::Running));
+}
+
+class TranscriptViewModelTest : public ScriptedWorkspace {
+protected:
+    TranscriptViewModelTest()
+    {
+        workspace.changeSession("s", [](CodexSessionState& session) {
+            session.transcript = {entry("u1", TranscriptKind::User, "Fix the build"),
+                                  entry("c1", TranscriptKind::Command, "make"),
+                                  entry("r1", TranscriptKind::Reasoning, "Looking"),
+                                  entry("a1", TranscriptKind::Assistant, "Done")};
+        });
+    }
+    QStringList rowKeys()
+    {
+        QStringList keys;
+        for (const ListRecord& row : view.rows()->records())
+            keys.append(row.key);
+        return keys;
+    }
+    void append(const TranscriptEntry& added)
+    {
+        workspace.changeSession(
+            "s", [&](CodexSessionState& session) { session.transcript.push_back(added); });
+    }
+
+    SessionActivityPreference preference{defaults};
+    TranscriptViewModel view{workspace, preference, "s"};
+    QAbstractItemModelTester tester{view.rows(),
+                                    QAbstractItemModelTester::FailureReportingMode::Fatal};
+};
+
+TEST_F(TranscriptViewModelTest, GroupsFoldByThemselvesUntilTheGlobalControlOverrulesThem)
+{
+    EXPECT_EQ(rowKeys(), QStringList({"card:u1", "header:c1", "card:c1", "card:r1", "card:a1"}));
+    EXPECT_EQ(view.rows()->value(1, "updatesText"), "2 updates");
+    EXPECT_EQ(view.rows()->value(1, "accessibilityID"), "processing-c1");
+
+    view.toggleGroup("c1");
+    EXPECT_EQ(rowKeys(), QStringList({"card:u1", "header:c1", "card:a1"}));
+    EXPECT_EQ(view.rows()->value(1, "accessibilityValue"), "Collapsed");
+    // A collapsed group stays collapsed as its block grows.
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.transcript.insert(session.transcript.begin() + 3,
+                                  entry("c2", TranscriptKind::Command, "ls"));
+    });
+    EXPECT_EQ(rowKeys(), QStringList({"card:u1", "header:c1", "card:a1"}));
+    EXPECT_EQ(view.rows()->value(1, "updatesText"), "3 updates");
+
+    preference.toggle();
+    preference.toggle();
+    EXPECT_EQ(rowKeys().size(), 6) << "the global control clears every group's own choice";
+    EXPECT_EQ(defaults.value(SessionActivityPreference::key), true);
+
+    preference.setExpanded(false);
+    append(entry("c3", TranscriptKind::Command, "ls"));
+    EXPECT_EQ(rowKeys(), QStringList({"card:u1", "header:c1", "card:a1", "header:c3"}));
+    EXPECT_EQ(preference.buttonText(), "Expand activity");
+}
+
+TEST_F(TranscriptViewModelTest, ALiveDeltaChangesOnlyItsCardAndTheStripFollowsThePhase)
+{
+    QSignalSpy changed(view.rows(), &QAbstractItemModel::dataChanged);
+    QSignalSpy inserted(view.rows(), &QAbstractItemModel::rowsInserted);
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.transcript.back().text += QStringLiteral(" and tested");
+        session.turnControl.phase = TurnControlState::Phase::Running;
+    });
+    ASSERT_EQ(changed.size(), 1);
+    EXPECT_EQ(changed.front().at(0).toModelIndex().row(), 4);
+    EXPECT_EQ(inserted.size(), 0);
+    EXPECT_TRUE(view.showsActivityStrip());
+    EXPECT_EQ(view.activityStripText(), "Codex is working…");
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.activityText = QStringLiteral("Running tests");
+        session.turnControl.phase = TurnControlState::Phase::Stopping;
+    });
+    EXPECT_EQ(view.activityStripText(), "Stopping Codex…");
+
+    // A long output unfolds on request, and folds again.
+    append(entry("c9", TranscriptKind::Command, QString(5000, 'x')));
+    const int last = view.rows()->rowCount() - 1;
+    EXPECT_EQ(view.rows()->value(last, "toggleLabel"), "Show complete output");
+    view.toggleFullText("c9");
+    EXPECT_EQ(view.rows()->value(last, "text").toString().size(), 5000);
+    EXPECT_EQ(view.rows()->value(last, "toggleLabel"), "Collapse output");
+}
+
+class QuestionCardTest : public ScriptedWorkspace {
+protected:
+    QuestionCardTest()
+    {
+        UserInputRequest request{"q-1", "s", "t", {}, false};
+        request.questions.push_back(
+            {"db", "Storage", "Which database?",
+             std::vector<UserInputQuestion::Option>{{"Postgres", "Server"}, {"SQLite", ""}},
+             std::nullopt});
+        request.questions.push_back({"key", "", "API key?", std::nullopt, true});
+        workspace.addUserInputPrompt(request);
+    }
+    QVariantList rows(int question) { return card.questions()->value(question, "rows").toList(); }
+
+    UserInputRequestViewModel card{workspace, "s", "q-1"};
+};
+
+TEST_F(QuestionCardTest, RowsAreOneRadioGroupThatKeepsTheOtherChoice)
+{
+    EXPECT_EQ(card.title(), "A question for you");
+    ASSERT_EQ(rows(0).size(), 3);
+    EXPECT_EQ(rows(0).at(2).toMap().value("label"), "Write a response…");
+    EXPECT_EQ(rows(0).at(1).toMap().value("accessibilityID"), "question-db-option-1");
+    EXPECT_FALSE(card.questions()->value(0, "showsField").toBool());
+    EXPECT_TRUE(card.questions()->value(1, "showsField").toBool());
+    EXPECT_TRUE(card.questions()->value(1, "isSecret").toBool());
+    EXPECT_TRUE(rows(1).isEmpty());
+
+    card.choose("db", 1);
+    EXPECT_TRUE(rows(0).at(1).toMap().value("selected").toBool());
+    EXPECT_FALSE(card.canSend()) << "the second question has no answer yet";
+    card.choose("db", -1);
+    EXPECT_TRUE(card.questions()->value(0, "showsField").toBool());
+    card.setText("db", "Both");
+    card.choose("db", 1); // the option comes back, and the written text stays in the draft
+    EXPECT_TRUE(rows(0).at(1).toMap().value("selected").toBool());
+    EXPECT_EQ(card.questions()->value(0, "text"), "Both");
+    card.setText("key", "sk-1");
+    EXPECT_TRUE(card.canSend());
+    EXPECT_EQ(card.sendText(), "Send answer");
+    EXPECT_EQ(card.submitID(), "question-submit-q-1");
+}
