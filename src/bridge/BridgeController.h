@@ -176,6 +176,8 @@ private:
     // Takes the open approval out: whoever takes it answers it, and nobody else can.
     std::optional<PendingServerRequest> takePendingServerRequest(const QString& localID);
     void showNextApproval();
+    void removeApprovalPrompt(const QString& localID);
+    void withdrawResolvedApproval(const QString& method, const JSONValue& params);
     void setApproval(std::optional<ApprovalPrompt> prompt);
     void finishUserInput(const QString& requestID);
     void expireUserInput(const QString& method, const JSONValue& params);

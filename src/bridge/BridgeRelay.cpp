@@ -55,6 +55,7 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
 void BridgeController::handleNotification(const QString& method, const JSONValue& params)
 {
     expireUserInput(method, params);
+    withdrawResolvedApproval(method, params);
     m_workspace->handleNotification(method, params);
     broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, method,
                             params});

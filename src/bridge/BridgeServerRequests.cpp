@@ -117,16 +117,40 @@ void BridgeController::handleServerResponse(const BridgeMessage& message, const 
     const std::optional<PendingServerRequest> pending = takePendingServerRequest(*message.id);
     if (!pending)
         return;
-    if (m_approval && m_approval->id == *message.id) {
-        showNextApproval();
-    } else if (std::erase_if(m_queuedApprovals, [&](const ApprovalPrompt& prompt) {
-                   return prompt.id == *message.id;
-               }) > 0) {
-        emit queuedApprovalsChanged();
-    }
+    removeApprovalPrompt(pending->localID);
     // The answer passes to the engine as the peer wrote it.
     m_appServer->respond(pending->serverID,
                          message.body.value_or(JSONValue::object({{"decision", "decline"}})));
+}
+
+void BridgeController::removeApprovalPrompt(const QString& localID)
+{
+    if (m_approval && m_approval->id == localID)
+        showNextApproval();
+    else if (std::erase_if(m_queuedApprovals,
+                           [&](const ApprovalPrompt& prompt) { return prompt.id == localID; }) > 0)
+        emit queuedApprovalsChanged();
+}
+
+// The engine no longer waits for an approval it has resolved itself (its turn was interrupted):
+// it leaves this computer's window and is offered to no one who comes later.
+void BridgeController::withdrawResolvedApproval(const QString& method, const JSONValue& params)
+{
+    const JSONValue* requestID = params.find("requestId");
+    if (method != QLatin1String("serverRequest/resolved") || !requestID)
+        return;
+    const JSONValue* threadID = params.find("threadId");
+    const auto found = std::find_if(m_pendingServerRequests.begin(), m_pendingServerRequests.end(),
+                                    [&](const PendingServerRequest& pending) {
+                                        const JSONValue* askedIn = pending.params.find("threadId");
+                                        return pending.serverID == *requestID &&
+                                               (!threadID || !askedIn || *askedIn == *threadID);
+                                    });
+    if (found == m_pendingServerRequests.end())
+        return;
+    const QString localID = found->localID;
+    m_pendingServerRequests.erase(found);
+    removeApprovalPrompt(localID);
 }
 
 // ---- questions

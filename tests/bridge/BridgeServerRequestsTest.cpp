@@ -53,6 +53,8 @@ JSONValue serverRequestScenario()
                  {notification(
                      "turn/completed",
                      R"({"threadId":"thr_1","turn":{"id":"turn_1","status":"completed"}})")}),
+             cue("interrupt",
+                 {notification("serverRequest/resolved", R"({"threadId":"thr_1","requestId":0})")}),
              cue("crash", {JSONValue::object({{"exit", 3}})}),
              cue("deaf", {JSONValue::object({{"closeStdin", true}})}),
          })},
@@ -311,6 +313,28 @@ TEST_F(BridgeServerRequestsTest, TheEnginesFallEmptiesEverythingItAsked)
     const auto refused = first->waitFor(Kind::Error, {}, before);
     ASSERT_TRUE(refused);
     EXPECT_EQ(refused->body, JSONValue(closedText));
+}
+
+TEST_F(BridgeServerRequestsTest, AnApprovalTheEngineResolvesItselfIsWithdrawn)
+{
+    say("two-approvals");
+    ASSERT_TRUE(waitFor([&] { return controller->queuedApprovals().size() == 1; }));
+    const QString command = controller->approval()->id;
+    say("interrupt");
+    ASSERT_TRUE(waitFor([&] { return controller->queuedApprovals().empty(); }));
+    ASSERT_TRUE(controller->approval());
+    EXPECT_NE(controller->approval()->id, command);
+
+    // A device authorised now is offered only the approval still waiting.
+    TestPeer later(port, "Later", *first);
+    ASSERT_TRUE(later.waitFor(Kind::Hello));
+    later.sendHello();
+    const auto offered = later.waitFor(Kind::ServerRequest);
+    ASSERT_TRUE(offered);
+    EXPECT_EQ(offered->id, controller->approval()->id);
+    later.send({1, Kind::Ping, QStringLiteral("end"), {}, {}});
+    ASSERT_TRUE(later.waitFor(Kind::Response));
+    EXPECT_EQ(later.count(Kind::ServerRequest), 1u);
 }
 
 TEST_F(BridgeServerRequestsTest, AnAnswerThatCannotBeWrittenLeavesTheQuestionOpen)
