@@ -16,6 +16,9 @@ const std::set<QString>& BridgeController::allowedEngineMethods()
         QStringLiteral("turn/start"),        QStringLiteral("turn/steer"),
         QStringLiteral("turn/interrupt"),    QStringLiteral("model/list"),
         QStringLiteral("account/read"),      QStringLiteral("account/rateLimits/read"),
+        // Beyond the relay the protocol began with: session actions from a phone.
+        QStringLiteral("thread/name/set"),   QStringLiteral("thread/archive"),
+        QStringLiteral("thread/unarchive"),  QStringLiteral("thread/fork"),
     };
     return methods;
 }

@@ -106,6 +106,13 @@ public:
     Q_INVOKABLE void closeTab(const QString& id);
     Q_INVOKABLE void setDraft(const QString& text, const QString& id);
     void persistOpenTabs();
+
+    // ---- session actions: a name, the archive, a copy to go on from
+    Q_INVOKABLE void renameThread(const QString& id, const QString& name);
+    Q_INVOKABLE void archiveThread(const QString& id);
+    Q_INVOKABLE void forkThread(const QString& id);
+    // A thread archived here or elsewhere leaves the list, the cache and its tab.
+    void forgetThread(const QString& id);
     void setEngineReady(bool ready, const std::optional<QString>& message);
     void startAutomaticRefresh();
     // The one way in for the engine's notifications.
@@ -200,6 +207,7 @@ private:
     void changeSessionsWhere(const std::function<bool(const CodexSessionState&)>& which,
                              const std::function<void(CodexSessionState&)>& change);
     void setThreads(std::vector<CodexThread> threads);
+    void removeTab(const QString& id); // closes it whatever its session is doing
     void setOpenThreadIDs(const QStringList& ids);
     void setSelectedThreadID(const std::optional<QString>& id);
     void setEngineReadyFlag(bool ready);

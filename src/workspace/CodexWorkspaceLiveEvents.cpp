@@ -41,6 +41,8 @@ void CodexWorkspace::handleNotification(const QString& method, const JSONValue& 
         return;
     }
     const QString& threadID = *found;
+    if (method == QLatin1String("thread/archived"))
+        return forgetThread(threadID);
     // An event for a thread no tab shows makes its session, not a tab.
     ensureSession(threadID);
     if (method == QLatin1String("thread/tokenUsage/updated")) {

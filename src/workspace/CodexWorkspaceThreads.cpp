@@ -145,6 +145,12 @@ void CodexWorkspace::closeTab(const QString& id)
         setErrorMessage(QStringLiteral("Stop this Codex session before closing its tab."));
         return;
     }
+    removeTab(id);
+}
+
+void CodexWorkspace::removeTab(const QString& id)
+{
+    const CodexSessionState* state = session(id);
     const qsizetype index = m_openThreadIDs.indexOf(id);
     if (index < 0)
         return;

@@ -161,3 +161,75 @@ TEST(MainWindow, WithoutCodexTheEmptyPageOffersTheTourWhoseSessionsAnswer)
     EXPECT_TRUE(waitFor([&] { return shown.window.find(replyCard) != nullptr; }));
     EXPECT_FALSE(bridge.controller().appServerReady());
 }
+
+namespace {
+
+const char* sessionActionsScenario = R"({
+  "methods": {
+    "thread/list": {"result": {"nextCursor": null, "data": [
+      {"id": "thr_a", "name": "Dark mode", "preview": "add a dark mode", "cwd": "/work/app"},
+      {"id": "thr_b", "name": null, "preview": "fix the tests", "cwd": "/work/app"}]}},
+    "thread/fork": {"result": {"thread": {"id": "thr_copy", "name": null, "preview": "add a dark mode", "cwd": "/work/app"}}},
+    "thread/turns/list": {"result": {"data": [], "nextCursor": null}}
+  },
+  "cues": [{"when": "archive-elsewhere", "actions": [
+    {"send": {"method": "thread/archived", "params": {"threadId": "thr_b"}}}]}]})";
+
+// The params of the last request of method the engine read.
+std::optional<JSONValue> lastParams(BridgeUnderTest& bridge, const char* method)
+{
+    std::optional<JSONValue> found;
+    for (const JSONValue& message : bridge.engine.received())
+        if (const JSONValue* name = message.find("method"); name && *name == JSONValue(method))
+            found = message.find("params") ? *message.find("params") : JSONValue();
+    return found;
+}
+
+} // namespace
+
+TEST(MainWindow, SessionsAreRenamedForkedAndArchivedFromTheirMenus)
+{
+    BridgeUnderTest bridge(json(sessionActionsScenario));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return shown.item("thread-thr_a") && shown.item("thread-thr_b"); }));
+
+    // A right click on a row gives its menu; the name is typed in the sheet.
+    QQuickItem* row = shown.item("thread-thr_a");
+    QTest::mouseClick(row->window(), Qt::RightButton, {},
+                      row->mapToScene(QPointF(row->width() / 2, row->height() / 2)).toPoint());
+    ASSERT_TRUE(waitFor([&] { return shown.item("session-rename")->isVisible(); }));
+    shown.click(shown.item("session-rename"));
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("rename-sheet")->property("opened").toBool(); }));
+    EXPECT_EQ(shown.text("rename-field"), "Dark mode");
+    shown.window.find("rename-field")->setProperty("text", "  Dark   mode, final ");
+    shown.click(shown.item("rename-confirm"));
+    ASSERT_TRUE(waitFor([&] { return lastParams(bridge, "thread/name/set").has_value(); }));
+    EXPECT_EQ(*lastParams(bridge, "thread/name/set"),
+              json(R"({"threadId":"thr_a","name":"Dark mode, final"})"));
+
+    // The header's menu forks the open session; the copy opens in a tab of its own.
+    ASSERT_TRUE(waitFor([&] { return shown.item("session-actions") != nullptr; }));
+    shown.click(shown.item("session-actions"));
+    ASSERT_TRUE(waitFor([&] { return shown.item("session-fork")->isVisible(); }));
+    shown.click(shown.item("session-fork"));
+    ASSERT_TRUE(waitFor([&] { return lastParams(bridge, "thread/fork").has_value(); }));
+    EXPECT_EQ(*lastParams(bridge, "thread/fork"),
+              json(R"({"threadId":"thr_a","excludeTurns":true})"));
+    EXPECT_TRUE(waitFor([&] { return shown.window.find("tab-thr_copy") != nullptr; }));
+
+    // Archiving asks first, then the session leaves the list and its tab.
+    shown.click(shown.item("session-actions"));
+    ASSERT_TRUE(waitFor([&] { return shown.item("session-archive")->isVisible(); }));
+    shown.click(shown.item("session-archive"));
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("archive-sheet")->property("opened").toBool(); }));
+    shown.click(shown.item("archive-confirm"));
+    ASSERT_TRUE(waitFor([&] { return lastParams(bridge, "thread/archive").has_value(); }));
+    EXPECT_EQ(*lastParams(bridge, "thread/archive"), json(R"({"threadId":"thr_copy"})"));
+    EXPECT_TRUE(waitFor([&] { return shown.window.find("tab-thr_copy") == nullptr; }));
+
+    // A session archived elsewhere leaves the list too.
+    bridge.say("archive-elsewhere");
+    EXPECT_TRUE(waitFor([&] { return shown.window.find("thread-thr_b") == nullptr; }));
+    EXPECT_TRUE(shown.window.find("thread-thr_a"));
+}

@@ -16,6 +16,8 @@ SplitView {
     orientation: Qt.Horizontal
     Component.onCompleted: view.refresh()
 
+    SessionActions { id: sessionActions; view: page.view }
+
     ColumnLayout {
         objectName: "sidebar"
         SplitView.minimumWidth: 235
@@ -77,6 +79,7 @@ SplitView {
                 width: threadList.width - 12
                 palette_: page.palette_
                 onOpen: id => page.view.openRow(id)
+                onActionsRequested: (id, title) => sessionActions.openFor(id, title, null)
             }
         }
     }
@@ -89,6 +92,7 @@ SplitView {
             active: page.view.session.present
             sourceComponent: MacSessionView {
                 workspaceView: page.view
+                actions: sessionActions
                 view: page.view.session
                 palette_: page.palette_
             }

@@ -1,6 +1,7 @@
 #include "BridgeWorkspaceViewModel.h"
 
 #include "platform/DateFormatting.h"
+#include "platform/TextFormatting.h"
 #include "ui/sessions/SessionPresentation.h"
 #include "workspace/CodexWorkspace.h"
 
@@ -56,7 +57,22 @@ QVariantMap BridgeWorkspaceViewModel::texts()
         {"tourText", QStringLiteral("Codex was not found on this computer. The offline tour opens "
                                     "sample sessions to read, page and send to, without Codex.")},
         {"tourButton", QStringLiteral("Take the Offline Tour")},
-        {"tourSymbol", QStringLiteral("media-playback-start")}};
+        {"tourSymbol", QStringLiteral("media-playback-start")},
+        {"actions", QStringLiteral("Session Actions")},
+        {"actionsSymbol", QStringLiteral("view-more-symbolic")},
+        {"rename", QStringLiteral("Rename…")},
+        {"renameSymbol", QStringLiteral("edit-rename")},
+        {"renameTitle", QStringLiteral("Rename Session")},
+        {"renameConfirm", QStringLiteral("Rename")},
+        {"namePlaceholder", QStringLiteral("Session name")},
+        {"fork", QStringLiteral("Fork")},
+        {"forkSymbol", QStringLiteral("edit-copy")},
+        {"archive", QStringLiteral("Archive…")},
+        {"archiveSymbol", QStringLiteral("archive-insert")},
+        {"archiveConfirm", QStringLiteral("Archive")},
+        {"archiveText", QStringLiteral("The session leaves the list here and in the browser cockpit. "
+                                       "Codex keeps it in its archive.")},
+        {"cancel", QStringLiteral("Cancel")}};
 }
 
 void BridgeWorkspaceViewModel::updateThreadRows()
@@ -126,6 +142,26 @@ void BridgeWorkspaceViewModel::closeTab(const QString& threadID)
     if (state && state->turnControl.phase != TurnControlState::Phase::Idle)
         return;
     m_workspace.closeTab(threadID);
+}
+
+void BridgeWorkspaceViewModel::renameSession(const QString& threadID, const QString& name)
+{
+    m_workspace.renameThread(threadID, name);
+}
+
+void BridgeWorkspaceViewModel::archiveSession(const QString& threadID)
+{
+    m_workspace.archiveThread(threadID);
+}
+
+void BridgeWorkspaceViewModel::forkSession(const QString& threadID)
+{
+    m_workspace.forkThread(threadID);
+}
+
+QString BridgeWorkspaceViewModel::archiveQuestion(const QString& title) const
+{
+    return QStringLiteral("Archive “%1”?").arg(truncatedToCharacters(title, 60));
 }
 
 void BridgeWorkspaceViewModel::showNewSession()

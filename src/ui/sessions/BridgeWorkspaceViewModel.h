@@ -57,6 +57,10 @@ public:
     Q_INVOKABLE void openRow(const QString& threadID);
     Q_INVOKABLE void selectTab(const QString& threadID);
     Q_INVOKABLE void closeTab(const QString& threadID);
+    Q_INVOKABLE void renameSession(const QString& threadID, const QString& name);
+    Q_INVOKABLE void archiveSession(const QString& threadID);
+    Q_INVOKABLE void forkSession(const QString& threadID);
+    Q_INVOKABLE QString archiveQuestion(const QString& title) const;
     Q_INVOKABLE void showNewSession();
     // Closes the sheet; with create, after asking for the session.
     Q_INVOKABLE void dismissNewSession(bool create);

@@ -12,6 +12,7 @@ ColumnLayout {
     required property var workspaceView
     required property var view
     required property var palette_
+    property var actions: null
     readonly property var texts: view.texts
     spacing: 0
 
@@ -67,6 +68,18 @@ ColumnLayout {
             icon.name: pane.texts.stopSymbol
             palette.buttonText: pane.palette_.color("red")
             onClicked: pane.view.stop()
+        }
+        ToolButton {
+            id: actionsButton
+            objectName: "session-actions"
+            visible: pane.actions !== null
+            icon.name: pane.workspaceView.texts.actionsSymbol
+            text: pane.workspaceView.texts.actions
+            display: AbstractButton.IconOnly
+            Accessible.name: text
+            ToolTip.visible: hovered
+            ToolTip.text: text
+            onClicked: pane.actions.openFor(pane.view.threadID, pane.view.title, actionsButton)
         }
         ToolButton {
             objectName: "session-settings"

@@ -15,10 +15,17 @@ ItemDelegate {
     required property string updated
     required property bool selected
     signal open(string threadID)
+    // A right click or a long press: the session's actions.
+    signal actionsRequested(string threadID, string title)
 
     objectName: "thread-" + threadID
     highlighted: selected
     onClicked: open(threadID)
+    onPressAndHold: actionsRequested(threadID, title)
+    TapHandler {
+        acceptedButtons: Qt.RightButton
+        onTapped: row.actionsRequested(row.threadID, row.title)
+    }
     Accessible.name: title
 
     background: Rectangle {
