@@ -6,6 +6,7 @@ import { BridgeLink } from './link.js';
 import * as store from './store.js';
 import { Transcript, entriesFromPage, isStreaming, shownText } from './transcript.js';
 import { el, clear, button, shown } from './dom.js';
+import { sessionMenu, closeSessionMenu } from './session-menu.js';
 
 const app = document.getElementById('app');
 const itemsPageLimit = 40;
@@ -114,6 +115,8 @@ function show(screen, current = state.current) {
   state.screen = screen;
   state.current = current;
   state.notice = '';
+  state.archivedNotice = null;
+  closeSessionMenu();
   if (screen === 'usage') readUsage();
   if (screen === 'session') openSession(current);
   render();
@@ -211,8 +214,11 @@ function sessionsScreen() {
     el('span', { className: 'row-title' }, threadTitle(thread)),
     el('span', { className: 'row-detail' }, [text(thread.cwd), when(thread.updatedAt), threadStatus(thread) === 'active' ? 'Running' : '']
       .filter((part) => part).join(' · ')))));
+  const archived = state.archivedNotice;
   return el('main', { className: 'screen' },
     el('div', { className: 'toolbar' }, search, button('New', () => show('new'), 'prominent', 'new-session')),
+    archived ? el('p', { className: 'notice', id: 'archived-notice' }, `Archived “${shown(archived.title)}”. `,
+      button('Undo', () => unarchive(archived), 'plain', 'unarchive')) : null,
     state.listError ? el('p', { className: 'error' }, state.listError) : null,
     state.threads.length ? list : el('p', { className: 'muted' }, state.search ? 'No sessions match.' : 'No sessions yet.'));
 }
@@ -312,13 +318,55 @@ function sessionScreen() {
     oninput: (event) => state.drafts.set(`composer-${id}`, event.target.value),
     onkeydown: (event) => { if (event.key === 'Enter' && (event.ctrlKey || event.metaKey)) { event.preventDefault(); send(id); } } });
   return el('main', { className: 'screen session' },
-    el('h1', { className: 'session-title' }, threadTitle(thread)),
+    el('div', { className: 'session-head' }, el('h1', { className: 'session-title' }, threadTitle(thread)),
+      sessionMenu(id, threadTitle(thread), sessionMenuActions)),
     transcript,
     state.notice ? el('p', { className: 'error', id: 'notice' }, state.notice) : null,
     el('div', { className: 'composer' }, draft,
       el('div', { className: 'actions' }, modelPicker(), effortPicker(),
         session.running ? button('Stop', () => stop(id), 'destructive', 'stop') : null,
         button(session.running ? 'Steer' : 'Send', () => send(id), 'prominent', 'send'))));
+}
+
+// ---- what the session's menu does once the engine has agreed
+
+const sessionMenuActions = {
+  request: (method, params) => link.request(method, params),
+  render: () => rerenderKeepingFocus(),
+  renamed(threadID, name) {
+    const thread = state.threads.find((t) => t.id === threadID);
+    if (thread) thread.name = name;
+  },
+  opened(thread) {
+    state.threads = [thread, ...state.threads.filter((t) => t.id !== thread.id)];
+    show('session', thread.id);
+    listSoon();
+  },
+  archived(threadID, title) {
+    forgetThread(threadID);
+    state.screen = 'sessions';
+    state.archivedNotice = { threadID, title };
+  },
+};
+
+function forgetThread(threadID) {
+  state.threads = state.threads.filter((t) => t.id !== threadID);
+  state.sessions.delete(threadID);
+  if (state.current === threadID) {
+    state.current = null;
+    closeSessionMenu();
+    if (state.screen === 'session') state.screen = 'sessions';
+  }
+}
+
+async function unarchive({ threadID }) {
+  state.archivedNotice = null;
+  try {
+    await link.request('thread/unarchive', { threadId: threadID });
+  } catch (error) {
+    state.listError = `The session could not be brought back: ${error.message}`;
+  }
+  await readThreads();
 }
 
 function entryNode(entry, session) {
@@ -538,8 +586,18 @@ function onMessage({ message }) {
       render();
       return;
     case 'thread/started':
-    case 'thread/name/updated':
+    case 'thread/unarchived':
       listSoon();
+      return;
+    case 'thread/name/updated': {
+      const thread = state.threads.find((t) => t.id === threadID);
+      if (thread && typeof params.threadName === 'string') thread.name = params.threadName;
+      listSoon();
+      return;
+    }
+    case 'thread/archived':
+      if (threadID) forgetThread(threadID);
+      render();
       return;
     case 'turn/started':
       if (threadID) Object.assign(sessionFor(threadID), { turnID: text(params.turn?.id), running: true });
