@@ -9,7 +9,7 @@ import { tmpdir } from 'node:os';
 import { join, resolve } from 'node:path';
 
 import { RunningBridge } from '../tools/browser/bridge.mjs';
-import { launch } from '../tools/browser/chromium.mjs';
+import { launch, newPage } from '../tools/browser/chromium.mjs';
 
 const tree = resolve(process.argv[2] || 'build/bench');
 const deltas = 400;
@@ -36,26 +36,28 @@ const bridge = await new RunningBridge({ bridge: join(tree, 'src/nimbrel-bridge'
 const browser = await launch();
 try {
   // First load: every response's bytes on the wire, as the browser counts them.
-  const page = await browser.newPage();
+  const page = await newPage(browser);
   let transferred = 0;
   let files = 0;
-  page.onEvent = (message) => {
-    if (message.method === 'Network.loadingFinished') {
-      transferred += message.params.encodedDataLength;
-      files += 1;
-    }
+  const network = await page.context().newCDPSession(page);
+  const counted = (event) => {
+    transferred += event.encodedDataLength;
+    files += 1;
   };
-  await page.send('Network.enable');
-  await page.send('Network.setCacheDisabled', { cacheDisabled: true });
+  network.on('Network.loadingFinished', counted);
+  await network.send('Network.enable');
+  await network.send('Network.setCacheDisabled', { cacheDisabled: true });
   await page.goto(`https://127.0.0.1:${bridge.port}/`);
-  await page.fill('#device-name', 'Bench Phone');
+  await page.locator('#device-name').waitFor();
   console.log(`first load: ${files} files, ${transferred} bytes transferred (before pairing)`);
-  page.onEvent = undefined;
+  network.off('Network.loadingFinished', counted);
+  await page.fill('#device-name', 'Bench Phone');
   await page.click('#save-name');
-  const code = await page.waitFor(`document.querySelector('#pairing-code')?.innerText`);
+  await page.locator('#pairing-code', { hasText: /^\d{6}$/ }).waitFor();
+  const code = await page.locator('#pairing-code').innerText();
   await bridge.waitFor(`Compare code ${code}`);
   bridge.type(`approve ${code}`);
-  await page.waitFor('document.querySelector("[data-thread]")');
+  await page.locator('[data-thread]').first().waitFor();
 
   // nimbrel-peer, paired through the console too, times each delta line as it arrives.
   const peer = spawn(join(tree, 'tools/nimbrel-peer'), ['--host', '127.0.0.1', '--port', String(bridge.port),
@@ -84,7 +86,7 @@ try {
 
   // The page stamps each word at the frame after the one whose DOM change brought it.
   await page.click('[data-thread="thr_1"]');
-  await page.waitFor('document.querySelectorAll("[data-entry]").length === 2');
+  await page.waitForFunction(() => document.querySelectorAll('[data-entry]').length === 2);
   await page.evaluate(`(() => {
     window.seenAt = {};
     const pending = new Set();
@@ -101,7 +103,7 @@ try {
   })()`);
   await page.fill('#composer', 'measure-now');
   await page.click('#send');
-  await page.waitFor(`seenAt['${deltas - 1}'] > 0`, 60000);
+  await page.waitForFunction((last) => window.seenAt[last] > 0, String(deltas - 1), { timeout: 60000 });
   for (let i = 0; i < 200 && !peerSeen.has(`word${deltas - 1}`); i++) await sleep(25);
   const pageSeen = await page.evaluate('seenAt');
   const sent = bridge.engineRecords().filter((r) => r.deltaSent).map((r) => [r.deltaSent.trim(), r.atMs]);

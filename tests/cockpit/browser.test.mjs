@@ -10,7 +10,7 @@ import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 
 import { RunningBridge } from '../../tools/browser/bridge.mjs';
-import { launch } from '../../tools/browser/chromium.mjs';
+import { launch, newPage } from '../../tools/browser/chromium.mjs';
 
 const shots = process.env.COCKPIT_SCREENSHOTS;
 let bridge, browser, page, origin;
@@ -21,9 +21,14 @@ async function screenshot(name) {
   writeFileSync(join(shots, `cockpit-${name}.png`), await page.screenshot());
 }
 
-// The engine's records of answers to its own requests, by the request's id.
-const engineAnswer = (id) => bridge.engineRecords().map((r) => r.received).find((m) => m && m.id === id && !m.method);
-const textOf = (selector) => `(document.querySelector(${JSON.stringify(selector)})?.innerText || '')`;
+// The engine's answer to its own request, by the request's id, and a call it received; once it has it.
+const engineAnswer = (id) => bridge.engineReceived((m) => m.id === id && !m.method);
+const engineCall = (test) => bridge.engineReceived((m) => typeof m.method === 'string' && test(m));
+// Waits until an element shows the text (a string it contains, or a pattern), or is gone.
+const shows = (selector, text) => page.locator(selector, { hasText: text }).first().waitFor();
+const gone = (selector) => page.locator(selector).first().waitFor({ state: 'detached' });
+const untilCount = (selector, n) => page.waitForFunction(([selector, n]) => document.querySelectorAll(selector).length === n,
+  [selector, n]);
 
 async function say(text) {
   await page.fill('#composer', text);
@@ -35,7 +40,7 @@ before(async () => {
     scenario: process.env.COCKPIT_SCENARIO }).start();
   origin = `https://127.0.0.1:${bridge.port}`;
   browser = await launch();
-  page = await browser.newPage();
+  page = await newPage(browser);
 });
 
 after(async () => {
@@ -69,21 +74,19 @@ test('a first visit names the device and pairs with the code the computer shows'
   await page.goto(`${origin}/`);
   await page.fill('#device-name', 'Ada’s Phone');
   await page.click('#save-name');
-  const code = await page.waitFor(textOf('#pairing-code'));
-  assert.match(code, /^\d{6}$/);
+  await shows('#pairing-code', /^\d{6}$/);
+  const code = await page.locator('#pairing-code').innerText();
   await bridge.waitFor(`Pairing requested by Ada’s Phone. Compare code ${code}.`);
   await screenshot('pairing');
   bridge.type(`approve ${code}`);
-  await page.waitFor('document.querySelectorAll("[data-thread]").length === 2');
-  assert.equal(await page.evaluate(textOf('#engine-status')), 'Codex app-server ready');
+  await untilCount('[data-thread]', 2);
+  assert.equal(await page.locator('#engine-status').innerText(), 'Codex app-server ready');
   await screenshot('sessions');
 });
 
 test('searching asks the engine for matching sessions', async () => {
   await page.fill('#search', 'dark mode');
-  const asked = () => bridge.engineRecords().some((r) => r.received?.method === 'thread/list' && r.received.params.searchTerm === 'dark mode');
-  for (let i = 0; i < 100 && !asked(); i++) await new Promise((resolve) => setTimeout(resolve, 50));
-  assert.ok(asked());
+  await engineCall((m) => m.method === 'thread/list' && m.params.searchTerm === 'dark mode');
   await page.fill('#search', '');
 });
 
@@ -91,50 +94,49 @@ test('a session opens with its history, page by page', async () => {
   await page.click('[data-thread="thr_1"]');
   // The engine does not page by items, so the page falls back to turns, one turn per page.
   // The newest turn holds the last message alone; the one before it a message and its reply.
-  await page.waitFor('document.querySelectorAll("[data-entry]").length === 1');
+  await untilCount('[data-entry]', 1);
   await page.click('#earlier');
-  await page.waitFor('document.querySelectorAll("[data-entry]").length === 3');
+  await untilCount('[data-entry]', 3);
 });
 
 test('a turn streams into the page and ends', async () => {
   await say('stream-now');
-  await page.waitFor(`${textOf('#transcript')}.includes('word5 ')`);
+  await shows('#transcript', 'word5 ');
   await screenshot('running-turn');
-  await page.waitFor(`${textOf('#transcript')}.includes('word39 ') && !document.querySelector('#stop')`);
-  assert.match(await page.evaluate(textOf('#transcript')), /\$ make test/);
+  await shows('#transcript', 'word39 ');
+  await gone('#stop');
+  assert.match(await page.locator('#transcript').innerText(), /\$ make test/);
 });
 
 test('a running turn is steered, then stopped', async () => {
   await say('hold-now');
-  await page.waitFor(`document.querySelector('#stop')`);
+  await page.locator('#stop').waitFor();
   await say('steer-now');
   await page.click('#stop');
-  const received = (method) => bridge.engineRecords().map((r) => r.received).find((m) => m?.method === method);
-  for (let i = 0; i < 100 && !received('turn/interrupt'); i++) await new Promise((resolve) => setTimeout(resolve, 50));
-  assert.equal(received('turn/steer').params.expectedTurnId, 'turn-9');
-  assert.deepEqual(received('turn/steer').params.input, [{ type: 'text', text: 'steer-now' }]);
-  assert.deepEqual(received('turn/interrupt').params, { threadId: 'thr_1', turnId: 'turn-9' });
+  const interrupt = await engineCall((m) => m.method === 'turn/interrupt');
+  const steer = await engineCall((m) => m.method === 'turn/steer');
+  assert.equal(steer.params.expectedTurnId, 'turn-9');
+  assert.deepEqual(steer.params.input, [{ type: 'text', text: 'steer-now' }]);
+  assert.deepEqual(interrupt.params, { threadId: 'thr_1', turnId: 'turn-9' });
 });
 
 test('an approval answered on the page reaches the engine', async () => {
   await say('approve-now');
-  await page.waitFor(`${textOf('#requests')}.includes('make test')`);
+  await shows('#requests', 'make test');
   await screenshot('approval');
   await page.click('#requests #accept');
-  await page.waitFor(`!document.querySelector('#requests [data-request]')`);
-  for (let i = 0; i < 100 && !engineAnswer(7); i++) await new Promise((resolve) => setTimeout(resolve, 50));
-  assert.deepEqual(engineAnswer(7).result, { decision: 'accept' });
+  await gone('#requests [data-request]');
+  assert.deepEqual((await engineAnswer(7)).result, { decision: 'accept' });
 });
 
 test('a question answered on the page reaches the engine', async () => {
   await say('ask-now');
-  await page.waitFor(`${textOf('#requests')}.includes('Which branch')`);
+  await shows('#requests', 'Which branch');
   await screenshot('question');
   await page.click('#requests input[value="main"]');
   await page.click('#requests button[type=submit]');
-  for (let i = 0; i < 100 && !engineAnswer(8); i++) await new Promise((resolve) => setTimeout(resolve, 50));
-  assert.deepEqual(engineAnswer(8).result, { answers: { branch: { answers: ['main'] } } });
-  await page.waitFor(`!document.querySelector('#requests [data-request]')`);
+  assert.deepEqual((await engineAnswer(8)).result, { answers: { branch: { answers: ['main'] } } });
+  await gone('#requests [data-request]');
 });
 
 test('a new session starts in a folder with its first task', async () => {
@@ -142,46 +144,45 @@ test('a new session starts in a folder with its first task', async () => {
   await page.click('#new-session');
   await page.fill('#new-folder', '/home/ada/src/cafe');
   await page.fill('#new-task', 'Write the menu page');
-  await page.evaluate(`document.querySelector('#model').value = 'gpt-6.1-sol'; document.querySelector('#model').dispatchEvent(new Event('change'))`);
+  await page.selectOption('#model', 'gpt-6.1-sol');
   await page.click('#start-session');
-  const started = () => bridge.engineRecords().map((r) => r.received).find((m) => m?.method === 'turn/start' && m.params.threadId === 'thr_new');
-  for (let i = 0; i < 100 && !started(); i++) await new Promise((resolve) => setTimeout(resolve, 50));
-  const created = bridge.engineRecords().map((r) => r.received).find((m) => m?.method === 'thread/start');
+  const started = await engineCall((m) => m.method === 'turn/start' && m.params.threadId === 'thr_new');
+  const created = await engineCall((m) => m.method === 'thread/start');
   assert.equal(created.params.cwd, '/home/ada/src/cafe');
-  assert.deepEqual(started().params.input, [{ type: 'text', text: 'Write the menu page' }]);
-  assert.equal(started().params.model, 'gpt-6.1-sol');
+  assert.deepEqual(started.params.input, [{ type: 'text', text: 'Write the menu page' }]);
+  assert.equal(started.params.model, 'gpt-6.1-sol');
 });
 
 test('usage and limits', async () => {
   await page.click('#usage');
-  assert.match(await page.waitFor(`${textOf('#usage-details')}.includes('left') && ${textOf('#usage-details')}`),
-    /5 hours: 58% left[\s\S]*Weekly: 88% left/);
+  await shows('#usage-details', 'left');
+  assert.match(await page.locator('#usage-details').innerText(), /5 hours: 58% left[\s\S]*Weekly: 88% left/);
   await page.click('#back');
   await page.click('[data-thread="thr_1"]');
 });
 
 test('after the computer restarts, the page reconnects by its stored key, without a code', async () => {
   await bridge.stop();
-  await page.waitFor(`${textOf('#engine-status')} === 'Reconnecting…'`);
+  await shows('#engine-status', /^Reconnecting…$/);
   await bridge.start();
   await bridge.waitFor('Authenticated Ada’s Phone from 127.0.0.1.');
   assert.doesNotMatch(bridge.err, /Pairing requested/);
-  await page.waitFor(`${textOf('#engine-status')} === 'Codex app-server ready'`, 20000);
+  await page.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: 20000 });
   // What the page shows is read again: the session's newest page of history.
-  await page.waitFor(`document.querySelectorAll("[data-entry]").length === 1 && ${textOf('#transcript')}.includes('message 45')`);
+  await untilCount('[data-entry]', 1);
+  await shows('#transcript', 'message 45');
   assert.deepEqual(page.errors, []);
 });
 
 test('a page of another origin cannot open the link', async () => {
-  const stranger = await browser.newPage();
-  await stranger.goto('about:blank');
-  const outcome = await stranger.evaluate(`new Promise((resolve) => {
-    const socket = new WebSocket('wss://127.0.0.1:${bridge.port}/sarvane?name=Stranger');
+  const stranger = await newPage(browser);
+  const outcome = await stranger.evaluate((port) => new Promise((resolve) => {
+    const socket = new WebSocket(`wss://127.0.0.1:${port}/sarvane?name=Stranger`);
     socket.onopen = () => resolve('open');
     socket.onerror = () => resolve('refused');
-  })`);
+  }), bridge.port);
   assert.equal(outcome, 'refused');
-  await stranger.send('Page.close');
+  await stranger.context().close();
   assert.doesNotMatch(bridge.err, /Stranger/);
 });
 
@@ -189,7 +190,7 @@ test('a computer that answers with the same id and another key is refused', asyn
   await bridge.stop();
   rmSync(join(bridge.home, 'data/nimbrel-bridge/secrets/com.halvenworks.Sarvane/device-signing-key'));
   await bridge.start();
-  assert.match(await page.waitFor(textOf('#key-changed'), 20000), /key has changed/);
+  await page.locator('#key-changed', { hasText: 'key has changed' }).waitFor({ timeout: 20000 });
   await screenshot('key-changed');
   assert.doesNotMatch(bridge.err, /Authenticated|Pairing requested/);
 });

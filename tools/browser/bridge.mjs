@@ -2,7 +2,7 @@
 // browser cockpit against it. Its console takes commands ("approve <code>") on standard input.
 
 import { spawn } from 'node:child_process';
-import { mkdirSync, mkdtempSync, readFileSync, rmSync, symlinkSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readFileSync, rmSync, symlinkSync, watch } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 
@@ -28,7 +28,11 @@ export class RunningBridge {
     this.err = ''; // since this start; log holds every start's
     this.child = spawn(this.paths.bridge, ['--headless'], { env, stdio: ['pipe', 'ignore', 'pipe'] });
     this.child.stderr.setEncoding('utf8');
-    this.child.stderr.on('data', (chunk) => { this.err += chunk; this.log = (this.log || '') + chunk; });
+    this.child.stderr.on('data', (chunk) => {
+      this.err += chunk;
+      this.log = (this.log || '') + chunk;
+      this.said?.();
+    });
     this.exited = new Promise((resolve) => this.child.on('exit', resolve));
     const [, port] = await this.waitFor(/Listening on wss:\/\/127\.0\.0\.1:(\d+)\/sarvane/);
     this.port = Number(port);
@@ -37,14 +41,9 @@ export class RunningBridge {
   }
 
   // Waits for the pattern in what the bridge wrote to standard error since it started.
-  async waitFor(pattern, limitMs = 15000) {
-    const end = Date.now() + limitMs;
-    for (;;) {
-      const match = this.err.match(pattern);
-      if (match) return match;
-      if (Date.now() > end) throw new Error(`The bridge did not say ${pattern}:\n${this.err}`);
-      await new Promise((resolve) => setTimeout(resolve, 25));
-    }
+  waitFor(pattern, limitMs = 15000) {
+    return until(() => this.err.match(pattern), (check) => { this.said = check; }, () => { this.said = null; },
+      limitMs, () => `The bridge did not say ${pattern}:\n${this.err}`);
   }
 
   type(line) {
@@ -60,6 +59,19 @@ export class RunningBridge {
     }
   }
 
+  // Waits until the engine has received a message for which test() holds, and returns it.
+  engineReceived(test, limitMs = 10000) {
+    return this.engineRecorded((record) => record.received && test(record.received), limitMs).then((r) => r.received);
+  }
+
+  // Waits until the engine has recorded something for which test() holds, and returns it.
+  engineRecorded(test, limitMs = 10000) {
+    let watcher;
+    return until(() => this.engineRecords().find(test),
+      (check) => { watcher = watch(this.home, check); },
+      () => watcher?.close(), limitMs, () => `The engine did not record ${test}`);
+  }
+
   async stop() {
     this.child.kill('SIGTERM');
     await Promise.race([this.exited, new Promise((resolve) => setTimeout(resolve, 5000))]);
@@ -70,4 +82,23 @@ export class RunningBridge {
     await this.stop();
     rmSync(this.home, { recursive: true, force: true });
   }
+}
+
+// Resolves with check()'s first truthy value, checking now and whenever listen's callback is called.
+function until(check, listen, unlisten, limitMs, problem) {
+  return new Promise((resolve, reject) => {
+    const done = (error, value) => {
+      clearTimeout(timer);
+      unlisten();
+      if (error) reject(error);
+      else resolve(value);
+    };
+    const timer = setTimeout(() => done(new Error(problem())), limitMs);
+    listen(() => {
+      const value = check();
+      if (value) done(null, value);
+    });
+    const value = check();
+    if (value) done(null, value);
+  });
 }
