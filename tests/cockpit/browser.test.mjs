@@ -153,6 +153,36 @@ test('a new session starts in a folder with its first task', async () => {
   assert.equal(started.params.model, 'gpt-6.1-sol');
 });
 
+test('a session is renamed, forked and archived from its menu, and leaves when archived elsewhere', async () => {
+  await page.click('#back');
+  await page.click('[data-thread="thr_2"]');
+  await page.click('#session-menu');
+  await screenshot('session-menu');
+  await page.click('#rename-session');
+  await page.fill('#session-name', '  Dark mode   toggle ');
+  await page.click('#rename-confirm');
+  assert.deepEqual((await engineCall((m) => m.method === 'thread/name/set')).params, { threadId: 'thr_2', name: 'Dark mode toggle' });
+  await shows('.session-title', /^Dark mode toggle$/);
+
+  await page.click('#session-menu');
+  await page.click('#fork-session');
+  assert.deepEqual((await engineCall((m) => m.method === 'thread/fork')).params, { threadId: 'thr_2', excludeTurns: true });
+  await shows('.session-title', 'Add a dark mode toggle');
+
+  await page.click('#session-menu');
+  await page.click('#archive-session');
+  await page.click('#archive-confirm');
+  assert.deepEqual((await engineCall((m) => m.method === 'thread/archive')).params, { threadId: 'thr_fork' });
+  await shows('#archived-notice', 'Archived');
+  await page.click('#unarchive');
+  assert.deepEqual((await engineCall((m) => m.method === 'thread/unarchive')).params, { threadId: 'thr_fork' });
+
+  await page.click('[data-thread="thr_2"]');
+  await say('archive-elsewhere');
+  await gone('[data-thread="thr_2"]');
+  await page.locator('#session-list').waitFor();
+});
+
 test('usage and limits', async () => {
   await page.click('#usage');
   await shows('#usage-details', 'left');
