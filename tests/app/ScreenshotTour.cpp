@@ -475,6 +475,16 @@ int main(int argc, char** argv)
                    ready(bridge);
                    window.sessions().showNewSession();
                });
+    for (const char* step : {"session-actions-menu", "session-rename-sheet"})
+        tour.state(step, sessionsScenario(), [step](BridgeUnderTest& bridge, BridgeWindow& window) {
+            openThreeTabs(bridge);
+            Tour::settle();
+            QMetaObject::invokeMethod(window.find(QStringLiteral("session-actions")), "clicked");
+            if (QLatin1String(step) == QLatin1String("session-rename-sheet")) {
+                Tour::settle();
+                QMetaObject::invokeMethod(window.find(QStringLiteral("session-rename")), "triggered");
+            }
+        });
     tour.state("session-loading", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow&) {
         openThreeTabs(bridge);
         bridge.workspace().changeSession("thr_1", [](CodexSessionState& session) {
