@@ -1,5 +1,5 @@
-// The browser cockpit's figures, in one run: the page's transfer size on first load, and how long a
-// reply delta takes from leaving the engine to showing in the page (the frame that paints it) and,
+// The browser cockpit's figures, in one run: the page's transfer size on first load, the time a
+// streamed Markdown answer takes to render at three lengths, and how long a reply delta takes from leaving the engine to showing in the page (the frame that paints it) and,
 // beside it, to reaching nimbrel-peer's standard output. Usage: node bench/cockpit_bench.mjs TREE
 // where TREE is a build tree with the bridge, nimbrel-peer and the fake engine.
 
@@ -58,6 +58,31 @@ try {
   await bridge.waitFor(`Compare code ${code}`);
   bridge.type(`approve ${code}`);
   await page.locator('[data-thread]').first().waitFor();
+
+  // A long answer streamed line by line into a message's Markdown view: the time for the whole
+  // stream at three lengths, which grows in proportion to the length while each line costs the same.
+  const growth = await page.evaluate(async () => {
+    const { MarkdownView } = await import('./markdown.js');
+    const line = (i) => (i % 25 === 0 ? `## Part ${i}\n\n` : i % 9 === 0 ? '```sh\nmake test\n```\n\n'
+      : `- item ${i} with **bold**, \`code\` and a [link](https://example.invalid/${i})\n${i % 5 === 4 ? '\n' : ''}`);
+    const figures = [];
+    for (const lines of [500, 1000, 2000]) {
+      const view = new MarkdownView();
+      document.body.append(view.root);
+      let text = '';
+      const start = performance.now();
+      for (let i = 0; i < lines; i++) {
+        text += line(i);
+        view.render(text, true);
+      }
+      view.render(text, false);
+      figures.push([lines, performance.now() - start]);
+      view.root.remove();
+    }
+    return figures;
+  });
+  for (const [lines, ms] of growth)
+    console.log(`markdown streamed line by line, ${lines} lines: ${ms.toFixed(0)} ms (${(ms / lines * 1000).toFixed(0)} µs a line)`);
 
   // nimbrel-peer, paired through the console too, times each delta line as it arrives.
   const peer = spawn(join(tree, 'tools/nimbrel-peer'), ['--host', '127.0.0.1', '--port', String(bridge.port),

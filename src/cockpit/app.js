@@ -7,6 +7,7 @@ import * as store from './store.js';
 import { Transcript, entriesFromPage, isStreaming, shownText } from './transcript.js';
 import { el, clear, button, shown } from './dom.js';
 import { sessionMenu, closeSessionMenu } from './session-menu.js';
+import { MarkdownView } from './markdown.js';
 
 const app = document.getElementById('app');
 const itemsPageLimit = 40;
@@ -369,8 +370,20 @@ async function unarchive({ threadID }) {
   await readThreads();
 }
 
+// Answers and plans read as Markdown; each keeps its view so that a growing one is built once.
+const markdownViews = new WeakMap();
+const readsAsMarkdown = (entry) => entry.kind === 'assistant' || (entry.kind === 'system' && entry.title === 'Plan');
+
+function markdownNode(entry, streaming) {
+  if (!markdownViews.has(entry)) markdownViews.set(entry, new MarkdownView());
+  return markdownViews.get(entry).render(entry.text, streaming);
+}
+
 function entryNode(entry, session) {
   const streaming = isStreaming(entry, session.running);
+  if (readsAsMarkdown(entry) && entry.text)
+    return el('article', { className: `entry ${entry.kind}`, dataset: { entry: entry.id } },
+      el('h3', {}, entry.title), markdownNode(entry, streaming));
   const shown = shownText(entry, streaming, entry.showsFullText);
   const node = el('article', { className: `entry ${entry.kind}`, dataset: { entry: entry.id } },
     el('h3', {}, entry.title, entry.status && entry.kind !== 'assistant' ? el('small', {}, ` ${entry.status}`) : null),

@@ -108,6 +108,36 @@ test('a turn streams into the page and ends', async () => {
   assert.match(await page.locator('#transcript').innerText(), /\$ make test/);
 });
 
+test('an answer reads as Markdown, and nothing in it runs or loads', async () => {
+  const asked = [];
+  const note = (request) => { if (!request.url().startsWith(origin)) asked.push(request.url()); };
+  page.on('request', note);
+  await say('markdown-now');
+  const answer = page.locator('[data-entry="msg_md"] .md');
+  await answer.getByText('The end.').waitFor();
+  await gone('#stop');
+  const shape = await answer.evaluate((node) => ({
+    blocks: [...node.children].map((child) => child.tagName.toLowerCase() + (child.className ? `.${child.className}` : '')),
+    inline: [...node.querySelectorAll('em, strong, s, code, li, th, td, blockquote p')].map((n) => `${n.tagName.toLowerCase()}:${n.textContent}`),
+    links: [...node.querySelectorAll('a')].map((a) => [a.textContent, a.href, a.target, a.rel]),
+    inert: [...node.querySelectorAll('.md-inert-link, .md-image')].map((n) => n.textContent),
+    loaders: node.querySelectorAll('img, script, iframe, object, embed, [onerror]').length,
+    sideways: getComputedStyle(node.querySelector('.code-block pre')).overflowX,
+  }));
+  assert.deepEqual(shape.blocks, ['h3.md-heading', 'p', 'ul', 'blockquote', 'div.md-table', 'div.code-block', 'p', 'pre.md-raw', 'p']);
+  assert.deepEqual(shape.inline, ['em:emphasis', 'strong:strong', 'code:inline <code>', 's:gone', 'li:first', 'li:☑ donenested', 'li:nested',
+    'p:quoted', 'th:Name', 'th:Size', 'td:app.js', 'td:12', 'code:const answer = 42; // a long line that scrolls sideways rather than wrapping in the block']);
+  assert.deepEqual(shape.links, [['safe link (https://example.invalid/docs)', 'https://example.invalid/docs', '_blank', 'noopener noreferrer nofollow']]);
+  assert.deepEqual(shape.inert, ['trap (javascript:window.pwned=1)', '[image: a chart] https://example.invalid/chart.png']);
+  assert.equal(shape.loaders, 0);
+  assert.equal(shape.sideways, 'auto');
+  assert.match(await answer.innerText(), /<img src="https:\/\/example.invalid\/pixel.png"[\s\S]*<script>window.pwned = 1<\/script>/);
+  assert.equal(await page.evaluate(() => window.pwned), undefined);
+  assert.deepEqual(asked, []);
+  page.off('request', note);
+  await screenshot('markdown');
+});
+
 test('a running turn is steered, then stopped', async () => {
   await say('hold-now');
   await page.locator('#stop').waitFor();
