@@ -8,6 +8,7 @@ import { Transcript, entriesFromPage, isStreaming, shownText } from './transcrip
 import { el, clear, button, shown } from './dom.js';
 import { sessionMenu, closeSessionMenu } from './session-menu.js';
 import { MarkdownView } from './markdown.js';
+import { changesCard, diffPathFor, fileAnchor, parseUnifiedDiff } from './diff.js';
 
 const app = document.getElementById('app');
 const itemsPageLimit = 40;
@@ -384,16 +385,38 @@ function entryNode(entry, session) {
   if (readsAsMarkdown(entry) && entry.text)
     return el('article', { className: `entry ${entry.kind}`, dataset: { entry: entry.id } },
       el('h3', {}, entry.title), markdownNode(entry, streaming));
+  if (entry.kind === 'changes') {
+    entry.openPaths ??= new Set();
+    return el('article', { className: 'entry changes-entry', dataset: { entry: entry.id } },
+      changesCard(entry.turnId, entry.diff, entry.openPaths));
+  }
   const shown = shownText(entry, streaming, entry.showsFullText);
   const node = el('article', { className: `entry ${entry.kind}`, dataset: { entry: entry.id } },
     el('h3', {}, entry.title, entry.status && entry.kind !== 'assistant' ? el('small', {}, ` ${entry.status}`) : null),
-    shown.text ? el(entry.kind === 'command' ? 'pre' : 'p', { className: shown.muted ? 'body muted' : 'body' }, shown.text) : null);
+    shown.text ? el(entry.kind === 'command' || entry.kind === 'fileChange' ? 'pre' : 'p', { className: shown.muted ? 'body muted' : 'body' }, shown.text) : null);
+  if (entry.kind === 'fileChange') node.append(...fileLinks(entry, session));
   if (shown.shortened || entry.showsFullText)
     node.append(button(entry.showsFullText ? 'Collapse output' : 'Show complete output', () => {
       entry.showsFullText = !entry.showsFullText;
       node.replaceWith(entryNode(entry, session));
     }, 'plain'));
   return node;
+}
+
+// A file change's files, each a way to its part of the turn's changes where the turn has some.
+function fileLinks(entry, session) {
+  const changes = entry.turnId && session.transcript.byID.get(`changes-${entry.turnId}`);
+  if (!changes || !entry.paths?.length) return [];
+  const inDiff = parseUnifiedDiff(changes.diff).map((file) => file.path);
+  return entry.paths.map((path) => diffPathFor(inDiff, path)).filter((path) => path).map((path) =>
+    button(`See ${path} in this turn's changes`, () => {
+      changes.openPaths ??= new Set();
+      changes.openPaths.add(path);
+      redrawEntry(state.current, changes);
+      const file = document.getElementById(fileAnchor(entry.turnId, path));
+      file?.scrollIntoView({ block: 'start' });
+      session.following = false;
+    }, 'plain file-link'));
 }
 
 // An entry that changed while its session is on screen: only its own node is redrawn.
@@ -624,6 +647,8 @@ function onMessage({ message }) {
       for (const [key, approval] of state.approvals)
         if (approval.body.turnId === params.turn?.id) state.approvals.delete(key);
       if (params.turn?.status === 'failed') session.error = text(params.turn?.error?.message) || 'The turn failed.';
+      // What the turn changed shows at its end.
+      session.transcript.moveToEnd(`changes-${text(params.turn?.id)}`);
       setThreadStatus(threadID, 'idle');
       render();
       return;

@@ -35,6 +35,7 @@ export function entryFromItem(item) {
       return { ...entry, kind: 'command', title: `$ ${text(item.command) || 'Command'}`, text: text(item.aggregatedOutput) };
     case 'fileChange':
       return { ...entry, kind: 'fileChange', title: 'File changes',
+        paths: Array.isArray(item.changes) ? item.changes.map((change) => text(change?.path)).filter((path) => path) : [],
         text: listText(item.changes, (change) => joinNonEmpty([text(change?.path), text(change?.diff)], '\n')) };
     case 'reasoning':
       return { ...entry, kind: 'reasoning', title: 'Thinking summary', status: null,
@@ -95,6 +96,16 @@ export class Transcript {
     return entry;
   }
 
+  // Moves an entry to the end, as a turn's changes go once the turn ends; true where it moved.
+  moveToEnd(id) {
+    const entry = this.byID.get(id);
+    const at = entry ? this.entries.indexOf(entry) : -1;
+    if (at < 0 || at === this.entries.length - 1) return false;
+    this.entries.splice(at, 1);
+    this.entries.push(entry);
+    return true;
+  }
+
   // Earlier entries from a history page, oldest first, put before what is shown.
   prepend(entries) {
     for (const entry of [...entries].reverse()) if (!this.byID.has(entry.id)) this.put(entry, true);
@@ -117,8 +128,14 @@ export class Transcript {
         if (method === 'item/started' && entry.kind === 'assistant' && !entry.status) entry.status = 'inProgress';
         if (method === 'item/completed' && entry.status === 'inProgress') entry.status = 'completed';
         if (method === 'item/completed' && (entry.kind === 'assistant' || entry.kind === 'reasoning')) entry.status = 'completed';
+        if (typeof params.turnId === 'string') entry.turnId = params.turnId;
         return this.put(entry);
       }
+      case 'turn/diff/updated':
+        // The newest diff of the whole turn: one card per turn, kept up to date.
+        if (typeof params.turnId !== 'string' || typeof params.diff !== 'string') return null;
+        return this.put({ id: `changes-${params.turnId}`, kind: 'changes', title: 'Changes', text: '', status: null,
+          turnId: params.turnId, diff: params.diff });
       case 'item/agentMessage/delta':
         return this.append(text(params.itemId), 'assistant', 'Codex', text(params.delta));
       case 'item/commandExecution/outputDelta':

@@ -138,6 +138,28 @@ test('an answer reads as Markdown, and nothing in it runs or loads', async () =>
   await screenshot('markdown');
 });
 
+test('what a turn changed shows as its Changes card, folded, at the end of the turn', async () => {
+  await say('diff-now');
+  const card = page.locator('[data-changes="turn-diff"]');
+  await card.locator('h3', { hasText: '2 files +452 −1' }).waitFor();
+  await gone('#stop');
+  // The card went to the end of the turn, after the answer that followed the first diff.
+  assert.equal(await page.locator('#transcript > article').last().getAttribute('data-entry'), 'changes-turn-diff');
+  assert.equal(await card.locator('pre.diff').count(), 0);
+  await page.click('button.file-link');
+  const file = card.locator('details[data-path="src/app.js"]');
+  assert.equal(await file.getAttribute('open'), '');
+  assert.deepEqual(await file.locator('pre.diff span').evaluateAll((lines) => lines.map((l) => `${l.className}:${l.textContent}`)),
+    ['diff-meta:index 1111111..2222222 100644', 'diff-hunk:@@ -1,3 +1,4 @@', 'diff-context: const a = 1;',
+      'diff-remove:-const b = 2;', 'diff-add:+const b = 3;', 'diff-add:+const c = 4;', 'diff-context: export { a };']);
+  const long = card.locator('details[data-path="data/words.txt"]');
+  await long.locator('summary').click();
+  assert.equal(await long.locator('pre.diff span').count(), 400);
+  await screenshot('changes');
+  await long.getByRole('button', { name: 'Show all 452 lines' }).click();
+  assert.equal(await long.locator('pre.diff span').count(), 452);
+});
+
 test('a running turn is steered, then stopped', async () => {
   await say('hold-now');
   await page.locator('#stop').waitFor();
