@@ -9,6 +9,7 @@ import { el, clear, button, shown } from './dom.js';
 import { sessionMenu, closeSessionMenu } from './session-menu.js';
 import { MarkdownView } from './markdown.js';
 import { changesCard, diffPathFor, fileAnchor, parseUnifiedDiff } from './diff.js';
+import { attachControls, attachedImages, messageImages, pastedImages, restoreImages, takeImageInputs } from './attachments.js';
 
 const app = document.getElementById('app');
 const itemsPageLimit = 40;
@@ -318,14 +319,16 @@ function sessionScreen() {
   const draft = el('textarea', { id: 'composer', rows: 2, placeholder: session.running ? 'Steer this turn…' : 'Message Codex…',
     'aria-label': 'Message', value: state.drafts.get(`composer-${id}`) || '',
     oninput: (event) => state.drafts.set(`composer-${id}`, event.target.value),
-    onkeydown: (event) => { if (event.key === 'Enter' && (event.ctrlKey || event.metaKey)) { event.preventDefault(); send(id); } } });
+    onkeydown: (event) => { if (event.key === 'Enter' && (event.ctrlKey || event.metaKey)) { event.preventDefault(); send(id); } },
+    onpaste: (event) => pastedImages(id, event, rerenderKeepingFocus) });
+  const images = attachControls(id, rerenderKeepingFocus);
   return el('main', { className: 'screen session' },
     el('div', { className: 'session-head' }, el('h1', { className: 'session-title' }, threadTitle(thread)),
       sessionMenu(id, threadTitle(thread), sessionMenuActions)),
     transcript,
     state.notice ? el('p', { className: 'error', id: 'notice' }, state.notice) : null,
-    el('div', { className: 'composer' }, draft,
-      el('div', { className: 'actions' }, modelPicker(), effortPicker(),
+    el('div', { className: 'composer' }, images.strip, draft,
+      el('div', { className: 'actions' }, ...images.attach, modelPicker(), effortPicker(),
         session.running ? button('Stop', () => stop(id), 'destructive', 'stop') : null,
         button(session.running ? 'Steer' : 'Send', () => send(id), 'prominent', 'send'))));
 }
@@ -395,6 +398,7 @@ function entryNode(entry, session) {
     el('h3', {}, entry.title, entry.status && entry.kind !== 'assistant' ? el('small', {}, ` ${entry.status}`) : null),
     shown.text ? el(entry.kind === 'command' || entry.kind === 'fileChange' ? 'pre' : 'p', { className: shown.muted ? 'body muted' : 'body' }, shown.text) : null);
   if (entry.kind === 'fileChange') node.append(...fileLinks(entry, session));
+  if (entry.kind === 'user' && entry.images?.length) node.append(messageImages(entry.images));
   if (shown.shortened || entry.showsFullText)
     node.append(button(entry.showsFullText ? 'Collapse output' : 'Show complete output', () => {
       entry.showsFullText = !entry.showsFullText;
@@ -444,8 +448,9 @@ function scrollTranscriptIfFollowing(always = false) {
 async function send(id) {
   const session = sessionFor(id);
   const message = (state.drafts.get(`composer-${id}`) || '').trim();
-  if (!message) return;
-  const input = [{ type: 'text', text: message }];
+  if (!message && !attachedImages(id).length) return;
+  const { images, inputs } = takeImageInputs(id);
+  const input = [...(message ? [{ type: 'text', text: message }] : []), ...inputs];
   state.drafts.delete(`composer-${id}`);
   state.notice = '';
   try {
@@ -462,6 +467,7 @@ async function send(id) {
     }
   } catch (error) {
     state.drafts.set(`composer-${id}`, message);
+    restoreImages(id, images);
     state.notice = error.message;
     session.running = session.running && !!session.turnID;
   }

@@ -28,7 +28,9 @@ export function entryFromItem(item) {
   switch (item.type) {
     case 'userMessage':
       return { ...entry, kind: 'user', title: 'You',
-        text: Array.isArray(item.content) ? item.content.map((part) => text(part?.text)).filter((t) => t).join('\n') : '' };
+        text: Array.isArray(item.content) ? item.content.map((part) => text(part?.text)).filter((t) => t).join('\n') : '',
+        images: Array.isArray(item.content) ? item.content.filter((part) => part?.type === 'image' || part?.type === 'localImage')
+          .map((part) => ({ url: text(part.url), path: text(part.path) })) : [] };
     case 'agentMessage':
       return { ...entry, kind: 'assistant', title: assistantTitle(item.phase), text: text(item.text) };
     case 'commandExecution':

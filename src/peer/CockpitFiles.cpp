@@ -10,7 +10,7 @@ namespace {
 // Scripts, styles and connections only from the bridge itself; nothing inline, no frames, no forms.
 constexpr char securityHeaders[] =
     "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; "
-    "img-src 'self'; connect-src 'self'; manifest-src 'self'; base-uri 'none'; "
+    "img-src 'self' data:; connect-src 'self'; manifest-src 'self'; base-uri 'none'; "
     "form-action 'none'; frame-ancestors 'none'\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "X-Frame-Options: DENY\r\n"

@@ -154,10 +154,43 @@ test('what a turn changed shows as its Changes card, folded, at the end of the t
       'diff-remove:-const b = 2;', 'diff-add:+const b = 3;', 'diff-add:+const c = 4;', 'diff-context: export { a };']);
   const long = card.locator('details[data-path="data/words.txt"]');
   await long.locator('summary').click();
+  await long.locator('pre.diff span').nth(399).waitFor();
   assert.equal(await long.locator('pre.diff span').count(), 400);
   await screenshot('changes');
   await long.getByRole('button', { name: 'Show all 452 lines' }).click();
   assert.equal(await long.locator('pre.diff span').count(), 452);
+});
+
+test('an image attached on the page reaches the engine shrunk, and shows in the message', async () => {
+  // A screenshot larger than the bound, drawn by the browser itself.
+  const png = Buffer.from(await page.evaluate(() => {
+    const canvas = Object.assign(document.createElement('canvas'), { width: 4000, height: 3000 });
+    const pen = canvas.getContext('2d');
+    pen.fillStyle = '#2e7d32';
+    pen.fillRect(0, 0, 4000, 3000);
+    pen.fillStyle = '#ffffff';
+    pen.fillRect(400, 300, 1600, 1200);
+    return canvas.toDataURL('image/png').split(',')[1];
+  }), 'base64');
+  await page.setInputFiles('#attach-input', { name: 'screenshot.png', mimeType: 'image/png', buffer: png });
+  await page.locator('#attachments img').waitFor();
+  await page.fill('#composer', 'What is on this screen?');
+  await screenshot('image-attached');
+  await page.click('#send');
+  const started = await engineCall((m) => m.method === 'turn/start' && m.params.input.some((item) => item.type === 'image'));
+  const [words, image, ...more] = started.params.input;
+  assert.deepEqual(words, { type: 'text', text: 'What is on this screen?' });
+  assert.deepEqual(more, []);
+  assert.match(image.url, /^data:image\/png;base64,/);
+  const size = await page.evaluate((url) => new Promise((resolve) => {
+    const shown = new Image();
+    shown.onload = () => resolve([shown.naturalWidth, shown.naturalHeight]);
+    shown.src = url;
+  }), image.url);
+  assert.deepEqual(size, [2048, 1536]);
+  await page.locator('#transcript .message-image').waitFor();
+  assert.equal(await page.locator('#attachments').count(), 0);
+  await gone('#stop');
 });
 
 test('a running turn is steered, then stopped', async () => {

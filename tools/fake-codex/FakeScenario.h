@@ -26,7 +26,9 @@
 //               "onEof": [action...] }                  default: exit 0
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
-//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...] }
+//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...],
+//              "echoUserMessage": true }   after the reply, item/completed with a userMessage whose
+//                                          content is the request's input (turn/start, turn/steer)
 //   action:  {"send": X} {"raw": "text"} {"stderr": "text"} {"stderrHex": "fffe"} {"exit": code}
 //   {"sleepMs": n}
 //            {"closeStdin": true} {"flood": {"count": n, "message": X}}

@@ -156,6 +156,19 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
         send(JSONValue::object({{"id", id}, {"error", *error}}));
     else if (const JSONValue* result = handler.find("result"))
         send(JSONValue::object({{"id", id}, {"result", *result}}));
+    if (handler.find("echoUserMessage")) {
+        // The user's message as the engine gives it back once the turn has it: the input as sent.
+        const JSONValue* thread = params.find("threadId");
+        const JSONValue* input = params.find("input");
+        send(JSONValue::object(
+            {{"method", "item/completed"},
+             {"params",
+              JSONValue::object(
+                  {{"threadId", thread ? *thread : JSONValue("")},
+                   {"item", JSONValue::object({{"type", "userMessage"},
+                                               {"id", "user-" + std::to_string(call + 1)},
+                                               {"content", input ? *input : JSONValue::array({})}})}})}}));
+    }
     if (const JSONValue* after = handler.find("after"))
         perform(*after);
     perform(scenario.cuedActions(*params.encode()));
