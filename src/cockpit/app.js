@@ -9,6 +9,7 @@ import { el, clear, button, shown } from './dom.js';
 import { sessionMenu, closeSessionMenu } from './session-menu.js';
 import { MarkdownView } from './markdown.js';
 import { changesCard, diffPathFor, fileAnchor, parseUnifiedDiff } from './diff.js';
+import { defaultModeKey, modeFor, permissionModes, threadParams, turnParams } from './modes.js';
 import { attachControls, attachedImages, messageImages, pastedImages, restoreImages, takeImageInputs } from './attachments.js';
 
 const app = document.getElementById('app');
@@ -31,6 +32,7 @@ const state = {
   usage: null,
   usageError: '',
   notice: '',
+  modeChoice: defaultModeKey, // the mode new sessions start in, and sessions the page has not set
 };
 let link;
 
@@ -325,6 +327,7 @@ function sessionScreen() {
   return el('main', { className: 'screen session' },
     el('div', { className: 'session-head' }, el('h1', { className: 'session-title' }, threadTitle(thread)),
       sessionMenu(id, threadTitle(thread), sessionMenuActions)),
+    el('div', { className: 'session-mode' }, modePicker(id)),
     transcript,
     state.notice ? el('p', { className: 'error', id: 'notice' }, state.notice) : null,
     el('div', { className: 'composer' }, images.strip, draft,
@@ -458,12 +461,12 @@ async function send(id) {
       await link.request('turn/steer', { threadId: id, expectedTurnId: session.turnID, input });
     } else {
       const thread = state.threads.find((t) => t.id === id);
+      session.mode ||= state.modeChoice;
       if (!session.resumed && threadStatus(thread || {}) !== 'idle' && threadStatus(thread || {}) !== 'active')
-        await link.request('thread/resume', { threadId: id, approvalPolicy: 'never', sandbox: 'danger-full-access', excludeTurns: true });
+        await link.request('thread/resume', { threadId: id, ...threadParams(session.mode), excludeTurns: true });
       session.resumed = true;
       session.running = true;
-      await link.request('turn/start', { threadId: id, input, approvalPolicy: 'never',
-        sandboxPolicy: { type: 'dangerFullAccess' }, summary: 'detailed', ...turnSettings() });
+      await link.request('turn/start', { threadId: id, input, ...turnParams(session.mode), summary: 'detailed', ...turnSettings() });
     }
   } catch (error) {
     state.drafts.set(`composer-${id}`, message);
@@ -523,6 +526,24 @@ async function readModels() {
 
 // ---- a new session
 
+// The three modes as choices, each with what it allows; the last one chosen is checked.
+function modeChoices() {
+  return el('fieldset', { className: 'modes', id: 'modes' }, el('legend', {}, 'Permissions'),
+    permissionModes.map((mode) => el('label', { className: `option mode-${mode.tint}` },
+      el('input', { type: 'radio', name: 'mode', value: mode.key, id: `mode-${mode.key}`, checked: mode.key === state.modeChoice }),
+      el('span', { className: 'mode-title' }, mode.title), el('small', {}, mode.summary))));
+}
+
+// The session's mode in its header, in its colour; a change applies from the next turn.
+function modePicker(id) {
+  const session = sessionFor(id);
+  const current = modeFor(session.mode || state.modeChoice);
+  const picker = el('select', { id: 'session-mode', className: `mode mode-${current.tint}`, 'aria-label': 'Permissions',
+    onchange: (event) => { session.mode = event.target.value; rerenderKeepingFocus(); } },
+  permissionModes.map((mode) => el('option', { value: mode.key, selected: mode.key === current.key }, mode.title)));
+  return picker;
+}
+
 function newSessionScreen() {
   const folder = el('input', { id: 'new-folder', placeholder: 'Folder on the computer, such as /home/you/project', autocomplete: 'off' });
   const task = el('textarea', { id: 'new-task', rows: 4, placeholder: 'What should Codex do?' });
@@ -530,7 +551,10 @@ function newSessionScreen() {
     event.preventDefault();
     if (!task.value.trim()) return;
     try {
-      const body = { approvalPolicy: 'never', sandbox: 'danger-full-access', serviceName: 'sar_vane',
+      const chosen = new FormData(event.target).get('mode') || state.modeChoice;
+      state.modeChoice = chosen;
+      store.write('permissionMode', chosen);
+      const body = { ...threadParams(chosen), serviceName: 'sar_vane',
         ...(folder.value.trim() ? { cwd: folder.value.trim() } : {}), ...(state.model ? { model: state.model } : {}) };
       const created = await link.request('thread/start', body);
       const id = created?.thread?.id;
@@ -538,6 +562,7 @@ function newSessionScreen() {
       const session = sessionFor(id);
       session.loaded = true;
       session.resumed = true;
+      session.mode = chosen;
       state.threads.unshift(created.thread);
       state.drafts.set(`composer-${id}`, task.value);
       show('session', id);
@@ -550,6 +575,7 @@ function newSessionScreen() {
   el('h1', {}, 'New session'),
   el('label', { htmlFor: 'new-folder' }, 'Folder'), folder,
   el('label', { htmlFor: 'new-task' }, 'First task'), task,
+  modeChoices(),
   el('div', { className: 'actions' }, modelPicker(), effortPicker(), el('button', { type: 'submit', className: 'prominent', id: 'start-session' }, 'Start')),
   state.notice ? el('p', { className: 'error' }, state.notice) : null);
   return el('main', { className: 'screen' }, form);
@@ -699,6 +725,7 @@ async function main() {
   }
   const identity = await store.identity(crypto);
   const name = (await store.read('name')) || (await askName());
+  state.modeChoice = modeFor(await store.read('permissionMode')).key;
   await store.write('name', name);
   link = new BridgeLink({ crypto, identity, name, pairedKey: store.pairedKey,
     rememberComputer: store.rememberComputer, host: location.host });

@@ -236,6 +236,20 @@ test('a new session starts in a folder with its first task', async () => {
   assert.equal(created.params.cwd, '/home/ada/src/cafe');
   assert.deepEqual(started.params.input, [{ type: 'text', text: 'Write the menu page' }]);
   assert.equal(started.params.model, 'gpt-6.1-sol');
+  // The page's sessions ask before acting unless the user chooses otherwise.
+  assert.deepEqual([created.params.approvalPolicy, created.params.sandbox], ['untrusted', 'workspace-write']);
+  assert.deepEqual([started.params.approvalPolicy, started.params.sandboxPolicy], ['untrusted', { type: 'workspaceWrite' }]);
+  // So the command Codex wants to run waits for the page.
+  await shows('#requests', 'npm run build');
+  await page.click('#requests #accept');
+  assert.deepEqual((await engineAnswer(9)).result, { decision: 'accept' });
+  await gone('#requests [data-request]');
+  // A change of mode goes with the next turn.
+  await screenshot('session-mode');
+  await page.selectOption('#session-mode', 'read-only');
+  await say('Only look around');
+  const next = await engineCall((m) => m.method === 'turn/start' && m.params.input[0]?.text === 'Only look around');
+  assert.deepEqual([next.params.approvalPolicy, next.params.sandboxPolicy], ['on-request', { type: 'readOnly' }]);
 });
 
 test('a session is renamed, forked and archived from its menu, and leaves when archived elsewhere', async () => {
