@@ -277,22 +277,26 @@ async function openSession(id) {
   if (!session.loaded && !session.loading) await loadPage(id);
 }
 
-// A page of history, newest first, by items, or by turns where the engine does not page by items.
+// A page of history, newest first, by items, or by turns where the engine does not page by items;
+// the newest without a cursor.
+function historyPage(id, byItems, cursor) {
+  return link.request(byItems ? 'thread/items/list' : 'thread/turns/list', {
+    threadId: id, limit: byItems ? itemsPageLimit : 1, sortDirection: 'desc',
+    ...(byItems ? {} : { itemsView: 'full' }), ...(cursor ? { cursor } : {}) });
+}
+
 async function loadPage(id) {
   const session = sessionFor(id);
   session.loading = true;
   const first = !session.loaded;
-  const ask = (byItems) => link.request(byItems ? 'thread/items/list' : 'thread/turns/list', {
-    threadId: id, limit: byItems ? itemsPageLimit : 1, sortDirection: 'desc',
-    ...(byItems ? {} : { itemsView: 'full' }), ...(session.cursor ? { cursor: session.cursor } : {}) });
   try {
     let page;
     try {
-      page = await ask(session.byItems);
+      page = await historyPage(id, session.byItems, session.cursor);
     } catch (error) {
       if (!(first && session.byItems && /items\/list|item pagination|not supported/i.test(error.message))) throw error;
       session.byItems = false;
-      page = await ask(false);
+      page = await historyPage(id, false, session.cursor);
     }
     session.transcript.prepend(entriesFromPage(page, session.byItems));
     session.cursor = typeof page?.nextCursor === 'string' ? page.nextCursor : null;
@@ -304,6 +308,52 @@ async function loadPage(id) {
   session.loaded = true;
   session.loading = false;
   if (state.screen === 'session' && state.current === id) rerenderKeepingFocus();
+}
+
+// After a reconnect: the open session's newest page, merged with what it holds, so that what was
+// streamed while away shows once. Where more happened than a page holds, it starts from that page.
+async function catchUp(id) {
+  const session = sessionFor(id);
+  if (!session.loaded || session.loading) return openSession(id);
+  session.loading = true;
+  try {
+    const page = await historyPage(id, session.byItems, null);
+    const entries = entriesFromPage(page, session.byItems);
+    const wasEmpty = !session.transcript.entries.length;
+    if (!session.transcript.mergeNewest(entries)) {
+      session.transcript = new Transcript();
+      session.transcript.prepend(entries);
+    }
+    if (wasEmpty || session.transcript.entries.length === entries.length)
+      session.cursor = typeof page?.nextCursor === 'string' ? page.nextCursor : null;
+    // A page of turns tells whether the newest still runs; one that ended while away shows ended.
+    const newest = session.byItems ? null : Array.isArray(page?.data) ? page.data[0] : null;
+    if (newest && typeof newest === 'object') {
+      const running = newest.status === 'inProgress';
+      Object.assign(session, { running, turnID: running ? text(newest.id) : null });
+    }
+    session.error = '';
+    settleUnconfirmed(id);
+  } catch (error) {
+    session.error = `The session could not be read again: ${error.message}`;
+  }
+  session.loading = false;
+  if (state.screen === 'session' && state.current === id) rerenderKeepingFocus();
+}
+
+// A message whose sending the connection cut stays in the composer; once the session is read
+// again and shows it as the newest message from the user, it went through, and leaves the composer.
+function settleUnconfirmed(id) {
+  const session = sessionFor(id);
+  if (!session.unconfirmed) return;
+  const users = session.transcript.entries.filter((entry) => entry.kind === 'user');
+  if (users.at(-1)?.text.trim() === session.unconfirmed) {
+    if ((state.drafts.get(`composer-${id}`) || '').trim() === session.unconfirmed) {
+      state.drafts.delete(`composer-${id}`);
+      state.notice = '';
+    }
+  }
+  session.unconfirmed = '';
 }
 
 function sessionScreen() {
@@ -469,9 +519,14 @@ async function send(id) {
       await link.request('turn/start', { threadId: id, input, ...turnParams(session.mode), summary: 'detailed', ...turnSettings() });
     }
   } catch (error) {
-    state.drafts.set(`composer-${id}`, message);
+    // Kept for the user to send again, never sent again by the page: where the connection closed
+    // before the computer answered, Codex may have it already.
+    if (!(state.drafts.get(`composer-${id}`) || '').trim()) state.drafts.set(`composer-${id}`, message);
     restoreImages(id, images);
-    state.notice = error.message;
+    session.unconfirmed = error.lost ? message : '';
+    state.notice = error.lost
+      ? 'The connection closed before the computer confirmed this message. It is kept below; once reconnected, check the session before sending it again.'
+      : error.message;
     session.running = session.running && !!session.turnID;
   }
   rerenderKeepingFocus();
@@ -706,14 +761,18 @@ async function reread() {
   if (link.state !== 'ready') return;
   render();
   if (!state.engine.ready) return;
-  for (const session of state.sessions.values())
-    Object.assign(session, { loaded: false, cursor: null, byItems: true, transcript: new Transcript(), running: false, turnID: null });
-  await Promise.all([readThreads(), readModels()]);
+  // The open session keeps what it holds and catches up; the others are read anew when opened.
+  const open = state.screen === 'session' ? state.current : null;
+  for (const [id, session] of state.sessions) {
+    if (id !== open)
+      Object.assign(session, { loaded: false, cursor: null, byItems: true, transcript: new Transcript() });
+    Object.assign(session, { running: false, turnID: null });
+  }
+  await Promise.all([readThreads(), readModels(), state.screen === 'usage' || state.usage ? readUsage() : null]);
   // A turn that runs on is known by its session's status; its events bring the rest.
   for (const thread of state.threads)
     if (threadStatus(thread) === 'active' && state.sessions.has(thread.id)) sessionFor(thread.id).running = true;
-  if (state.screen === 'session' && state.current) await openSession(state.current);
-  if (state.screen === 'usage') await readUsage();
+  if (open) await catchUp(open);
   render();
 }
 

@@ -66,9 +66,11 @@ export class BridgeLink extends EventTarget {
     this.socket = null;
     clearInterval(this.livenessTimer);
     clearTimeout(this.codeTimer);
+    // Whether the computer received these is not known: a caller that must not repeat one (a
+    // message to Codex) tells by `lost`.
     for (const { reject, timer } of this.pending.values()) {
       clearTimeout(timer);
-      reject(new Error('The connection to the computer closed.'));
+      reject(Object.assign(new Error('The connection to the computer closed before it answered.'), { lost: true }));
     }
     this.pending.clear();
     if (this.state === 'keyChanged') return;

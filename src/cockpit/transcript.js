@@ -113,6 +113,28 @@ export class Transcript {
     for (const entry of [...entries].reverse()) if (!this.byID.has(entry.id)) this.put(entry, true);
   }
 
+  // The newest page of history read again, oldest first, merged with what is held: an entry held
+  // takes the page's version (what its deltas built while the page listened is in it), an entry
+  // new here goes beside its neighbours on the page. Returns false, changing nothing, where the
+  // page and what is held have no entry in common (more happened than one page holds).
+  mergeNewest(entries) {
+    if (this.entries.length && !entries.some((entry) => this.byID.has(entry.id))) return false;
+    let previous = null;
+    entries.forEach((entry, index) => {
+      if (this.byID.has(entry.id)) {
+        previous = this.put(entry);
+        return;
+      }
+      const next = previous ? null : entries.slice(index + 1).find((later) => this.byID.has(later.id));
+      const at = previous ? this.entries.indexOf(previous) + 1
+        : next ? this.entries.indexOf(this.byID.get(next.id)) : this.entries.length;
+      this.byID.set(entry.id, entry);
+      this.entries.splice(at, 0, entry);
+      previous = entry;
+    });
+    return true;
+  }
+
   append(itemID, kind, title, delta) {
     const entry = this.byID.get(itemID) || this.put({ id: itemID, kind, title, text: '', status: 'inProgress' });
     entry.text += delta;

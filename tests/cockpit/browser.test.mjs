@@ -11,6 +11,7 @@ import { after, before, test } from 'node:test';
 
 import { RunningBridge } from '../../tools/browser/bridge.mjs';
 import { launch, newPage } from '../../tools/browser/chromium.mjs';
+import { Relay } from '../../tools/browser/relay.mjs';
 
 const shots = process.env.COCKPIT_SCREENSHOTS;
 let bridge, browser, page, origin;
@@ -25,14 +26,41 @@ async function screenshot(name) {
 const engineAnswer = (id) => bridge.engineReceived((m) => m.id === id && !m.method);
 const engineCall = (test) => bridge.engineReceived((m) => typeof m.method === 'string' && test(m));
 // Waits until an element shows the text (a string it contains, or a pattern), or is gone.
-const shows = (selector, text) => page.locator(selector, { hasText: text }).first().waitFor();
-const gone = (selector) => page.locator(selector).first().waitFor({ state: 'detached' });
+const shows = (selector, text, on = page) => on.locator(selector, { hasText: text }).first().waitFor();
+const gone = (selector, on = page) => on.locator(selector).first().waitFor({ state: 'detached' });
 const untilCount = (selector, n) => page.waitForFunction(([selector, n]) => document.querySelectorAll(selector).length === n,
   [selector, n]);
 
-async function say(text) {
-  await page.fill('#composer', text);
-  await page.click('#send');
+async function say(text, on = page) {
+  await on.fill('#composer', text);
+  await on.click('#send');
+}
+
+// Resolves once a page of the session's newest history reaches the page on a connection it opens
+// from now on (the page reads it again after a reconnect).
+function newestHistoryArrives(on, limitMs = 20000) {
+  return new Promise((resolve, reject) => {
+    const timer = setTimeout(() => reject(new Error('The newest history never reached the page again')), limitMs);
+    on.on('websocket', (socket) => socket.on('framereceived', (frame) => {
+      if (!String(frame.payload).includes('"item-45"')) return;
+      clearTimeout(timer);
+      resolve();
+    }));
+  });
+}
+
+// A new browser at address, named, paired through the console.
+async function pairedPage(address, name) {
+  const fresh = await newPage(browser);
+  await fresh.goto(`${address}/`);
+  await fresh.fill('#device-name', name);
+  await fresh.click('#save-name');
+  await shows('#pairing-code', /^\d{6}$/, fresh);
+  const code = await fresh.locator('#pairing-code').innerText();
+  await bridge.waitFor(`Compare code ${code}.`);
+  bridge.type(`approve ${code}`);
+  await fresh.locator('[data-thread]').first().waitFor();
+  return fresh;
 }
 
 before(async () => {
@@ -290,16 +318,57 @@ test('usage and limits', async () => {
   await page.click('[data-thread="thr_1"]');
 });
 
+test('cut off mid-turn, the page catches up: the whole reply once, the turn ended, the unsent message kept', async () => {
+  const relay = await new Relay(bridge.port).listen();
+  const tablet = await pairedPage(`https://127.0.0.1:${relay.port}`, 'Ada’s Tablet');
+  try {
+    await tablet.click('[data-thread="thr_1"]');
+    await shows('#transcript', 'message 45', tablet);
+    await say('sever-now', tablet);
+    await shows('#transcript', 'word3 ', tablet);
+    relay.sever();
+    await shows('#engine-status', /^Reconnecting…$/, tablet);
+    // Sent while away: refused at once, and kept.
+    await say('sent-while-away', tablet);
+    await shows('#notice', 'Not connected', tablet);
+    assert.equal(await tablet.locator('#composer').inputValue(), 'sent-while-away');
+    // The engine streams on while the page is away.
+    await bridge.engineRecorded((record) => record.deltaSent === 'word30 ');
+    const caughtUp = newestHistoryArrives(tablet);
+    relay.resume();
+    await caughtUp;
+    await tablet.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: 20000 });
+    await shows('#transcript', 'word59 ', tablet);
+    await gone('#stop', tablet);
+    const reply = await tablet.locator('[data-entry="turn-30-reply"]').innerText();
+    assert.deepEqual([...reply.matchAll(/word(\d+) /g)].map((m) => Number(m[1])), [...Array(60).keys()]);
+    const transcript = await tablet.locator('#transcript').innerText();
+    assert.equal(transcript.split('sever-now').length, 2, 'the prompt once');
+    assert.equal(transcript.split('message 45').length, 2, 'history once');
+    assert.equal(await tablet.locator('#composer').inputValue(), 'sent-while-away');
+    assert.ok(!bridge.engineRecords().some((r) => JSON.stringify(r.received ?? '').includes('sent-while-away')));
+    assert.deepEqual(tablet.errors.filter((e) => !/WebSocket|ERR_CONNECTION/.test(e)), []);
+  } finally {
+    await tablet.context().close();
+    await relay.close();
+  }
+});
+
 test('after the computer restarts, the page reconnects by its stored key, without a code', async () => {
   await bridge.stop();
   await shows('#engine-status', /^Reconnecting…$/);
+  const caughtUp = newestHistoryArrives(page);
   await bridge.start();
   await bridge.waitFor('Authenticated Ada’s Phone from 127.0.0.1.');
   assert.doesNotMatch(bridge.err, /Pairing requested/);
   await page.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: 20000 });
-  // What the page shows is read again: the session's newest page of history.
-  await untilCount('[data-entry]', 1);
-  await shows('#transcript', 'message 45');
+  // What the page shows is read again and merged with what it held: the newest page of history
+  // once, and the turns streamed before.
+  await caughtUp;
+  await page.locator('#transcript button#earlier').waitFor();
+  const transcript = await page.locator('#transcript').innerText();
+  assert.equal(transcript.split('message 45').length, 2);
+  assert.match(transcript, /message 43[\s\S]*word39 /);
   assert.deepEqual(page.errors, []);
 });
 

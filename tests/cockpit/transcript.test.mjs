@@ -30,6 +30,27 @@ test('live events build entries, and a completed item settles them', () => {
   assert.equal(transcript.entries[3].title, '$ ls');
 });
 
+test('the newest page read again after a reconnect is merged with what is held, each entry once', () => {
+  const entry = (id, text = id) => ({ id, kind: 'assistant', title: 'Codex', text, status: 'completed' });
+  const cases = [
+    // held, page, merged (null: nothing in common, nothing changed)
+    [['a', 'b', 'c:wor'], ['b', 'c:word0 word1', 'd'], ['a', 'b', 'c:word0 word1', 'd']],
+    [['a', 'live'], ['z', 'a', 'b'], ['z', 'a', 'b', 'live']],
+    [['a', 'b'], ['x', 'b'], ['a', 'x', 'b']],
+    [[], ['a', 'b'], ['a', 'b']],
+    [['a', 'b'], ['c', 'd'], null],
+  ];
+  const made = (list) => list.map((e) => entry(...e.split(':')));
+  for (const [held, page, merged] of cases) {
+    const transcript = new Transcript();
+    transcript.prepend(made(held));
+    assert.equal(transcript.mergeNewest(made(page)), merged !== null, JSON.stringify(page));
+    const shown = transcript.entries.map((e) => (e.text === e.id ? e.id : `${e.id}:${e.text}`));
+    assert.deepEqual(shown, merged ?? held, JSON.stringify(page));
+    assert.equal(transcript.byID.size, transcript.entries.length);
+  }
+});
+
 test('long output is shortened: the latest part while live, head and tail once settled', () => {
   const entry = { kind: 'command', text: `${'a'.repeat(3000)}${'b'.repeat(2000)}` };
   const live = shownText(entry, true);

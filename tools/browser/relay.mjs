@@ -1,0 +1,58 @@
+// A TCP relay on loopback between a browser and the bridge, which a test can sever as a phone's
+// network would drop, and keep shut for a while. TLS passes through it untouched; the page's origin
+// is the relay's address, which the browser also puts in the Host header, so the bridge sees a page
+// of its own origin.
+
+import { connect, createServer } from 'node:net';
+
+export class Relay {
+  constructor(targetPort) {
+    this.targetPort = targetPort;
+    this.open = true;
+    this.pairs = new Set();
+    this.server = createServer((incoming) => {
+      if (!this.open) {
+        incoming.destroy();
+        return;
+      }
+      const outgoing = connect(this.targetPort, '127.0.0.1');
+      const pair = [incoming, outgoing];
+      this.pairs.add(pair);
+      const end = () => {
+        this.pairs.delete(pair);
+        incoming.destroy();
+        outgoing.destroy();
+      };
+      for (const socket of pair) {
+        socket.on('error', end);
+        socket.on('close', end);
+      }
+      incoming.pipe(outgoing);
+      outgoing.pipe(incoming);
+    });
+  }
+
+  async listen() {
+    await new Promise((resolve) => this.server.listen(0, '127.0.0.1', resolve));
+    this.port = this.server.address().port;
+    return this;
+  }
+
+  // Cuts every connection at once and refuses new ones until resume().
+  sever() {
+    this.open = false;
+    for (const [incoming, outgoing] of [...this.pairs]) {
+      incoming.resetAndDestroy();
+      outgoing.destroy();
+    }
+  }
+
+  resume() {
+    this.open = true;
+  }
+
+  close() {
+    this.sever();
+    return new Promise((resolve) => this.server.close(resolve));
+  }
+}
