@@ -6,6 +6,7 @@ import { BridgeLink } from './link.js';
 import * as store from './store.js';
 import { Transcript, entriesFromPage, isStreaming, shownText } from './transcript.js';
 import { el, clear, button, shown } from './dom.js';
+import { Attention } from './attention.js';
 
 const app = document.getElementById('app');
 const itemsPageLimit = 40;
@@ -29,6 +30,7 @@ const state = {
   notice: '',
 };
 let link;
+const attention = new Attention();
 
 // ---- first use: the name this browser goes by
 
@@ -91,6 +93,7 @@ function linkScreen() {
 // ---- rendering
 
 function render() {
+  attention.showCount(state.approvals.size + state.questions.size);
   if (link.state !== 'ready' && !(link.state === 'offline' && state.everReady)) {
     clear(app).append(linkScreen());
     return;
@@ -132,7 +135,7 @@ function approvalCard(id, method, body) {
   const isCommand = method === 'item/commandExecution/requestApproval';
   const decide = (decision) => {
     link.answer(id, method, { decision });
-    state.approvals.delete(id);
+    dropRequest(id);
     render();
   };
   return el('article', { className: 'card request', dataset: { request: id } },
@@ -160,8 +163,7 @@ function questionCard(id, body) {
       answers[question.id] = { answers: [answer] };
     }
     link.answer(id, 'item/tool/requestUserInput', { answers });
-    state.drafts.delete(id);
-    state.questions.delete(id);
+    dropRequest(id);
     render();
   } }, el('h2', {}, 'Codex has a question'), sessionLabel(body.threadId));
   questions.forEach((question, index) => {
@@ -214,7 +216,22 @@ function sessionsScreen() {
   return el('main', { className: 'screen' },
     el('div', { className: 'toolbar' }, search, button('New', () => show('new'), 'prominent', 'new-session')),
     state.listError ? el('p', { className: 'error' }, state.listError) : null,
-    state.threads.length ? list : el('p', { className: 'muted' }, state.search ? 'No sessions match.' : 'No sessions yet.'));
+    state.threads.length ? list : el('p', { className: 'muted' }, state.search ? 'No sessions match.' : 'No sessions yet.'),
+    notifySwitch());
+}
+
+// The user's opt-in to notifications: switching it on is what lets the browser ask for permission.
+function notifySwitch() {
+  if (!attention.supported)
+    return el('p', { className: 'muted notify' }, 'This browser shows no notifications for this page; its title counts what waits for you.');
+  return el('div', { className: 'notify' },
+    el('label', { className: 'switch' },
+      el('input', { type: 'checkbox', id: 'notify', role: 'switch', checked: attention.enabled, onchange: async (event) => {
+        await attention.setWanted(event.target.checked);
+        render();
+      } }),
+      el('span', {}, 'Notify me when Codex needs me while this page is in the background')),
+    attention.problem ? el('p', { className: 'error', id: 'notify-problem' }, attention.problem) : null);
 }
 
 function when(seconds) {
@@ -570,7 +587,12 @@ function onMessage({ message }) {
   const { kind, method, id, body } = message;
   const params = body && typeof body === 'object' ? body : {};
   if (kind === 'serverRequest') {
-    if (typeof id === 'string' && method.endsWith('/requestApproval')) state.approvals.set(id, { method, body: params });
+    if (typeof id === 'string' && method.endsWith('/requestApproval')) {
+      state.approvals.set(id, { method, body: params });
+      const isCommand = method === 'item/commandExecution/requestApproval';
+      attention.tell(`request:${id}`, isCommand ? 'Codex asks to run a command' : 'Codex asks to change files',
+        [threadName(params.threadId), isCommand ? shown(params.command) : shown(params.reason)].filter((t) => t).join(': '));
+    }
     render();
     return;
   }
@@ -584,12 +606,16 @@ function onMessage({ message }) {
       return;
     }
     case 'sarvane/userInputRequest':
-      if (typeof id === 'string') state.questions.set(id, params);
+      if (typeof id === 'string') {
+        state.questions.set(id, params);
+        const first = Array.isArray(params.questions) ? params.questions[0] : null;
+        attention.tell(`request:${id}`, 'Codex has a question',
+          [threadName(params.threadId), shown(first?.question)].filter((t) => t).join(': '));
+      }
       render();
       return;
     case 'sarvane/userInputResolved':
-      state.questions.delete(params.requestId);
-      state.drafts.delete(params.requestId);
+      dropRequest(params.requestId);
       render();
       return;
     case 'thread/started':
@@ -606,8 +632,10 @@ function onMessage({ message }) {
       const session = sessionFor(threadID);
       Object.assign(session, { running: false, turnID: null });
       for (const [key, approval] of state.approvals)
-        if (approval.body.turnId === params.turn?.id) state.approvals.delete(key);
+        if (approval.body.turnId === params.turn?.id) dropRequest(key);
       if (params.turn?.status === 'failed') session.error = text(params.turn?.error?.message) || 'The turn failed.';
+      attention.tell(`turn:${text(params.turn?.id)}`, params.turn?.status === 'failed' ? 'A Codex turn failed' : 'Codex finished a turn',
+        threadName(threadID));
       setThreadStatus(threadID, 'idle');
       render();
       return;
@@ -619,13 +647,26 @@ function onMessage({ message }) {
   const entry = sessionFor(threadID).transcript.apply(method, params);
   if (method === 'item/completed')
     for (const [key, approval] of state.approvals)
-      if (approval.body.itemId === params.item?.id) { state.approvals.delete(key); render(); }
+      if (approval.body.itemId === params.item?.id) { dropRequest(key); render(); }
   if (entry) redrawEntry(threadID, entry);
 }
 
 function setThreadStatus(threadID, type) {
   const thread = state.threads.find((t) => t.id === threadID);
   if (thread) thread.status = { type };
+}
+
+// An approval or question that no longer waits: answered here or elsewhere, or closed by Codex.
+function dropRequest(id) {
+  state.approvals.delete(id);
+  state.questions.delete(id);
+  state.drafts.delete(id);
+  attention.settle(`request:${id}`);
+}
+
+function threadName(threadID) {
+  const thread = state.threads.find((t) => t.id === threadID);
+  return thread ? threadTitle(thread) : '';
 }
 
 // After pairing, after a reconnect, and when the engine becomes ready: read again what is shown.
@@ -645,6 +686,8 @@ async function reread() {
   for (const thread of state.threads)
     if (threadStatus(thread) === 'active' && state.sessions.has(thread.id)) sessionFor(thread.id).running = true;
   if (open) await catchUp(open);
+  // What waits was offered again before these answers came; a notification of anything else goes.
+  attention.settleAllBut(new Set([...state.approvals.keys(), ...state.questions.keys()].map((id) => `request:${id}`)));
   render();
 }
 
@@ -657,6 +700,7 @@ async function main() {
   const identity = await store.identity(crypto);
   const name = (await store.read('name')) || (await askName());
   await store.write('name', name);
+  await attention.load();
   link = new BridgeLink({ crypto, identity, name, pairedKey: store.pairedKey,
     rememberComputer: store.rememberComputer, host: location.host });
   link.addEventListener('state', () => {

@@ -148,13 +148,58 @@ test('a running turn is steered, then stopped', async () => {
   assert.deepEqual(interrupt.params, { threadId: 'thr_1', turnId: 'turn-9' });
 });
 
-test('an approval answered on the page reaches the engine', async () => {
+// The page in the background, as the browser reports it, and what it tells the system: the
+// notifications it makes (and closes) and the app badge.
+async function hide(hidden) {
+  await page.evaluate((hidden) => {
+    for (const [name, value] of [['visibilityState', hidden ? 'hidden' : 'visible'], ['hidden', hidden]])
+      Object.defineProperty(document, name, { value, configurable: true });
+    document.dispatchEvent(new Event('visibilitychange'));
+  }, hidden);
+}
+
+async function watchNotifications() {
+  await page.evaluate(() => {
+    window.told = [];
+    window.badge = 0;
+    const System = window.Notification;
+    window.Notification = class extends System {
+      constructor(title, options) {
+        super(title, options);
+        this.record = { title, body: options?.body, tag: options?.tag, open: true };
+        window.told.push(this.record);
+      }
+      close() {
+        this.record.open = false;
+        super.close();
+      }
+    };
+    navigator.setAppBadge = async (count) => { window.badge = count; };
+    navigator.clearAppBadge = async () => { window.badge = 0; };
+  });
+}
+const told = () => page.evaluate(() => ({ told: window.told, badge: window.badge, title: document.title }));
+
+test('the page asks for notifications only once switched on; in the background an approval is told, and deciding it clears that', async () => {
+  await page.context().grantPermissions(['notifications'], { origin });
+  await watchNotifications();
+  await page.click('#back');
+  assert.equal(await page.locator('#notify').isChecked(), false);
+  await page.locator('#notify').check();
+  await page.click('[data-thread="thr_1"]');
+  await hide(true);
   await say('approve-now');
   await shows('#requests', 'make test');
+  await page.waitForFunction(() => document.title === '(1) Nimbrel Bridge' && window.badge === 1 && window.told.length === 1);
+  const { told: [notification] } = await told();
+  assert.deepEqual(notification, { title: 'Codex asks to run a command', body: 'Fix the flaky login test: make test',
+    tag: notification.tag, open: true });
   await screenshot('approval');
   await page.click('#requests #accept');
   await gone('#requests [data-request]');
   assert.deepEqual((await engineAnswer(7)).result, { decision: 'accept' });
+  await page.waitForFunction(() => document.title === 'Nimbrel Bridge' && window.badge === 0 && !window.told[0].open);
+  await hide(false);
 });
 
 test('a question answered on the page reaches the engine', async () => {
@@ -191,8 +236,9 @@ test('usage and limits', async () => {
 
 test('cut off mid-turn, the page catches up: the whole reply once, the turn ended, the unsent message kept', async () => {
   const relay = await new Relay(bridge.port).listen();
-  const tablet = await pairedPage(`https://127.0.0.1:${relay.port}`, 'Ada’s Tablet');
+  let tablet;
   try {
+    tablet = await pairedPage(`https://127.0.0.1:${relay.port}`, 'Ada’s Tablet');
     await tablet.click('[data-thread="thr_1"]');
     await shows('#transcript', 'message 45', tablet);
     await say('sever-now', tablet);
@@ -220,7 +266,7 @@ test('cut off mid-turn, the page catches up: the whole reply once, the turn ende
     assert.ok(!bridge.engineRecords().some((r) => JSON.stringify(r.received ?? '').includes('sent-while-away')));
     assert.deepEqual(tablet.errors.filter((e) => !/WebSocket|ERR_CONNECTION/.test(e)), []);
   } finally {
-    await tablet.context().close();
+    await tablet?.context().close();
     await relay.close();
   }
 });
