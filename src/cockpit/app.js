@@ -691,12 +691,30 @@ async function reread() {
   render();
 }
 
+// The page's service worker, which keeps its files for opening while the computer is away; where
+// the browser allows none (it may refuse one over a certificate it does not trust), the page works
+// without. Any other worker of this origin, such as one a look-alike page left, is removed.
+async function installWorker() {
+  if (!('serviceWorker' in navigator)) return;
+  try {
+    const own = new URL('sw.js', location.href).href;
+    for (const registration of await navigator.serviceWorker.getRegistrations()) {
+      const worker = registration.active || registration.waiting || registration.installing;
+      if (worker?.scriptURL !== own) await registration.unregister();
+    }
+    await navigator.serviceWorker.register('sw.js', { scope: './' });
+  } catch {
+    // Not allowed here.
+  }
+}
+
 async function main() {
   if (!window.isSecureContext || !crypto.subtle) {
     clear(app).append(el('section', { className: 'card alert' }, el('h1', {}, 'Open this page over https'),
       el('p', {}, 'The browser keeps this device’s key only on a secure page.')));
     return;
   }
+  installWorker();
   const identity = await store.identity(crypto);
   const name = (await store.read('name')) || (await askName());
   await store.write('name', name);

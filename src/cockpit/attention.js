@@ -71,7 +71,7 @@ export class Attention {
     if (!this.enabled || document.visibilityState !== 'hidden' || this.told.has(tag)) return;
     this.told.add(tag);
     navigator.vibrate?.(200);
-    const options = { body: notificationText(body), tag, icon: 'icon.svg' };
+    const options = { body: notificationText(body), tag, icon: 'icon-192.png', badge: 'icon-192.png' };
     try {
       const notification = new Notification(title, options);
       notification.onclick = () => {

@@ -81,8 +81,10 @@ test('served files carry the security headers, and nothing outside the page is s
   // The path goes out as written, not normalised as a URL would be.
   const get = (path, method = 'GET') => new Promise((resolve, reject) => {
     const call = request({ host: '127.0.0.1', port: bridge.port, path, method, rejectUnauthorized: false }, (response) => {
-      response.resume();
-      response.on('end', () => resolve(response));
+      let body = '';
+      response.setEncoding('latin1');
+      response.on('data', (chunk) => { body += chunk; });
+      response.on('end', () => resolve(Object.assign(response, { body })));
     });
     call.on('error', reject);
     call.end();
@@ -93,6 +95,20 @@ test('served files carry the security headers, and nothing outside the page is s
   assert.doesNotMatch(index.headers['content-security-policy'], /unsafe-inline/);
   assert.equal(index.headers['x-content-type-options'], 'nosniff');
   assert.equal((await get('/app.js')).headers['content-type'], 'text/javascript; charset=utf-8');
+  // What installs the page as an app, with the same headers; the worker carries the files' digest.
+  assert.match(index.headers['content-security-policy'], /worker-src 'self'; .*manifest-src 'self'|manifest-src 'self'; worker-src 'self'/);
+  for (const [path, type] of [['/manifest.webmanifest', 'application/manifest+json'], ['/sw.js', 'text/javascript; charset=utf-8'],
+    ['/icon-192.png', 'image/png'], ['/icon-512.png', 'image/png'], ['/icon-180.png', 'image/png'], ['/icon.svg', 'image/svg+xml']]) {
+    const file = await get(path);
+    assert.equal(file.statusCode, 200, path);
+    assert.equal(file.headers['content-type'], type, path);
+    assert.equal(file.headers['content-security-policy'], index.headers['content-security-policy'], path);
+    assert.equal(file.headers['x-content-type-options'], 'nosniff', path);
+  }
+  const manifest = JSON.parse((await get('/manifest.webmanifest')).body);
+  assert.equal(manifest.display, 'standalone');
+  assert.deepEqual(manifest.icons.map((icon) => icon.sizes), ['any', '192x192', '512x512', '512x512']);
+  assert.match((await get('/sw.js')).body, /const version = '[0-9a-f]{16}';/);
   for (const path of ['/../../etc/passwd', '/%2e%2e/app.js', '/cockpit/', '/index.html/', '/.rcc'])
     assert.equal((await get(path)).statusCode, 404, path);
   assert.equal((await get('/', 'POST')).statusCode, 405);
@@ -301,8 +317,27 @@ test('a page of another origin cannot open the link', async () => {
   assert.doesNotMatch(bridge.err, /Stranger/);
 });
 
-test('a computer that answers with the same id and another key is refused', async () => {
+test('installed, the page opens from its own files while the computer is away, and keeps nothing else', async () => {
+  await page.waitForFunction(() => navigator.serviceWorker.controller?.scriptURL.endsWith('/sw.js'));
+  const cached = await page.evaluate(async () => {
+    const names = await caches.keys();
+    const urls = [];
+    for (const name of names) for (const request of await (await caches.open(name)).keys()) urls.push(request.url);
+    return { names, paths: urls.map((url) => new URL(url).pathname).sort() };
+  });
+  assert.equal(cached.names.length, 1);
+  assert.deepEqual(cached.paths, ['/', '/app.css', '/app.js', '/attention.js', '/dom.js', '/hello.js', '/icon-180.png',
+    '/icon-192.png', '/icon-512.png', '/icon-maskable-512.png', '/icon.svg', '/link.js', '/manifest.webmanifest',
+    '/store.js', '/transcript.js']);
   await bridge.stop();
+  page.errors.length = 0;
+  await page.reload();
+  await shows('#connecting', 'Reconnecting');
+  await screenshot('offline');
+  assert.deepEqual(page.errors.filter((e) => !/WebSocket|ERR_CONNECTION_REFUSED/.test(e)), []);
+});
+
+test('a computer that answers with the same id and another key is refused', async () => {
   rmSync(join(bridge.home, 'data/nimbrel-bridge/secrets/com.halvenworks.Sarvane/device-signing-key'));
   await bridge.start();
   await page.locator('#key-changed', { hasText: 'key has changed' }).waitFor({ timeout: 20000 });
