@@ -11,6 +11,7 @@ import { MarkdownView } from './markdown.js';
 import { changesCard, diffPathFor, fileAnchor, parseUnifiedDiff } from './diff.js';
 import { defaultModeKey, modeFor, permissionModes, threadParams, turnParams } from './modes.js';
 import { attachControls, attachedImages, messageImages, pastedImages, restoreImages, takeImageInputs } from './attachments.js';
+import { Attention } from './attention.js';
 
 const app = document.getElementById('app');
 const itemsPageLimit = 40;
@@ -35,6 +36,7 @@ const state = {
   modeChoice: defaultModeKey, // the mode new sessions start in, and sessions the page has not set
 };
 let link;
+const attention = new Attention();
 
 // ---- first use: the name this browser goes by
 
@@ -97,6 +99,7 @@ function linkScreen() {
 // ---- rendering
 
 function render() {
+  attention.showCount(state.approvals.size + state.questions.size);
   if (link.state !== 'ready' && !(link.state === 'offline' && state.everReady)) {
     clear(app).append(linkScreen());
     return;
@@ -140,7 +143,7 @@ function approvalCard(id, method, body) {
   const isCommand = method === 'item/commandExecution/requestApproval';
   const decide = (decision) => {
     link.answer(id, method, { decision });
-    state.approvals.delete(id);
+    dropRequest(id);
     render();
   };
   return el('article', { className: 'card request', dataset: { request: id } },
@@ -168,8 +171,7 @@ function questionCard(id, body) {
       answers[question.id] = { answers: [answer] };
     }
     link.answer(id, 'item/tool/requestUserInput', { answers });
-    state.drafts.delete(id);
-    state.questions.delete(id);
+    dropRequest(id);
     render();
   } }, el('h2', {}, 'Codex has a question'), sessionLabel(body.threadId));
   questions.forEach((question, index) => {
@@ -225,7 +227,22 @@ function sessionsScreen() {
     archived ? el('p', { className: 'notice', id: 'archived-notice' }, `Archived “${shown(archived.title)}”. `,
       button('Undo', () => unarchive(archived), 'plain', 'unarchive')) : null,
     state.listError ? el('p', { className: 'error' }, state.listError) : null,
-    state.threads.length ? list : el('p', { className: 'muted' }, state.search ? 'No sessions match.' : 'No sessions yet.'));
+    state.threads.length ? list : el('p', { className: 'muted' }, state.search ? 'No sessions match.' : 'No sessions yet.'),
+    notifySwitch());
+}
+
+// The user's opt-in to notifications: switching it on is what lets the browser ask for permission.
+function notifySwitch() {
+  if (!attention.supported)
+    return el('p', { className: 'muted notify' }, 'This browser shows no notifications for this page; its title counts what waits for you.');
+  return el('div', { className: 'notify' },
+    el('label', { className: 'switch' },
+      el('input', { type: 'checkbox', id: 'notify', role: 'switch', checked: attention.enabled, onchange: async (event) => {
+        await attention.setWanted(event.target.checked);
+        render();
+      } }),
+      el('span', {}, 'Notify me when Codex needs me while this page is in the background')),
+    attention.problem ? el('p', { className: 'error', id: 'notify-problem' }, attention.problem) : null);
 }
 
 function when(seconds) {
@@ -686,7 +703,12 @@ function onMessage({ message }) {
   const { kind, method, id, body } = message;
   const params = body && typeof body === 'object' ? body : {};
   if (kind === 'serverRequest') {
-    if (typeof id === 'string' && method.endsWith('/requestApproval')) state.approvals.set(id, { method, body: params });
+    if (typeof id === 'string' && method.endsWith('/requestApproval')) {
+      state.approvals.set(id, { method, body: params });
+      const isCommand = method === 'item/commandExecution/requestApproval';
+      attention.tell(`request:${id}`, isCommand ? 'Codex asks to run a command' : 'Codex asks to change files',
+        [threadName(params.threadId), isCommand ? shown(params.command) : shown(params.reason)].filter((t) => t).join(': '));
+    }
     render();
     return;
   }
@@ -700,12 +722,16 @@ function onMessage({ message }) {
       return;
     }
     case 'sarvane/userInputRequest':
-      if (typeof id === 'string') state.questions.set(id, params);
+      if (typeof id === 'string') {
+        state.questions.set(id, params);
+        const first = Array.isArray(params.questions) ? params.questions[0] : null;
+        attention.tell(`request:${id}`, 'Codex has a question',
+          [threadName(params.threadId), shown(first?.question)].filter((t) => t).join(': '));
+      }
       render();
       return;
     case 'sarvane/userInputResolved':
-      state.questions.delete(params.requestId);
-      state.drafts.delete(params.requestId);
+      dropRequest(params.requestId);
       render();
       return;
     case 'thread/started':
@@ -732,10 +758,12 @@ function onMessage({ message }) {
       const session = sessionFor(threadID);
       Object.assign(session, { running: false, turnID: null });
       for (const [key, approval] of state.approvals)
-        if (approval.body.turnId === params.turn?.id) state.approvals.delete(key);
+        if (approval.body.turnId === params.turn?.id) dropRequest(key);
       if (params.turn?.status === 'failed') session.error = text(params.turn?.error?.message) || 'The turn failed.';
       // What the turn changed shows at its end.
       session.transcript.moveToEnd(`changes-${text(params.turn?.id)}`);
+      attention.tell(`turn:${text(params.turn?.id)}`, params.turn?.status === 'failed' ? 'A Codex turn failed' : 'Codex finished a turn',
+        threadName(threadID));
       setThreadStatus(threadID, 'idle');
       render();
       return;
@@ -747,13 +775,26 @@ function onMessage({ message }) {
   const entry = sessionFor(threadID).transcript.apply(method, params);
   if (method === 'item/completed')
     for (const [key, approval] of state.approvals)
-      if (approval.body.itemId === params.item?.id) { state.approvals.delete(key); render(); }
+      if (approval.body.itemId === params.item?.id) { dropRequest(key); render(); }
   if (entry) redrawEntry(threadID, entry);
 }
 
 function setThreadStatus(threadID, type) {
   const thread = state.threads.find((t) => t.id === threadID);
   if (thread) thread.status = { type };
+}
+
+// An approval or question that no longer waits: answered here or elsewhere, or closed by Codex.
+function dropRequest(id) {
+  state.approvals.delete(id);
+  state.questions.delete(id);
+  state.drafts.delete(id);
+  attention.settle(`request:${id}`);
+}
+
+function threadName(threadID) {
+  const thread = state.threads.find((t) => t.id === threadID);
+  return thread ? threadTitle(thread) : '';
 }
 
 // After pairing, after a reconnect, and when the engine becomes ready: read again what is shown.
@@ -773,7 +814,26 @@ async function reread() {
   for (const thread of state.threads)
     if (threadStatus(thread) === 'active' && state.sessions.has(thread.id)) sessionFor(thread.id).running = true;
   if (open) await catchUp(open);
+  // What waits was offered again before these answers came; a notification of anything else goes.
+  attention.settleAllBut(new Set([...state.approvals.keys(), ...state.questions.keys()].map((id) => `request:${id}`)));
   render();
+}
+
+// The page's service worker, which keeps its files for opening while the computer is away; where
+// the browser allows none (it may refuse one over a certificate it does not trust), the page works
+// without. Any other worker of this origin, such as one a look-alike page left, is removed.
+async function installWorker() {
+  if (!('serviceWorker' in navigator)) return;
+  try {
+    const own = new URL('sw.js', location.href).href;
+    for (const registration of await navigator.serviceWorker.getRegistrations()) {
+      const worker = registration.active || registration.waiting || registration.installing;
+      if (worker?.scriptURL !== own) await registration.unregister();
+    }
+    await navigator.serviceWorker.register('sw.js', { scope: './' });
+  } catch {
+    // Not allowed here.
+  }
 }
 
 async function main() {
@@ -782,10 +842,12 @@ async function main() {
       el('p', {}, 'The browser keeps this device’s key only on a secure page.')));
     return;
   }
+  installWorker();
   const identity = await store.identity(crypto);
   const name = (await store.read('name')) || (await askName());
   state.modeChoice = modeFor(await store.read('permissionMode')).key;
   await store.write('name', name);
+  await attention.load();
   link = new BridgeLink({ crypto, identity, name, pairedKey: store.pairedKey,
     rememberComputer: store.rememberComputer, host: location.host });
   link.addEventListener('state', () => {

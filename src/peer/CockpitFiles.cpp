@@ -1,5 +1,7 @@
 #include "CockpitFiles.h"
 
+#include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 
@@ -7,10 +9,11 @@ namespace nimbrel {
 
 namespace {
 
-// Scripts, styles and connections only from the bridge itself; nothing inline, no frames, no forms.
+// Scripts, styles, the service worker and connections only from the bridge itself; nothing inline,
+// no frames, no forms.
 constexpr char securityHeaders[] =
     "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; "
-    "img-src 'self' data:; connect-src 'self'; manifest-src 'self'; base-uri 'none'; "
+    "img-src 'self' data:; connect-src 'self'; manifest-src 'self'; worker-src 'self'; base-uri 'none'; "
     "form-action 'none'; frame-ancestors 'none'\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "X-Frame-Options: DENY\r\n"
@@ -29,7 +32,29 @@ QByteArray contentType(const QByteArray& name)
         return "text/css; charset=utf-8";
     if (name.endsWith(".svg"))
         return "image/svg+xml";
+    if (name.endsWith(".png"))
+        return "image/png";
     return "application/manifest+json";
+}
+
+// A digest of every file of the page, which the service worker carries as its version: a bridge
+// whose files differ serves a worker that differs, and browsers install it.
+QByteArray filesVersion()
+{
+    static const QByteArray version = [] {
+        QCryptographicHash hash(QCryptographicHash::Sha256);
+        const QStringList names =
+            QDir(QStringLiteral(":/cockpit")).entryList(QDir::Files, QDir::Name);
+        for (const QString& name : names) {
+            QFile file(QStringLiteral(":/cockpit/") + name);
+            if (!file.open(QIODevice::ReadOnly))
+                continue;
+            hash.addData(name.toUtf8() + '\0');
+            hash.addData(file.readAll());
+        }
+        return hash.result().toHex().left(16);
+    }();
+    return version;
 }
 
 WebResponse respond(const QByteArray& status, const QByteArray& type, const QByteArray& body,
@@ -60,14 +85,17 @@ WebResponse cockpitResponse(const WebRequest& request, bool mayKeepOpen)
         std::any_of(lengths.begin(), lengths.end(), [](const QByteArray& l) { return l != "0"; }))
         return webRefusal("400 Bad Request");
     static const QRegularExpression fileName(
-        QStringLiteral("^[a-z0-9][a-z0-9-]*(\\.[a-z0-9-]+)*\\.(html|js|css|svg|webmanifest)$"));
+        QStringLiteral("^[a-z0-9][a-z0-9-]*(\\.[a-z0-9-]+)*\\.(html|js|css|svg|png|webmanifest)$"));
     const QByteArray path = request.path();
     const QByteArray name = path == "/" ? QByteArray("index.html") : path.mid(1);
     QFile file(QStringLiteral(":/cockpit/") + QString::fromLatin1(name));
     if (!path.startsWith('/') || !fileName.match(QString::fromLatin1(name)).hasMatch() ||
         !file.open(QIODevice::ReadOnly))
         return respond("404 Not Found", "text/plain; charset=utf-8", "Not found.\n", !head, false);
-    return respond("200 OK", contentType(name), file.readAll(), !head, mayKeepOpen);
+    QByteArray body = file.readAll();
+    if (name == "sw.js")
+        body.replace("@VERSION@", filesVersion());
+    return respond("200 OK", contentType(name), body, !head, mayKeepOpen);
 }
 
 } // namespace nimbrel

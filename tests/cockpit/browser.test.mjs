@@ -81,8 +81,10 @@ test('served files carry the security headers, and nothing outside the page is s
   // The path goes out as written, not normalised as a URL would be.
   const get = (path, method = 'GET') => new Promise((resolve, reject) => {
     const call = request({ host: '127.0.0.1', port: bridge.port, path, method, rejectUnauthorized: false }, (response) => {
-      response.resume();
-      response.on('end', () => resolve(response));
+      let body = '';
+      response.setEncoding('latin1');
+      response.on('data', (chunk) => { body += chunk; });
+      response.on('end', () => resolve(Object.assign(response, { body })));
     });
     call.on('error', reject);
     call.end();
@@ -93,6 +95,20 @@ test('served files carry the security headers, and nothing outside the page is s
   assert.doesNotMatch(index.headers['content-security-policy'], /unsafe-inline/);
   assert.equal(index.headers['x-content-type-options'], 'nosniff');
   assert.equal((await get('/app.js')).headers['content-type'], 'text/javascript; charset=utf-8');
+  // What installs the page as an app, with the same headers; the worker carries the files' digest.
+  assert.match(index.headers['content-security-policy'], /worker-src 'self'; .*manifest-src 'self'|manifest-src 'self'; worker-src 'self'/);
+  for (const [path, type] of [['/manifest.webmanifest', 'application/manifest+json'], ['/sw.js', 'text/javascript; charset=utf-8'],
+    ['/icon-192.png', 'image/png'], ['/icon-512.png', 'image/png'], ['/icon-180.png', 'image/png'], ['/icon.svg', 'image/svg+xml']]) {
+    const file = await get(path);
+    assert.equal(file.statusCode, 200, path);
+    assert.equal(file.headers['content-type'], type, path);
+    assert.equal(file.headers['content-security-policy'], index.headers['content-security-policy'], path);
+    assert.equal(file.headers['x-content-type-options'], 'nosniff', path);
+  }
+  const manifest = JSON.parse((await get('/manifest.webmanifest')).body);
+  assert.equal(manifest.display, 'standalone');
+  assert.deepEqual(manifest.icons.map((icon) => icon.sizes), ['any', '192x192', '512x512', '512x512']);
+  assert.match((await get('/sw.js')).body, /const version = '[0-9a-f]{16}';/);
   for (const path of ['/../../etc/passwd', '/%2e%2e/app.js', '/cockpit/', '/index.html/', '/.rcc'])
     assert.equal((await get(path)).statusCode, 404, path);
   assert.equal((await get('/', 'POST')).statusCode, 405);
@@ -233,13 +249,58 @@ test('a running turn is steered, then stopped', async () => {
   assert.deepEqual(interrupt.params, { threadId: 'thr_1', turnId: 'turn-9' });
 });
 
-test('an approval answered on the page reaches the engine', async () => {
+// The page in the background, as the browser reports it, and what it tells the system: the
+// notifications it makes (and closes) and the app badge.
+async function hide(hidden) {
+  await page.evaluate((hidden) => {
+    for (const [name, value] of [['visibilityState', hidden ? 'hidden' : 'visible'], ['hidden', hidden]])
+      Object.defineProperty(document, name, { value, configurable: true });
+    document.dispatchEvent(new Event('visibilitychange'));
+  }, hidden);
+}
+
+async function watchNotifications() {
+  await page.evaluate(() => {
+    window.told = [];
+    window.badge = 0;
+    const System = window.Notification;
+    window.Notification = class extends System {
+      constructor(title, options) {
+        super(title, options);
+        this.record = { title, body: options?.body, tag: options?.tag, open: true };
+        window.told.push(this.record);
+      }
+      close() {
+        this.record.open = false;
+        super.close();
+      }
+    };
+    navigator.setAppBadge = async (count) => { window.badge = count; };
+    navigator.clearAppBadge = async () => { window.badge = 0; };
+  });
+}
+const told = () => page.evaluate(() => ({ told: window.told, badge: window.badge, title: document.title }));
+
+test('the page asks for notifications only once switched on; in the background an approval is told, and deciding it clears that', async () => {
+  await page.context().grantPermissions(['notifications'], { origin });
+  await watchNotifications();
+  await page.click('#back');
+  assert.equal(await page.locator('#notify').isChecked(), false);
+  await page.locator('#notify').check();
+  await page.click('[data-thread="thr_1"]');
+  await hide(true);
   await say('approve-now');
   await shows('#requests', 'make test');
+  await page.waitForFunction(() => document.title === '(1) Nimbrel Bridge' && window.badge === 1 && window.told.length === 1);
+  const { told: [notification] } = await told();
+  assert.deepEqual(notification, { title: 'Codex asks to run a command', body: 'Fix the flaky login test: make test',
+    tag: notification.tag, open: true });
   await screenshot('approval');
   await page.click('#requests #accept');
   await gone('#requests [data-request]');
   assert.deepEqual((await engineAnswer(7)).result, { decision: 'accept' });
+  await page.waitForFunction(() => document.title === 'Nimbrel Bridge' && window.badge === 0 && !window.told[0].open);
+  await hide(false);
 });
 
 test('a question answered on the page reaches the engine', async () => {
@@ -320,8 +381,9 @@ test('usage and limits', async () => {
 
 test('cut off mid-turn, the page catches up: the whole reply once, the turn ended, the unsent message kept', async () => {
   const relay = await new Relay(bridge.port).listen();
-  const tablet = await pairedPage(`https://127.0.0.1:${relay.port}`, 'Ada’s Tablet');
+  let tablet;
   try {
+    tablet = await pairedPage(`https://127.0.0.1:${relay.port}`, 'Ada’s Tablet');
     await tablet.click('[data-thread="thr_1"]');
     await shows('#transcript', 'message 45', tablet);
     await say('sever-now', tablet);
@@ -349,7 +411,7 @@ test('cut off mid-turn, the page catches up: the whole reply once, the turn ende
     assert.ok(!bridge.engineRecords().some((r) => JSON.stringify(r.received ?? '').includes('sent-while-away')));
     assert.deepEqual(tablet.errors.filter((e) => !/WebSocket|ERR_CONNECTION/.test(e)), []);
   } finally {
-    await tablet.context().close();
+    await tablet?.context().close();
     await relay.close();
   }
 });
@@ -384,8 +446,27 @@ test('a page of another origin cannot open the link', async () => {
   assert.doesNotMatch(bridge.err, /Stranger/);
 });
 
-test('a computer that answers with the same id and another key is refused', async () => {
+test('installed, the page opens from its own files while the computer is away, and keeps nothing else', async () => {
+  await page.waitForFunction(() => navigator.serviceWorker.controller?.scriptURL.endsWith('/sw.js'));
+  const cached = await page.evaluate(async () => {
+    const names = await caches.keys();
+    const urls = [];
+    for (const name of names) for (const request of await (await caches.open(name)).keys()) urls.push(request.url);
+    return { names, paths: urls.map((url) => new URL(url).pathname).sort() };
+  });
+  assert.equal(cached.names.length, 1);
+  assert.deepEqual(cached.paths, ['/', '/app.css', '/app.js', '/attention.js', '/dom.js', '/hello.js', '/icon-180.png',
+    '/icon-192.png', '/icon-512.png', '/icon-maskable-512.png', '/icon.svg', '/link.js', '/manifest.webmanifest',
+    '/store.js', '/transcript.js']);
   await bridge.stop();
+  page.errors.length = 0;
+  await page.reload();
+  await shows('#connecting', 'Reconnecting');
+  await screenshot('offline');
+  assert.deepEqual(page.errors.filter((e) => !/WebSocket|ERR_CONNECTION_REFUSED/.test(e)), []);
+});
+
+test('a computer that answers with the same id and another key is refused', async () => {
   rmSync(join(bridge.home, 'data/nimbrel-bridge/secrets/com.halvenworks.Sarvane/device-signing-key'));
   await bridge.start();
   await page.locator('#key-changed', { hasText: 'key has changed' }).waitFor({ timeout: 20000 });

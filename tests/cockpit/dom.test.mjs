@@ -19,3 +19,16 @@ test('controls in text from outside are shown escaped, not obeyed; lines stay', 
   ];
   for (const [text, expected] of cases) assert.equal(shown(text), expected, JSON.stringify(text));
 });
+
+test('a notification shows text from outside on one line, cut to 120 characters; the title counts what waits', async () => {
+  const { notificationText, titleFor } = await import('../../src/cockpit/attention.js');
+  const cases = [
+    ['Fix the build: make test', 'Fix the build: make test'],
+    ['  two\nlines\r\n\tand tabs  ', 'two lines and tabs'],
+    ['x'.repeat(120), 'x'.repeat(120)],
+    ['x'.repeat(121), `${'x'.repeat(119)}…`],
+    ['😀'.repeat(130), `${'😀'.repeat(119)}…`],
+  ];
+  for (const [text, expected] of cases) assert.equal(notificationText(text), expected, JSON.stringify(text));
+  assert.deepEqual([0, 1, 12].map(titleFor), ['Nimbrel Bridge', '(1) Nimbrel Bridge', '(12) Nimbrel Bridge']);
+});

@@ -5,6 +5,10 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 cmp -s package-lock.json node_modules/.installed-lock && exit 0
+if ! command -v npm >/dev/null; then
+  echo "npm is missing: install Node.js with npm (Node.js 20 or later) to run the browser tests" >&2
+  exit 1
+fi
 echo "Installing the browser tools' npm packages"
 PLAYWRIGHT_SKIP_BROWSER_DOWNLOAD=1 npm ci --no-audit --no-fund --loglevel=error
 cp package-lock.json node_modules/.installed-lock

@@ -1,13 +1,14 @@
 // A TCP relay on loopback between a browser and the bridge, which a test can sever as a phone's
 // network would drop, and keep shut for a while. TLS passes through it untouched; the page's origin
 // is the relay's address, which the browser also puts in the Host header, so the bridge sees a page
-// of its own origin.
+// of its own origin. It reaches the bridge from another loopback address (127.0.0.2 by default), so
+// that the bridge counts what comes through it as another device's, as it would a second phone's.
 
 import { connect, createServer } from 'node:net';
 
 export class Relay {
-  constructor(targetPort) {
-    this.targetPort = targetPort;
+  constructor(targetPort, fromAddress = '127.0.0.2') {
+    Object.assign(this, { targetPort, fromAddress });
     this.open = true;
     this.pairs = new Set();
     this.server = createServer((incoming) => {
@@ -15,7 +16,7 @@ export class Relay {
         incoming.destroy();
         return;
       }
-      const outgoing = connect(this.targetPort, '127.0.0.1');
+      const outgoing = connect({ port: this.targetPort, host: '127.0.0.1', localAddress: this.fromAddress });
       const pair = [incoming, outgoing];
       this.pairs.add(pair);
       const end = () => {
