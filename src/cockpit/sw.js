@@ -1,14 +1,13 @@
 // The cockpit's service worker: keeps the page's own files, and nothing else, so that the page
 // opens at once, and says it is reconnecting, while the computer is away. It never sees engine
 // data: that travels on the WebSocket, which no service worker intercepts, and it answers nothing
-// but the files below. The bridge writes a digest of its files in place of @VERSION@, so a bridge
+// but the page's files. The bridge writes a digest of its files in place of @VERSION@, so a bridge
 // with other files installs a new worker, which caches them whole before it takes over.
 
 const version = '@VERSION@';
 const cacheName = `nimbrel-cockpit-${version}`;
-const files = ['./', 'app.css', 'app.js', 'attention.js', 'dom.js', 'hello.js', 'link.js', 'store.js',
-  'transcript.js', 'manifest.webmanifest', 'icon.svg', 'icon-180.png', 'icon-192.png', 'icon-512.png',
-  'icon-maskable-512.png'];
+// The page's files, written in by the bridge in place of @FILES@, separated by spaces.
+const files = ['./', ...'@FILES@'.split(' ').filter((file) => file && !file.startsWith('@'))];
 const scope = new URL('./', self.location).href;
 const kept = new Set(files.map((file) => new URL(file, scope).href));
 

@@ -37,15 +37,28 @@ QByteArray contentType(const QByteArray& name)
     return "application/manifest+json";
 }
 
+QStringList pageFileNames()
+{
+    return QDir(QStringLiteral(":/cockpit")).entryList(QDir::Files, QDir::Name);
+}
+
+// The files the service worker keeps: every file of the page but the page itself (kept as "./")
+// and the worker, separated by spaces.
+QByteArray keptFiles()
+{
+    QStringList names = pageFileNames();
+    names.removeAll(QStringLiteral("index.html"));
+    names.removeAll(QStringLiteral("sw.js"));
+    return names.join(QLatin1Char(' ')).toUtf8();
+}
+
 // A digest of every file of the page, which the service worker carries as its version: a bridge
 // whose files differ serves a worker that differs, and browsers install it.
 QByteArray filesVersion()
 {
     static const QByteArray version = [] {
         QCryptographicHash hash(QCryptographicHash::Sha256);
-        const QStringList names =
-            QDir(QStringLiteral(":/cockpit")).entryList(QDir::Files, QDir::Name);
-        for (const QString& name : names) {
+        for (const QString& name : pageFileNames()) {
             QFile file(QStringLiteral(":/cockpit/") + name);
             if (!file.open(QIODevice::ReadOnly))
                 continue;
@@ -94,7 +107,7 @@ WebResponse cockpitResponse(const WebRequest& request, bool mayKeepOpen)
         return respond("404 Not Found", "text/plain; charset=utf-8", "Not found.\n", !head, false);
     QByteArray body = file.readAll();
     if (name == "sw.js")
-        body.replace("@VERSION@", filesVersion());
+        body.replace("@VERSION@", filesVersion()).replace("@FILES@", keptFiles());
     return respond("200 OK", contentType(name), body, !head, mayKeepOpen);
 }
 

@@ -455,9 +455,9 @@ test('installed, the page opens from its own files while the computer is away, a
     return { names, paths: urls.map((url) => new URL(url).pathname).sort() };
   });
   assert.equal(cached.names.length, 1);
-  assert.deepEqual(cached.paths, ['/', '/app.css', '/app.js', '/attention.js', '/dom.js', '/hello.js', '/icon-180.png',
-    '/icon-192.png', '/icon-512.png', '/icon-maskable-512.png', '/icon.svg', '/link.js', '/manifest.webmanifest',
-    '/store.js', '/transcript.js']);
+  assert.deepEqual(cached.paths, ['/', '/app.css', '/app.js', '/attachments.js', '/attention.js', '/diff.js', '/dom.js',
+    '/hello.js', '/icon-180.png', '/icon-192.png', '/icon-512.png', '/icon-maskable-512.png', '/icon.svg', '/link.js',
+    '/manifest.webmanifest', '/markdown.js', '/marked.js', '/modes.js', '/session-menu.js', '/store.js', '/transcript.js']);
   await bridge.stop();
   page.errors.length = 0;
   await page.reload();

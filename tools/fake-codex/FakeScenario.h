@@ -26,13 +26,13 @@
 //               "onEof": [action...] }                  default: exit 0
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
-//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...],
-//              "echoUserMessage": true }   after the reply, item/completed with a userMessage whose
-//                                          content is the request's input (turn/start, turn/steer)
+//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...] }
 //   action:  {"send": X} {"raw": "text"} {"stderr": "text"} {"stderrHex": "fffe"} {"exit": code}
 //   {"sleepMs": n}
 //            {"closeStdin": true} {"flood": {"count": n, "message": X}}
 //            {"streamTurn": {...}}   a whole turn's notifications; see FakeTurn.h
+//            {"echoUserMessage": true}   in a cue: item/completed with a userMessage whose content
+//                                        is the cueing request's input (turn/start, turn/steer)
 struct FakeScenario {
     nimbrel::JSONValue version;
     nimbrel::JSONValue engine;

@@ -68,6 +68,25 @@ void sleepMilliseconds(double milliseconds)
     std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(milliseconds));
 }
 
+// The params of the request whose cue is being performed, while it is.
+const JSONValue* cueingParams = nullptr;
+
+// The user's message as the engine gives it back once a turn has it: the request's input as sent.
+void echoUserMessage(const JSONValue& params)
+{
+    const JSONValue* thread = params.find("threadId");
+    const JSONValue* input = params.find("input");
+    static int echoed = 0;
+    send(JSONValue::object(
+        {{"method", "item/completed"},
+         {"params",
+          JSONValue::object(
+              {{"threadId", thread ? *thread : JSONValue("")},
+               {"item", JSONValue::object({{"type", "userMessage"},
+                                           {"id", "user-" + std::to_string(++echoed)},
+                                           {"content", input ? *input : JSONValue::array({})}})}})}}));
+}
+
 void perform(const JSONValue& actions)
 {
     const auto list = actions.arrayValue();
@@ -76,6 +95,8 @@ void perform(const JSONValue& actions)
     for (const JSONValue& action : *list) {
         if (const JSONValue* message = action.find("send"))
             send(*message);
+        if (action.find("echoUserMessage") && cueingParams)
+            echoUserMessage(*cueingParams);
         if (const JSONValue* raw = action.find("raw"))
             writeRaw(raw->stringView().value_or(""));
         if (const JSONValue* text = action.find("stderr"))
@@ -156,22 +177,11 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
         send(JSONValue::object({{"id", id}, {"error", *error}}));
     else if (const JSONValue* result = handler.find("result"))
         send(JSONValue::object({{"id", id}, {"result", *result}}));
-    if (handler.find("echoUserMessage")) {
-        // The user's message as the engine gives it back once the turn has it: the input as sent.
-        const JSONValue* thread = params.find("threadId");
-        const JSONValue* input = params.find("input");
-        send(JSONValue::object(
-            {{"method", "item/completed"},
-             {"params",
-              JSONValue::object(
-                  {{"threadId", thread ? *thread : JSONValue("")},
-                   {"item", JSONValue::object({{"type", "userMessage"},
-                                               {"id", "user-" + std::to_string(call + 1)},
-                                               {"content", input ? *input : JSONValue::array({})}})}})}}));
-    }
     if (const JSONValue* after = handler.find("after"))
         perform(*after);
+    cueingParams = &params;
     perform(scenario.cuedActions(*params.encode()));
+    cueingParams = nullptr;
 }
 
 // value with every text "$id" replaced by id.
