@@ -10,6 +10,7 @@ import { sessionMenu, closeSessionMenu } from './session-menu.js';
 import { MarkdownView } from './markdown.js';
 import { changesCard, diffPathFor, fileAnchor, parseUnifiedDiff } from './diff.js';
 import { defaultModeKey, modeFor, permissionModes, threadParams, turnParams } from './modes.js';
+import { elicitationCard, permissionsCard } from './requests.js';
 import { attachControls, attachedImages, messageImages, pastedImages, restoreImages, takeImageInputs } from './attachments.js';
 import { Attention } from './attention.js';
 
@@ -132,9 +133,38 @@ function show(screen, current = state.current) {
 
 // ---- approvals and questions, above every screen
 
+// What a notification says of a request: a headline, and a detail line.
+function requestHeadline(method, params) {
+  if (method === 'item/commandExecution/requestApproval') return 'Codex asks to run a command';
+  if (method === 'item/permissions/requestApproval') return 'Codex asks for more access';
+  if (method === 'mcpServer/elicitation/request') return `${shown(params.serverName) || 'A tool server'} asks for your input`;
+  return 'Codex asks to change files';
+}
+
+function requestDetail(method, params) {
+  if (method === 'item/commandExecution/requestApproval') return shown(params.command);
+  if (method === 'mcpServer/elicitation/request') return shown(params.message);
+  return shown(params.reason);
+}
+
+const requestDeps = {
+  answer: (id, method, result) => link.answer(id, method, result),
+  done: (id) => { dropRequest(id); render(); },
+  label: (threadID) => sessionLabel(threadID),
+};
+
+function requestCard(id, method, body) {
+  if (method === 'item/permissions/requestApproval') return permissionsCard(id, body, requestDeps);
+  if (method === 'mcpServer/elicitation/request') {
+    if (!state.drafts.has(id)) state.drafts.set(id, {});
+    return elicitationCard(id, body, state.drafts.get(id), requestDeps);
+  }
+  return approvalCard(id, method, body);
+}
+
 function requestsRegion() {
   const region = el('section', { id: 'requests' });
-  for (const [id, { method, body }] of state.approvals) region.append(approvalCard(id, method, body));
+  for (const [id, { method, body }] of state.approvals) region.append(requestCard(id, method, body));
   for (const [id, body] of state.questions) region.append(questionCard(id, body));
   return region;
 }
@@ -703,11 +733,10 @@ function onMessage({ message }) {
   const { kind, method, id, body } = message;
   const params = body && typeof body === 'object' ? body : {};
   if (kind === 'serverRequest') {
-    if (typeof id === 'string' && method.endsWith('/requestApproval')) {
+    if (typeof id === 'string' && (method.endsWith('/requestApproval') || method === 'mcpServer/elicitation/request')) {
       state.approvals.set(id, { method, body: params });
-      const isCommand = method === 'item/commandExecution/requestApproval';
-      attention.tell(`request:${id}`, isCommand ? 'Codex asks to run a command' : 'Codex asks to change files',
-        [threadName(params.threadId), isCommand ? shown(params.command) : shown(params.reason)].filter((t) => t).join(': '));
+      attention.tell(`request:${id}`, requestHeadline(method, params),
+        [threadName(params.threadId), requestDetail(method, params)].filter((t) => t).join(': '));
     }
     render();
     return;
@@ -731,6 +760,7 @@ function onMessage({ message }) {
       render();
       return;
     case 'sarvane/userInputResolved':
+    case 'sarvane/serverRequestResolved':
       dropRequest(params.requestId);
       render();
       return;

@@ -1,0 +1,40 @@
+// What the page reads out of a request for more access and out of a tool server's form.
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { formContent, formFields, permissionsAnswer, requestedPermissionLines } from '../../src/cockpit/requests.js';
+
+test('more access: what is asked, one line each, and the answers that grant it or not', () => {
+  const params = { permissions: { fileSystem: { read: ['/etc/app'], write: ['/var/cache/app', 7],
+    entries: [{ path: { path: '/srv/data' }, access: 'write' }, { path: { pattern: '**/*.log' }, access: 'none' }] },
+  network: { enabled: true } } };
+  assert.deepEqual(requestedPermissionLines(params), ['Read: /etc/app', 'Write: /var/cache/app', 'Write: /srv/data', 'Network access']);
+  for (const nothing of [undefined, {}, { permissions: 'all' }, { permissions: { network: { enabled: 'yes' } } }])
+    assert.deepEqual(requestedPermissionLines(nothing), []);
+  assert.deepEqual(permissionsAnswer(params, 'session'), { permissions: params.permissions, scope: 'session' });
+  assert.deepEqual(permissionsAnswer(params, 'turn').scope, 'turn');
+  assert.deepEqual(permissionsAnswer(params, 'decline'), { permissions: {}, scope: 'turn' });
+});
+
+test('a form: its fields, or nothing where the schema is not one the page can fill in', () => {
+  const schema = { type: 'object', required: ['title', 'count'], properties: {
+    title: { type: 'string', title: 'Title' }, count: { type: 'integer' }, urgent: { type: 'boolean', default: false },
+    team: { type: 'string', enum: ['web', 'app'], enumNames: ['Web', 'App'] },
+    tags: { type: 'array', items: { anyOf: [{ const: 'bug', title: 'Bug' }, { const: 'ux' }] } } } };
+  const fields = formFields({ requestedSchema: schema });
+  assert.deepEqual(fields.map((f) => [f.name, f.kind, f.title, f.required]),
+    [['title', 'text', 'Title', true], ['count', 'integer', 'count', true], ['urgent', 'boolean', 'urgent', false],
+      ['team', 'choice', 'team', false], ['tags', 'choices', 'tags', false]]);
+  assert.deepEqual(fields[4].options, [{ value: 'bug', title: 'Bug' }, { value: 'ux', title: 'ux' }]);
+  const cases = [
+    [{ title: 'Broken', count: '3' }, { content: { title: 'Broken', count: 3, urgent: false } }],
+    [{ title: 'Broken', count: '2.5' }, { error: 'count takes a whole number.' }],
+    [{ count: '1' }, { error: 'Title is required.' }],
+    [{ title: 'x', count: '1', urgent: true, team: 'app', tags: ['bug'] }, { content: { title: 'x', count: 1, urgent: true, team: 'app', tags: ['bug'] } }],
+  ];
+  for (const [values, expected] of cases) assert.deepEqual(formContent(fields, values), expected, JSON.stringify(values));
+  const broken = [undefined, { type: 'array' }, { type: 'object', properties: [] },
+    { type: 'object', properties: { a: { type: 'object' } } }, { type: 'object', properties: { a: { type: 'string', enum: [1] } } },
+    { type: 'object', properties: Object.fromEntries(Array.from({ length: 65 }, (_, i) => [`f${i}`, { type: 'string' }])) }];
+  for (const requestedSchema of broken) assert.equal(formFields({ requestedSchema }), null, JSON.stringify(requestedSchema)?.slice(0, 80));
+});
