@@ -270,8 +270,16 @@ void BridgeController::checkAccount()
     m_appServer->request(QStringLiteral("account/read"),
                          JSONValue::object({{"refreshToken", false}}),
                          [self](const AppServerClient::RequestResult& outcome) {
-                             if (self)
-                                 self->setCodexAccountStatus(accountStatusText(outcome));
+                             if (!self)
+                                 return;
+                             self->setCodexAccountStatus(accountStatusText(outcome));
+                             const JSONValue* account =
+                                 outcome.ok() ? outcome.value().find("account") : nullptr;
+                             const bool required = outcome.ok() && (!account || account->isNull());
+                             if (self->m_signInRequired != required) {
+                                 self->m_signInRequired = required;
+                                 emit self->signInChanged();
+                             }
                          });
 }
 
@@ -281,7 +289,7 @@ QString accountStatusText(const AppServerClient::RequestResult& outcome)
         return QStringLiteral("Account check failed: ") + outcome.error().text();
     const JSONValue* account = outcome.value().find("account");
     if (!account || account->isNull())
-        return QStringLiteral("Sign-in required — run codex in a terminal");
+        return QStringLiteral("Sign-in required");
     const JSONValue* type = account->find("type");
     const QString kind =
         type && type->isString() ? *type->stringValue() : QStringLiteral("authenticated");

@@ -28,6 +28,25 @@ const QStringList& BridgeController::approvalMethods()
     return methods;
 }
 
+const QStringList& BridgeController::heldMethods()
+{
+    static const QStringList methods =
+        approvalMethods() + QStringList{permissionsMethod, elicitationMethod};
+    return methods;
+}
+
+// What the engine is told for a decision of this computer's sheet or console.
+JSONValue decisionResponse(const QString& method, const JSONValue& params, const QString& decision)
+{
+    if (method == BridgeController::permissionsMethod)
+        return permissionsResponse(params, decision);
+    if (method == BridgeController::elicitationMethod)
+        return JSONValue::object({{"action", decision == QLatin1String("accept") ? "accept"
+                                             : decision == QLatin1String("cancel") ? "cancel"
+                                                                                   : "decline"}});
+    return JSONValue::object({{"decision", decision}});
+}
+
 // ---- arrival
 
 void BridgeController::handleServerRequest(const JSONValue& id, const QString& method,
@@ -45,10 +64,23 @@ void BridgeController::handleServerRequest(const JSONValue& id, const QString& m
         broadcast(PendingUserInputRequests::questionEvent(*entry));
         return;
     }
-    if (!approvalMethods().contains(method)) {
+    if (!heldMethods().contains(method)) {
         m_appServer->respondError(id, QStringLiteral("Nimbrel Bridge does not implement ") +
                                           method + QLatin1Char('.'));
+        appendLog(QStringLiteral("Codex asked for ") + loggableText(method) +
+                  QStringLiteral(", which this bridge does not handle; it was refused."));
         return;
+    }
+    if (method == elicitationMethod) {
+        const Result<ElicitationRequest, QString> request = parseElicitation(params);
+        if (!request.ok()) {
+            m_appServer->respondError(
+                id, QStringLiteral("The elicitation request is malformed: ") + request.error() +
+                        QLatin1Char('.'));
+            appendLog(QStringLiteral("A tool server's request for input was refused: ") +
+                      loggableText(request.error()) + QLatin1Char('.'));
+            return;
+        }
     }
     const PendingServerRequest pending{randomUUIDText(), id, method, params};
     m_pendingServerRequests.push_back(pending);
@@ -69,11 +101,45 @@ void BridgeController::respondToApproval(const QString& decision)
 {
     if (!m_approval)
         return;
+    // A form is answered with its content (answerElicitation); its defaults stand in here.
+    if (m_approval->elicitation && !m_approval->elicitation->isURL &&
+        decision == QLatin1String("accept")) {
+        answerElicitation(decision, {});
+        return;
+    }
     const std::optional<PendingServerRequest> pending = takePendingServerRequest(m_approval->id);
     if (!pending)
         return;
     showNextApproval();
-    m_appServer->respond(pending->serverID, JSONValue::object({{"decision", decision}}));
+    m_appServer->respond(pending->serverID,
+                         decisionResponse(pending->method, pending->params, decision));
+}
+
+QString BridgeController::answerElicitation(const QString& action, const QVariantMap& values)
+{
+    if (!m_approval || !m_approval->elicitation)
+        return QStringLiteral("No request for input is waiting.");
+    JSONValue response = JSONValue::object({{"action", action}});
+    if (action == QLatin1String("accept")) {
+        std::map<QString, QString> typed;
+        for (auto value = values.begin(); value != values.end(); ++value)
+            typed[value.key()] = value.value().toString();
+        const Result<JSONValue, QString> content =
+            elicitationContent(*m_approval->elicitation, typed);
+        if (!content.ok())
+            return content.error();
+        response = m_approval->elicitation->isURL
+                       ? JSONValue::object({{"action", "accept"}})
+                       : JSONValue::object({{"action", "accept"}, {"content", content.value()}});
+    } else if (action != QLatin1String("decline") && action != QLatin1String("cancel")) {
+        return QStringLiteral("Answer with accept, decline or cancel.");
+    }
+    const std::optional<PendingServerRequest> pending = takePendingServerRequest(m_approval->id);
+    if (!pending)
+        return QStringLiteral("No request for input is waiting.");
+    showNextApproval();
+    m_appServer->respond(pending->serverID, response);
+    return {};
 }
 
 std::optional<PendingServerRequest>
@@ -233,6 +299,7 @@ QVariantMap approvalVariant(const ApprovalPrompt& prompt)
 {
     return QVariantMap{{"id", prompt.id},
                        {"method", prompt.method},
+                       {"access", prompt.access},
                        {"title", prompt.title},
                        {"detail", prompt.detail},
                        {"command", prompt.command.value_or(QString())},

@@ -118,7 +118,8 @@ public:
 
     // ---- new sessions and their history
     Q_INVOKABLE void createSession(const QString& cwd, const QString& prompt = {},
-                                   const QString& model = {}, const QString& effort = {});
+                                   const QString& model = {}, const QString& effort = {},
+                                   const QString& permissionModeKey = {});
     Q_INVOKABLE void loadTranscript(const QString& id, bool force = false);
     void loadEarlierTranscript(const QString& id, EarlierPageCompletion completion);
 
@@ -144,6 +145,8 @@ public:
     std::optional<QString> effortDescription(const QString& effort, const QString& modelID) const;
     Q_INVOKABLE void setModel(const QString& modelID, const QString& threadID);
     Q_INVOKABLE void setReasoningEffort(const QString& effort, const QString& threadID);
+    // The mode the session's next resume and turn carry; an unknown key changes nothing.
+    Q_INVOKABLE void setPermissionMode(const QString& modeKey, const QString& threadID);
 
     // ---- the offline tour
     void setDemoMode(bool demo);
@@ -235,7 +238,8 @@ private:
                           TranscriptPageSource source);
     void storePageInfo(const QString& id, const JSONValue& result, TranscriptPageSource source);
     void handleCreatedSession(const WorkspaceResult& outcome, const QString& cwd,
-                              const QString& prompt, const QString& model, const QString& effort);
+                              const QString& prompt, const QString& model, const QString& effort,
+                              PermissionMode mode);
 
     // Live events.
     void handleTurnStarted(const QString& threadID, const JSONValue& params);
