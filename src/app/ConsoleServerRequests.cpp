@@ -95,7 +95,8 @@ void ConsoleCommands::showApproval()
     if (const std::optional<ElicitationRequest>& request = approval->elicitation) {
         if (request->isURL) {
             lines.append(QStringLiteral("  Address: ") + shown(request->url));
-            lines.append(QStringLiteral("  Open it yourself, then answer with: done, decline or cancel"));
+            lines.append(
+                QStringLiteral("  Open it yourself, then answer with: done, decline or cancel"));
         } else {
             for (const ElicitationField& field : request->fields)
                 lines.append(fieldLine(field));
@@ -179,9 +180,10 @@ std::optional<QString> ConsoleCommands::shownChangedSincePrinted()
     if (!approval || approval->id == m_printedApprovalID)
         return std::nullopt;
     const QString meant = std::exchange(m_printedApprovalID, approval->id);
-    return (meant.isEmpty() ? QStringLiteral("Nothing was decided.")
-                            : QStringLiteral("Approval ") + meant +
-                                  QStringLiteral(" is no longer waiting, so nothing was decided.")) +
+    return (meant.isEmpty()
+                ? QStringLiteral("Nothing was decided.")
+                : QStringLiteral("Approval ") + meant +
+                      QStringLiteral(" is no longer waiting, so nothing was decided.")) +
            QStringLiteral(" The approval shown now is ") + approval->id +
            QStringLiteral(": read it above, then decide with accept, accept-session or decline.");
 }

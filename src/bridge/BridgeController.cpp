@@ -267,20 +267,19 @@ void BridgeController::checkAccount()
 {
     setCodexAccountStatus(QStringLiteral("Checking sign-in…"));
     QPointer<BridgeController> self(this);
-    m_appServer->request(QStringLiteral("account/read"),
-                         JSONValue::object({{"refreshToken", false}}),
-                         [self](const AppServerClient::RequestResult& outcome) {
-                             if (!self)
-                                 return;
-                             self->setCodexAccountStatus(accountStatusText(outcome));
-                             const JSONValue* account =
-                                 outcome.ok() ? outcome.value().find("account") : nullptr;
-                             const bool required = outcome.ok() && (!account || account->isNull());
-                             if (self->m_signInRequired != required) {
-                                 self->m_signInRequired = required;
-                                 emit self->signInChanged();
-                             }
-                         });
+    m_appServer->request(
+        QStringLiteral("account/read"), JSONValue::object({{"refreshToken", false}}),
+        [self](const AppServerClient::RequestResult& outcome) {
+            if (!self)
+                return;
+            self->setCodexAccountStatus(accountStatusText(outcome));
+            const JSONValue* account = outcome.ok() ? outcome.value().find("account") : nullptr;
+            const bool required = outcome.ok() && (!account || account->isNull());
+            if (self->m_signInRequired != required) {
+                self->m_signInRequired = required;
+                emit self->signInChanged();
+            }
+        });
 }
 
 QString accountStatusText(const AppServerClient::RequestResult& outcome)

@@ -19,6 +19,19 @@ BridgeMessage eventOf(const QString& method, JSONValue body)
                          std::move(body)};
 }
 
+// Tells every peer that a held request is no longer open, by its local id: answered here or by a
+// peer, or resolved by the engine itself.
+BridgeMessage resolvedEvent(const PendingServerRequest& pending)
+{
+    std::vector<std::pair<std::string, JSONValue>> body;
+    if (const JSONValue* threadID = pending.params.find("threadId");
+        threadID && threadID->isString())
+        body.emplace_back("threadId", *threadID);
+    body.emplace_back("requestId", pending.localID);
+    return eventOf(QStringLiteral("sarvane/serverRequestResolved"),
+                   JSONValue::object(std::move(body)));
+}
+
 } // namespace
 
 const QStringList& BridgeController::approvalMethods()
@@ -35,17 +48,21 @@ const QStringList& BridgeController::heldMethods()
     return methods;
 }
 
+namespace {
+
 // What the engine is told for a decision of this computer's sheet or console.
 JSONValue decisionResponse(const QString& method, const JSONValue& params, const QString& decision)
 {
     if (method == BridgeController::permissionsMethod)
         return permissionsResponse(params, decision);
     if (method == BridgeController::elicitationMethod)
-        return JSONValue::object({{"action", decision == QLatin1String("accept") ? "accept"
+        return JSONValue::object({{"action", decision == QLatin1String("accept")   ? "accept"
                                              : decision == QLatin1String("cancel") ? "cancel"
                                                                                    : "decline"}});
     return JSONValue::object({{"decision", decision}});
 }
+
+} // namespace
 
 // ---- arrival
 
@@ -74,9 +91,8 @@ void BridgeController::handleServerRequest(const JSONValue& id, const QString& m
     if (method == elicitationMethod) {
         const Result<ElicitationRequest, QString> request = parseElicitation(params);
         if (!request.ok()) {
-            m_appServer->respondError(
-                id, QStringLiteral("The elicitation request is malformed: ") + request.error() +
-                        QLatin1Char('.'));
+            m_appServer->respondError(id, QStringLiteral("The elicitation request is malformed: ") +
+                                              request.error() + QLatin1Char('.'));
             appendLog(QStringLiteral("A tool server's request for input was refused: ") +
                       loggableText(request.error()) + QLatin1Char('.'));
             return;
@@ -113,6 +129,7 @@ void BridgeController::respondToApproval(const QString& decision)
     showNextApproval();
     m_appServer->respond(pending->serverID,
                          decisionResponse(pending->method, pending->params, decision));
+    broadcast(resolvedEvent(*pending));
 }
 
 QString BridgeController::answerElicitation(const QString& action, const QVariantMap& values)
@@ -139,6 +156,7 @@ QString BridgeController::answerElicitation(const QString& action, const QVarian
         return QStringLiteral("No request for input is waiting.");
     showNextApproval();
     m_appServer->respond(pending->serverID, response);
+    broadcast(resolvedEvent(*pending));
     return {};
 }
 
@@ -185,8 +203,9 @@ void BridgeController::handleServerResponse(const BridgeMessage& message, const 
         return;
     removeApprovalPrompt(pending->localID);
     // The answer passes to the engine as the peer wrote it.
-    m_appServer->respond(pending->serverID,
-                         message.body.value_or(JSONValue::object({{"decision", "decline"}})));
+    m_appServer->respond(pending->serverID, message.body.value_or(decisionResponse(
+                                                pending->method, pending->params, "decline")));
+    broadcast(resolvedEvent(*pending));
 }
 
 void BridgeController::removeApprovalPrompt(const QString& localID)
@@ -214,9 +233,10 @@ void BridgeController::withdrawResolvedApproval(const QString& method, const JSO
                                     });
     if (found == m_pendingServerRequests.end())
         return;
-    const QString localID = found->localID;
+    const PendingServerRequest withdrawn = *found;
     m_pendingServerRequests.erase(found);
-    removeApprovalPrompt(localID);
+    removeApprovalPrompt(withdrawn.localID);
+    broadcast(resolvedEvent(withdrawn));
 }
 
 // ---- questions

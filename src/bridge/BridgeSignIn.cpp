@@ -62,8 +62,12 @@ void BridgeController::handleSignInReply(const QString& type,
         return;
     }
     const JSONValue& result = outcome.value();
-    SignInState waiting{SignInState::Phase::Waiting, type,
-                        stringAt(result, "loginId").value_or(QString()), {}, {}, {}};
+    SignInState waiting{SignInState::Phase::Waiting,
+                        type,
+                        stringAt(result, "loginId").value_or(QString()),
+                        {},
+                        {},
+                        {}};
     if (type == QLatin1String("chatgpt")) {
         waiting.url = stringAt(result, "authUrl").value_or(QString());
     } else if (type == QLatin1String("chatgptDeviceCode")) {
@@ -71,7 +75,11 @@ void BridgeController::handleSignInReply(const QString& type,
         waiting.code = stringAt(result, "userCode").value_or(QString());
     }
     if (type != QLatin1String("apiKey") && waiting.url.isEmpty()) {
-        setSignIn({SignInState::Phase::Failed, type, {}, {}, {},
+        setSignIn({SignInState::Phase::Failed,
+                   type,
+                   {},
+                   {},
+                   {},
                    QStringLiteral("Codex gave no address to sign in at.")});
         return;
     }
@@ -103,7 +111,11 @@ void BridgeController::handleSignInCompleted(const JSONValue& params)
     if (!ours || m_signIn.phase == SignInState::Phase::Idle)
         return;
     const QString error = stringAt(params, "error").value_or(QString());
-    setSignIn({SignInState::Phase::Failed, m_signIn.type, {}, {}, {},
+    setSignIn({SignInState::Phase::Failed,
+               m_signIn.type,
+               {},
+               {},
+               {},
                error.isEmpty() ? QStringLiteral("Codex could not sign in.") : error});
     appendLog(QStringLiteral("Signing in failed: ") + m_signIn.error);
 }

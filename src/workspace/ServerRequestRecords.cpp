@@ -141,9 +141,11 @@ Result<JSONValue, QString> fieldValue(const ElicitationField& field, const QStri
         const double number = typed.trimmed().toDouble(&ok);
         if (!ok || !std::isfinite(number) ||
             (field.kind == Kind::Integer && number != std::trunc(number)))
-            return field.title + (field.kind == Kind::Integer ? QStringLiteral(" needs a whole number.")
-                                                               : QStringLiteral(" needs a number."));
-        if ((field.minimum && number < *field.minimum) || (field.maximum && number > *field.maximum))
+            return field.title + (field.kind == Kind::Integer
+                                      ? QStringLiteral(" needs a whole number.")
+                                      : QStringLiteral(" needs a number."));
+        if ((field.minimum && number < *field.minimum) ||
+            (field.maximum && number > *field.maximum))
             return field.title + QStringLiteral(" is out of range.");
         return JSONValue(number);
     }
@@ -190,8 +192,8 @@ Result<ElicitationRequest, QString> parseElicitation(const JSONValue& params)
         request.isURL = true;
         request.url = textAt(params, "url");
         const QUrl url(request.url, QUrl::StrictMode);
-        if (!url.isValid() || (url.scheme() != QLatin1String("https") &&
-                               url.scheme() != QLatin1String("http")) ||
+        if (!url.isValid() ||
+            (url.scheme() != QLatin1String("https") && url.scheme() != QLatin1String("http")) ||
             url.host().isEmpty())
             return QStringLiteral("its address is not a web address");
         return request;
@@ -262,8 +264,8 @@ QStringList requestedPermissionLines(const JSONValue& params)
     const auto addPaths = [&](std::string_view key, const QString& label) {
         if (!fileSystem)
             return;
-        for (const JSONValue& path : fileSystem->find(key) ? fileSystem->find(key)->items()
-                                                           : std::span<const JSONValue>())
+        for (const JSONValue& path :
+             fileSystem->find(key) ? fileSystem->find(key)->items() : std::span<const JSONValue>())
             if (path.isString() && lines.size() < maximumLines) {
                 QString text = *path.stringValue();
                 if (text.size() > maximumPathCharacters)
@@ -300,8 +302,8 @@ QStringList requestedPermissionLines(const JSONValue& params)
 
 JSONValue permissionsResponse(const JSONValue& params, const QString& decision)
 {
-    const bool grant = decision == QLatin1String("accept") ||
-                       decision == QLatin1String("acceptForSession");
+    const bool grant =
+        decision == QLatin1String("accept") || decision == QLatin1String("acceptForSession");
     const JSONValue* asked = params.find("permissions");
     return JSONValue::object(
         {{"permissions", grant && asked && asked->isObject() ? *asked : JSONValue::object({})},

@@ -19,7 +19,7 @@ struct ElicitationField {
     QString title; // the name where the server gives none
     QString description;
     bool required = false;
-    JSONValue defaultValue; // null where none
+    JSONValue defaultValue;   // null where none
     QStringList options;      // the values a choice sends, in order
     QStringList optionTitles; // what the user reads for each
     std::optional<double> minimum, maximum;

@@ -219,9 +219,9 @@ TEST_F(BridgeControllerTest, AVersionProbeThatFailsSaysSo)
 TEST(AccountStatusText, EveryOutcomeHasItsText)
 {
     auto text = [](const char* json) { return accountStatusText(JSONValue::decode(json).value()); };
-    EXPECT_EQ(text(R"({"account":null})"), "Sign-in required — run codex in a terminal");
-    EXPECT_EQ(text(R"({})"), "Sign-in required — run codex in a terminal");
-    EXPECT_EQ(text(R"([1])"), "Sign-in required — run codex in a terminal");
+    EXPECT_EQ(text(R"({"account":null})"), "Sign-in required");
+    EXPECT_EQ(text(R"({})"), "Sign-in required");
+    EXPECT_EQ(text(R"([1])"), "Sign-in required");
     EXPECT_EQ(text(R"({"account":{"type":"apiKey","email":""}})"), "Signed in with apiKey");
     EXPECT_EQ(text(R"({"account":{"email":"e@x.org"}})"), "Signed in with authenticated: e@x.org");
     EXPECT_EQ(text(R"({"account":{"type":"","email":"e@x.org"}})"), "Signed in with : e@x.org");
