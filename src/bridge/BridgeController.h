@@ -50,9 +50,8 @@ class BridgeController : public QObject {
     Q_PROPERTY(QVariantMap approval READ approvalMap NOTIFY approvalChanged)
     Q_PROPERTY(bool hasApproval READ hasApproval NOTIFY approvalChanged)
     Q_PROPERTY(QVariantList queuedApprovals READ queuedApprovalList NOTIFY queuedApprovalsChanged)
-    // Whether the last account check found no signed-in account, and how signing in stands.
+    // Whether the last account check found no signed-in account.
     Q_PROPERTY(bool signInRequired READ signInRequired NOTIFY signInChanged)
-    Q_PROPERTY(QVariantMap signIn READ signInMap NOTIFY signInChanged)
 
 public:
     static constexpr int maximumLogLines = 100;
@@ -182,7 +181,6 @@ private:
     void handleSignInReply(const QString& type, const AppServerClient::RequestResult& outcome);
     void handleSignInCompleted(const JSONValue& params);
     void setSignIn(SignInState state);
-    QVariantMap signInMap() const;
 
     // Pairing and authorisation.
     void handleConnected(const QString& peer);

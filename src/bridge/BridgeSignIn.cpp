@@ -128,14 +128,4 @@ void BridgeController::setSignIn(SignInState state)
     emit signInChanged();
 }
 
-QVariantMap BridgeController::signInMap() const
-{
-    static const char* const phases[] = {"idle", "starting", "waiting", "failed"};
-    return QVariantMap{{"phase", phases[static_cast<int>(m_signIn.phase)]},
-                       {"type", m_signIn.type},
-                       {"url", m_signIn.url},
-                       {"code", m_signIn.code},
-                       {"error", m_signIn.error}};
-}
-
 } // namespace nimbrel

@@ -52,6 +52,9 @@ public:
     using SubmitCompletion = std::function<void(const std::optional<QString>& error)>;
 
     static constexpr int threadListLimit = 100;
+    // The mode of the last session made here, offered first for the next one.
+    static inline const QString lastPermissionModeKey =
+        QStringLiteral("NimbrelNewSessionPermissionMode");
     static constexpr int itemsPageLimit = 20;
     static constexpr double demoReplyDelaySeconds = 0.65;
     static constexpr double deltaFlushDelaySeconds = 0.15;
@@ -119,7 +122,7 @@ public:
     // ---- new sessions and their history
     Q_INVOKABLE void createSession(const QString& cwd, const QString& prompt = {},
                                    const QString& model = {}, const QString& effort = {},
-                                   const QString& permissionModeKey = {});
+                                   const QString& modeKey = {});
     Q_INVOKABLE void loadTranscript(const QString& id, bool force = false);
     void loadEarlierTranscript(const QString& id, EarlierPageCompletion completion);
 
@@ -147,6 +150,8 @@ public:
     Q_INVOKABLE void setReasoningEffort(const QString& effort, const QString& threadID);
     // The mode the session's next resume and turn carry; an unknown key changes nothing.
     Q_INVOKABLE void setPermissionMode(const QString& modeKey, const QString& threadID);
+    // The mode last chosen for a new session; full access until one is chosen.
+    PermissionMode rememberedPermissionMode() const;
 
     // ---- the offline tour
     void setDemoMode(bool demo);

@@ -45,10 +45,11 @@ void CodexWorkspace::request(const QString& method, const JSONValue& params,
 // ---- a new session
 
 void CodexWorkspace::createSession(const QString& cwd, const QString& prompt, const QString& model,
-                                   const QString& effort, const QString& permissionModeKey)
+                                   const QString& effort, const QString& modeKey)
 {
-    const PermissionMode mode =
-        permissionModeFromKey(permissionModeKey).value_or(PermissionMode::FullAccess);
+    const PermissionMode mode = permissionModeFromKey(modeKey).value_or(PermissionMode::FullAccess);
+    if (!modeKey.isEmpty())
+        m_defaults.setValue(lastPermissionModeKey, permissionModeKey(mode));
     if (m_isDemoMode)
         return;
     const QString directory = cwd.trimmed();

@@ -199,4 +199,10 @@ void CodexWorkspace::setPermissionMode(const QString& modeKey, const QString& th
     changeSession(threadID, [&](CodexSessionState& session) { session.permissionMode = *mode; });
 }
 
+PermissionMode CodexWorkspace::rememberedPermissionMode() const
+{
+    return permissionModeFromKey(m_defaults.string(lastPermissionModeKey).value_or(QString()))
+        .value_or(PermissionMode::FullAccess);
+}
+
 } // namespace nimbrel
