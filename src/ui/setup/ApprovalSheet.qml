@@ -13,13 +13,18 @@ Dialog {
     required property var palette_
     readonly property var prompt: setup.approval
     readonly property string kind: prompt.kind || "approval"
-    // What the form's fields hold now, by name, and why the last attempt to send it failed.
-    property var values: ({})
+    // Why the last attempt to send the form failed.
     property string formError: ""
-    onPromptChanged: { values = {}; formError = "" }
+    onPromptChanged: formError = ""
 
     function decide(decision) {
         if (kind === "form") {
+            const values = {}
+            for (let i = 0; i < formFields.count; ++i) {
+                const field = formFields.itemAt(i)
+                if (field)
+                    values[field.spec.name] = field.value
+            }
             formError = setup.answerForm(decision, values)
         } else {
             controller.respondToApproval(decision)
@@ -126,6 +131,7 @@ Dialog {
                 width: parent.width
                 spacing: 10
                 Repeater {
+                    id: formFields
                     model: sheet.kind === "form" ? sheet.prompt.fields : []
                     ElicitationFormField {
                         required property var modelData
@@ -133,7 +139,6 @@ Dialog {
                         palette_: sheet.palette_
                         requiredText: sheet.setup.texts.formRequired
                         Layout.fillWidth: true
-                        onEdited: (name, value) => { sheet.values[name] = value }
                     }
                 }
             }

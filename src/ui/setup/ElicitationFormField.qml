@@ -3,21 +3,18 @@ import QtQuick.Controls
 import QtQuick.Layouts
 
 // One field of the form a tool server asks for: its title (marked when required), what it is
-// for, and the control of its kind. It reports its value as text: "true"/"false" for a switch,
-// the chosen values joined by ", " for several choices.
+// for, and the control of its kind. Its value is text: "true"/"false" for a check box, the chosen
+// values joined by ", " for several choices.
 ColumnLayout {
     id: field
     required property var spec
     required property var palette_
     required property string requiredText
-    signal edited(string name, string value)
+    property string value: spec.kind === "boolean" ? (spec.value ? "true" : "false")
+                         : spec.kind === "choices" ? spec.value.join(", ")
+                         : spec.kind === "choice" && String(spec.value) === "" ? spec.options[0]
+                         : String(spec.value)
     spacing: 2
-
-    Component.onCompleted: {
-        const start = spec.kind === "boolean" ? (spec.value ? "true" : "false")
-                    : spec.kind === "choices" ? spec.value.join(", ") : String(spec.value)
-        field.edited(spec.name, start)
-    }
 
     Label {
         text: field.spec.title + (field.spec.required ? "  ·  " + field.requiredText : "")
@@ -49,7 +46,7 @@ ColumnLayout {
             objectName: "form-field-" + field.spec.name
             text: String(field.spec.value)
             inputMethodHints: field.spec.kind === "number" ? Qt.ImhFormattedNumbersOnly : Qt.ImhNone
-            onTextEdited: field.edited(field.spec.name, text)
+            onTextEdited: field.value = text
         }
     }
     Component {
@@ -58,7 +55,7 @@ ColumnLayout {
             objectName: "form-field-" + field.spec.name
             text: field.spec.title + (field.spec.required ? "  ·  " + field.requiredText : "")
             checked: field.spec.value === true
-            onToggled: field.edited(field.spec.name, checked ? "true" : "false")
+            onToggled: field.value = checked ? "true" : "false"
         }
     }
     Component {
@@ -67,8 +64,7 @@ ColumnLayout {
             objectName: "form-field-" + field.spec.name
             model: field.spec.optionTitles
             currentIndex: Math.max(0, field.spec.options.indexOf(String(field.spec.value)))
-            onActivated: (index) => field.edited(field.spec.name, field.spec.options[index])
-            Component.onCompleted: if (String(field.spec.value) === "") field.edited(field.spec.name, field.spec.options[0])
+            onActivated: (index) => field.value = field.spec.options[index]
         }
     }
     Component {
@@ -88,7 +84,7 @@ ColumnLayout {
                         const value = field.spec.options[index]
                         const rest = flow.chosen.filter((item) => item !== value)
                         flow.chosen = checked ? rest.concat([value]) : rest
-                        field.edited(field.spec.name, flow.chosen.join(", "))
+                        field.value = flow.chosen.join(", ")
                     }
                 }
             }
