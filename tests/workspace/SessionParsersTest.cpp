@@ -361,7 +361,25 @@ TEST(SessionParsers, ThreadListPageAndNoParserFailsOnAnyValue)
                    "dynamicToolCall",
                    "rateLimitResetCredits",
                    "availableCount",
-                   "planType"};
+                   "planType",
+                   "mode",
+                   "requestedSchema",
+                   "properties",
+                   "required",
+                   "enum",
+                   "enumNames",
+                   "oneOf",
+                   "anyOf",
+                   "const",
+                   "title",
+                   "default",
+                   "permissions",
+                   "fileSystem",
+                   "network",
+                   "enabled",
+                   "entries",
+                   "read",
+                   "write"};
     random.maximumDepth = 5;
     random.longStringBytes = 100000;
     for (int i = 0; i < 4000; ++i) {
@@ -369,6 +387,10 @@ TEST(SessionParsers, ThreadListPageAndNoParserFailsOnAnyValue)
         (void)parseThread(value);
         (void)parseModelOption(value);
         (void)makeApprovalPrompt("id", "item/commandExecution/requestApproval", value);
+        (void)makeApprovalPrompt("id", "item/permissions/requestApproval", value);
+        (void)permissionsResponse(value, "acceptForSession");
+        if (const auto form = parseElicitation(value); form.ok())
+            (void)elicitationContent(form.value(), {{"a", "1"}, {"title", "x, y"}});
         (void)parseTranscriptItem(value);
         (void)toolCallText(value);
         const JSONValue turns[] = {value};
