@@ -203,6 +203,8 @@ void BridgeController::dropEngineBoundState()
         emit queuedApprovalsChanged();
     }
     setApproval(std::nullopt);
+    // A sign-in under way ends with the engine that was signing in.
+    setSignIn({});
     if (!m_pendingUserInput.requests.empty()) {
         m_pendingUserInput.requests.clear();
         emit pendingUserInputChanged();

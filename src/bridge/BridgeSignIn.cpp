@@ -3,6 +3,7 @@
 // out of account/login.
 #include "bridge/BridgeController.h"
 
+#include "platform/TextFormatting.h"
 #include "workspace/SessionParsers.h"
 
 #include <QPointer>
@@ -85,9 +86,9 @@ void BridgeController::handleSignInReply(const QString& type,
     }
     setSignIn(waiting);
     appendLog(type == QLatin1String("chatgptDeviceCode")
-                  ? QStringLiteral("To sign Codex in, open ") + waiting.url +
-                        QStringLiteral(" on any device and enter the code ") + waiting.code +
-                        QLatin1Char('.')
+                  ? QStringLiteral("To sign Codex in, open ") + loggableText(waiting.url) +
+                        QStringLiteral(" on any device and enter the code ") +
+                        loggableText(waiting.code) + QLatin1Char('.')
                   : QStringLiteral("Waiting for Codex to finish signing in."));
     if (type == QLatin1String("chatgpt"))
         emit signInAddressReady(waiting.url);
@@ -117,7 +118,7 @@ void BridgeController::handleSignInCompleted(const JSONValue& params)
                {},
                {},
                error.isEmpty() ? QStringLiteral("Codex could not sign in.") : error});
-    appendLog(QStringLiteral("Signing in failed: ") + m_signIn.error);
+    appendLog(QStringLiteral("Signing in failed: ") + loggableText(m_signIn.error));
 }
 
 void BridgeController::setSignIn(SignInState state)

@@ -11,6 +11,8 @@ PillMenuButton {
     symbol: configuration.texts.permissionSymbol
     label: configuration.permissionTitle
     tint: palette_.color(configuration.permissionColour)
+    labelColor: Qt.darker(palette_.color(configuration.permissionColour), 1.35)
+    font.bold: true
     Accessible.name: configuration.permissionTitle
     Accessible.description: configuration.permissionSummary
     menu: Menu {
