@@ -214,6 +214,56 @@ TEST(MainWindow, SignsInByBrowserCodeOrKeyAndTheKeyLeavesNoTrace)
     EXPECT_GT(read, 0);
 }
 
+// The params of the last request of method the engine read.
+JSONValue lastParams(BridgeUnderTest& bridge, const char* method)
+{
+    JSONValue params;
+    for (const JSONValue& message : bridge.engine.received())
+        if (message.find("method") && *message.find("method") == JSONValue(method))
+            params = message.find("params") ? *message.find("params") : JSONValue();
+    return params;
+}
+
+TEST(MainWindow, ANewSessionsModeAndTheHeadersChoiceReachCodex)
+{
+    BridgeUnderTest bridge(json(R"({"methods": {
+        "thread/start": {"result": {"thread": {"id": "thr_new"}}},
+        "turn/start": {"result": {"turn": {"id": "T1"}}}}})"));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+
+    // The sheet offers full access first; the user asks to be asked.
+    shown.click(shown.shownItem("new-session"));
+    ASSERT_TRUE(waitFor([&] { return shown.shownItem("permission-mode-ask") != nullptr; }));
+    EXPECT_TRUE(shown.shownItem("permission-mode-full-access")->property("checked").toBool());
+    shown.click(shown.shownItem("permission-mode-ask"));
+    shown.click(shown.shownItem("new-session-create"));
+    ASSERT_TRUE(waitFor([&] { return bridge.received("thread/start") == 1; }));
+    EXPECT_EQ(lastParams(bridge, "thread/start")["approvalPolicy"], JSONValue("untrusted"));
+    EXPECT_EQ(lastParams(bridge, "thread/start")["sandbox"], JSONValue("workspace-write"));
+
+    // The header shows the mode; read only, chosen there, goes with the next turn.
+    ASSERT_TRUE(waitFor([&] {
+        QQuickItem* pill = shown.shownItem("session-permission-selector");
+        return pill && pill->property("label").toString() == "Ask before acting";
+    }));
+    shown.click(shown.shownItem("session-permission-selector"));
+    ASSERT_TRUE(
+        waitFor([&] { return shown.shownItem("session-permission-read-only") != nullptr; }));
+    shown.click(shown.shownItem("session-permission-read-only"));
+    ASSERT_TRUE(waitFor([&] {
+        return shown.shownItem("session-permission-selector")->property("label").toString() ==
+               "Read only";
+    }));
+    shown.window.find("composer")->setProperty("text", "Look around");
+    shown.click(shown.shownItem("composer-send"));
+    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
+    EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
+    EXPECT_EQ(lastParams(bridge, "turn/start")["approvalPolicy"], JSONValue("on-request"));
+    EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+}
+
 TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)
 {
     BridgeUnderTest bridge(json(approvalScenario));

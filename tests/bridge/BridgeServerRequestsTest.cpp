@@ -313,6 +313,12 @@ TEST_F(BridgeServerRequestsTest, AFormTheEngineResolvesIsWithdrawnEverywhere)
     say("fill-form");
     ASSERT_TRUE(waitFor([&] { return controller->approval().has_value(); }));
     const QString id = controller->approval()->id;
+    // A device authorised while it waits is offered it, as it came.
+    const std::vector<BridgeMessage> offered =
+        offeredOnArrival(*pairedPeer(*controller, port, "Late", "Late Phone"));
+    ASSERT_EQ(offered.size(), 1u);
+    EXPECT_EQ(offered[0].id, id);
+    EXPECT_EQ(offered[0].body, json(formParams));
     say("resolve-form");
     ASSERT_TRUE(waitFor([&] { return !controller->approval(); }));
     for (TestPeer* peer : {first.get(), second.get()}) {
