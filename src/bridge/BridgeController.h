@@ -181,6 +181,7 @@ private:
     void handleSignInReply(const QString& type, const AppServerClient::RequestResult& outcome);
     void handleSignInCompleted(const JSONValue& params);
     void setSignIn(SignInState state);
+    void failSignIn(const QString& type, const QString& error);
 
     // Pairing and authorisation.
     void handleConnected(const QString& peer);

@@ -39,10 +39,8 @@ void BridgeController::cancelSignIn()
 
 void BridgeController::requestSignIn(const QString& type, const JSONValue& params)
 {
-    if (!m_appServerReady) {
-        setSignIn({SignInState::Phase::Failed, type, {}, {}, {}, m_appServerStatus});
-        return;
-    }
+    if (!m_appServerReady)
+        return failSignIn(type, m_appServerStatus);
     setSignIn({SignInState::Phase::Starting, type, {}, {}, {}, {}});
     QPointer<BridgeController> self(this);
     m_appServer->request(QStringLiteral("account/login/start"), params,
@@ -58,10 +56,8 @@ void BridgeController::handleSignInReply(const QString& type,
     // A reply to an attempt the user has since cancelled or replaced changes nothing.
     if (m_signIn.phase != SignInState::Phase::Starting || m_signIn.type != type)
         return;
-    if (!outcome.ok()) {
-        setSignIn({SignInState::Phase::Failed, type, {}, {}, {}, outcome.error().text()});
-        return;
-    }
+    if (!outcome.ok())
+        return failSignIn(type, outcome.error().text());
     const JSONValue& result = outcome.value();
     SignInState waiting{SignInState::Phase::Waiting,
                         type,
@@ -75,15 +71,8 @@ void BridgeController::handleSignInReply(const QString& type,
         waiting.url = stringAt(result, "verificationUrl").value_or(QString());
         waiting.code = stringAt(result, "userCode").value_or(QString());
     }
-    if (type != QLatin1String("apiKey") && waiting.url.isEmpty()) {
-        setSignIn({SignInState::Phase::Failed,
-                   type,
-                   {},
-                   {},
-                   {},
-                   QStringLiteral("Codex gave no address to sign in at.")});
-        return;
-    }
+    if (type != QLatin1String("apiKey") && waiting.url.isEmpty())
+        return failSignIn(type, QStringLiteral("Codex gave no address to sign in at."));
     setSignIn(waiting);
     appendLog(type == QLatin1String("chatgptDeviceCode")
                   ? QStringLiteral("To sign Codex in, open ") + loggableText(waiting.url) +
@@ -112,13 +101,13 @@ void BridgeController::handleSignInCompleted(const JSONValue& params)
     if (!ours || m_signIn.phase == SignInState::Phase::Idle)
         return;
     const QString error = stringAt(params, "error").value_or(QString());
-    setSignIn({SignInState::Phase::Failed,
-               m_signIn.type,
-               {},
-               {},
-               {},
-               error.isEmpty() ? QStringLiteral("Codex could not sign in.") : error});
-    appendLog(QStringLiteral("Signing in failed: ") + loggableText(m_signIn.error));
+    failSignIn(m_signIn.type, error.isEmpty() ? QStringLiteral("Codex could not sign in.") : error);
+}
+
+void BridgeController::failSignIn(const QString& type, const QString& error)
+{
+    setSignIn({SignInState::Phase::Failed, type, {}, {}, {}, error});
+    appendLog(QStringLiteral("Signing in failed: ") + loggableText(error));
 }
 
 void BridgeController::setSignIn(SignInState state)
