@@ -27,6 +27,8 @@ NotificationText approvalNotificationText(const ApprovalPrompt& approval, const 
                 withSession(session, loggableText(approval.command.value_or(QString())))};
     if (approval.method.contains(QLatin1String("fileChange")))
         return {QStringLiteral("Codex asks to change files"), withSession(session, {})};
+    if (approval.elicitation)
+        return {loggableText(approval.title), withSession(session, loggableText(approval.detail))};
     return {QStringLiteral("Codex asks for more access"),
             withSession(session, loggableText(approval.detail))};
 }

@@ -39,9 +39,20 @@ QString ConsoleCommands::run(const QString& line)
         return decideApproval(QStringLiteral("decline"), rest);
     if (command == QLatin1String("answer"))
         return answerQuestion(rest);
+    if (command == QLatin1String("fill"))
+        return answerForm(QStringLiteral("accept"), rest);
+    if (command == QLatin1String("done"))
+        return decideApproval(QStringLiteral("accept"), rest);
+    if (command == QLatin1String("cancel"))
+        return decideApproval(QStringLiteral("cancel"), rest);
+    if (command == QLatin1String("login")) {
+        m_controller.startSignIn(QStringLiteral("chatgptDeviceCode"));
+        return QStringLiteral("Asking Codex for a sign-in code…");
+    }
     return QStringLiteral(
         "Commands: approve <code>, reject <code>, forget <device id>, accept [<id>], "
-        "accept-session [<id>], decline [<id>], answer <id> <reply> [| <reply>…].");
+        "accept-session [<id>], decline [<id>], answer <id> <reply> [| <reply>…], "
+        "fill <name>=<value> [| <name>=<value>…], done [<id>], cancel [<id>], login.");
 }
 
 QString ConsoleCommands::runPairing(const QString& command, const QString& argument)

@@ -4,6 +4,7 @@
 #include <QSet>
 
 #include <functional>
+#include <optional>
 
 namespace nimbrel {
 
@@ -21,6 +22,11 @@ class BridgeController;
 //   answer <id> <reply> [| <reply>…]
 //                                  answer a question: one reply per question, an option's number or
 //                                  a text
+//   fill <name>=<value> [| <name>=<value>…]
+//                                  send the form a tool server asks for (blank fields take their
+//                                  defaults); decline and cancel refuse it, done answers an address
+//                                  the user has visited
+//   login                          sign Codex in with a code entered at an address on any device
 // Approvals and questions are printed as they arrive, with their ids.
 class ConsoleCommands : public QObject {
     Q_OBJECT
@@ -37,6 +43,9 @@ private:
     QString runPairing(const QString& command, const QString& argument);
     QString decideApproval(const QString& decision, const QString& id);
     QString answerQuestion(const QString& arguments);
+    QString answerForm(const QString& action, const QString& arguments);
+    // Why a decision typed without an id must not decide the approval shown now, else nothing.
+    std::optional<QString> shownChangedSincePrinted();
     void showApproval();
     void showNewQuestions();
 

@@ -36,6 +36,42 @@ UserInputAnswerDraft draftFromReply(const UserInputQuestion& question, const QSt
     return UserInputAnswerDraft{std::nullopt, true, reply};
 }
 
+// One field of a form: its name to type, its title, what it takes and whether it must be given.
+QString fieldLine(const ElicitationField& field)
+{
+    using Kind = ElicitationField::Kind;
+    QString line = QStringLiteral("  ") + shown(field.name);
+    if (field.title != field.name)
+        line += QStringLiteral(" (") + shown(field.title) + QLatin1Char(')');
+    switch (field.kind) {
+    case Kind::Text:
+        line += QStringLiteral(": text");
+        break;
+    case Kind::Number:
+        line += QStringLiteral(": number");
+        break;
+    case Kind::Integer:
+        line += QStringLiteral(": whole number");
+        break;
+    case Kind::Boolean:
+        line += QStringLiteral(": yes or no");
+        break;
+    case Kind::Choice:
+        line += QStringLiteral(": one of ") + shown(field.options.join(QStringLiteral(", ")));
+        break;
+    case Kind::Choices:
+        line += QStringLiteral(": any of ") + shown(field.options.join(QStringLiteral(", ")));
+        break;
+    }
+    if (field.required)
+        line += QStringLiteral(", required");
+    if (!field.defaultValue.isNull())
+        line += QStringLiteral(", default ") + shown(field.defaultValue.textForm());
+    if (!field.description.isEmpty())
+        line += QStringLiteral(" — ") + shown(field.description);
+    return line;
+}
+
 } // namespace
 
 void ConsoleCommands::showApproval()
@@ -54,7 +90,25 @@ void ConsoleCommands::showApproval()
         lines.append(QStringLiteral("  Command: ") + shown(*approval->command));
     if (approval->cwd)
         lines.append(QStringLiteral("  Folder: ") + shown(*approval->cwd));
-    lines.append(QStringLiteral("  Decide with: accept, accept-session or decline"));
+    for (const QString& access : approval->access)
+        lines.append(QStringLiteral("  ") + shown(access));
+    if (const std::optional<ElicitationRequest>& request = approval->elicitation) {
+        if (request->isURL) {
+            lines.append(QStringLiteral("  Address: ") + shown(request->url));
+            lines.append(
+                QStringLiteral("  Open it yourself, then answer with: done, decline or cancel"));
+        } else {
+            for (const ElicitationField& field : request->fields)
+                lines.append(fieldLine(field));
+            lines.append(QStringLiteral(
+                "  Answer with: fill <name>=<value> [| <name>=<value>…], decline or cancel"));
+        }
+    } else if (approval->method == BridgeController::permissionsMethod) {
+        lines.append(QStringLiteral(
+            "  Decide with: accept (this turn), accept-session (this session) or decline"));
+    } else {
+        lines.append(QStringLiteral("  Decide with: accept, accept-session or decline"));
+    }
     m_print(lines.join(QLatin1Char('\n')));
 }
 
@@ -105,21 +159,55 @@ QString ConsoleCommands::decideApproval(const QString& decision, const QString& 
         return QStringLiteral("The approval shown is ") + approval->id + QStringLiteral(", not ") +
                shown(id) + QLatin1Char('.');
     // Typed for the approval printed last, this must not decide another that came meanwhile.
-    if (id.isEmpty() && approval->id != m_printedApprovalID) {
-        const QString meant = std::exchange(m_printedApprovalID, approval->id);
-        return (meant.isEmpty()
-                    ? QStringLiteral("Nothing was decided.")
-                    : QStringLiteral("Approval ") + meant +
-                          QStringLiteral(" is no longer waiting, so nothing was decided.")) +
-               QStringLiteral(" The approval shown now is ") + approval->id +
-               QStringLiteral(
-                   ": read it above, then decide with accept, accept-session or decline.");
-    }
+    if (id.isEmpty())
+        if (const std::optional<QString> refusal = shownChangedSincePrinted())
+            return *refusal;
+    if (approval->elicitation && !approval->elicitation->isURL &&
+        decision == QLatin1String("accept"))
+        return QStringLiteral("Answer a form with fill, decline or cancel.");
+    if (!approval->elicitation && decision == QLatin1String("cancel"))
+        return QStringLiteral("Decide an approval with accept, accept-session or decline.");
     const QString answered = approval->id;
     m_printedApprovalID.clear();
     m_controller.respondToApproval(decision);
     return QStringLiteral("Answered ") + answered + QStringLiteral(" with ") + decision +
            QLatin1Char('.');
+}
+
+std::optional<QString> ConsoleCommands::shownChangedSincePrinted()
+{
+    const std::optional<ApprovalPrompt>& approval = m_controller.approval();
+    if (!approval || approval->id == m_printedApprovalID)
+        return std::nullopt;
+    const QString meant = std::exchange(m_printedApprovalID, approval->id);
+    return (meant.isEmpty()
+                ? QStringLiteral("Nothing was decided.")
+                : QStringLiteral("Approval ") + meant +
+                      QStringLiteral(" is no longer waiting, so nothing was decided.")) +
+           QStringLiteral(" The approval shown now is ") + approval->id +
+           QStringLiteral(": read it above, then decide with accept, accept-session or decline.");
+}
+
+QString ConsoleCommands::answerForm(const QString& action, const QString& arguments)
+{
+    const std::optional<ApprovalPrompt>& approval = m_controller.approval();
+    if (!approval || !approval->elicitation || approval->elicitation->isURL)
+        return QStringLiteral("No form is waiting.");
+    if (const std::optional<QString> refusal = shownChangedSincePrinted())
+        return *refusal;
+    QVariantMap values;
+    for (const QString& pair : arguments.split(QStringLiteral(" | "), Qt::SkipEmptyParts)) {
+        const qsizetype equals = pair.indexOf(QLatin1Char('='));
+        if (equals <= 0)
+            return QStringLiteral("Give each field as <name>=<value>, separated by \" | \".");
+        values.insert(pair.left(equals).trimmed(), pair.mid(equals + 1).trimmed());
+    }
+    const QString answered = approval->id;
+    const QString error = m_controller.answerElicitation(action, values);
+    if (!error.isEmpty())
+        return QStringLiteral("Nothing was sent: ") + error;
+    m_printedApprovalID.clear();
+    return QStringLiteral("Answered ") + answered + QStringLiteral(" with the form.");
 }
 
 QString ConsoleCommands::answerQuestion(const QString& arguments)

@@ -203,6 +203,8 @@ void BridgeController::dropEngineBoundState()
         emit queuedApprovalsChanged();
     }
     setApproval(std::nullopt);
+    // A sign-in under way ends with the engine that was signing in.
+    setSignIn({});
     if (!m_pendingUserInput.requests.empty()) {
         m_pendingUserInput.requests.clear();
         emit pendingUserInputChanged();
@@ -267,12 +269,19 @@ void BridgeController::checkAccount()
 {
     setCodexAccountStatus(QStringLiteral("Checking sign-in…"));
     QPointer<BridgeController> self(this);
-    m_appServer->request(QStringLiteral("account/read"),
-                         JSONValue::object({{"refreshToken", false}}),
-                         [self](const AppServerClient::RequestResult& outcome) {
-                             if (self)
-                                 self->setCodexAccountStatus(accountStatusText(outcome));
-                         });
+    m_appServer->request(
+        QStringLiteral("account/read"), JSONValue::object({{"refreshToken", false}}),
+        [self](const AppServerClient::RequestResult& outcome) {
+            if (!self)
+                return;
+            self->setCodexAccountStatus(accountStatusText(outcome));
+            const JSONValue* account = outcome.ok() ? outcome.value().find("account") : nullptr;
+            const bool required = outcome.ok() && (!account || account->isNull());
+            if (self->m_signInRequired != required) {
+                self->m_signInRequired = required;
+                emit self->signInChanged();
+            }
+        });
 }
 
 QString accountStatusText(const AppServerClient::RequestResult& outcome)
@@ -281,7 +290,7 @@ QString accountStatusText(const AppServerClient::RequestResult& outcome)
         return QStringLiteral("Account check failed: ") + outcome.error().text();
     const JSONValue* account = outcome.value().find("account");
     if (!account || account->isNull())
-        return QStringLiteral("Sign-in required — run codex in a terminal");
+        return QStringLiteral("Sign-in required");
     const JSONValue* type = account->find("type");
     const QString kind =
         type && type->isString() ? *type->stringValue() : QStringLiteral("authenticated");

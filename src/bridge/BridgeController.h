@@ -3,6 +3,7 @@
 #include "bridge/PairingRequest.h"
 #include "bridge/PendingServerRequest.h"
 #include "bridge/PendingUserInputRequests.h"
+#include "bridge/SignInState.h"
 #include "engine/AppServerClient.h"
 #include "engine/CodexInstallation.h"
 #include "peer/BridgeMessage.h"
@@ -49,6 +50,8 @@ class BridgeController : public QObject {
     Q_PROPERTY(QVariantMap approval READ approvalMap NOTIFY approvalChanged)
     Q_PROPERTY(bool hasApproval READ hasApproval NOTIFY approvalChanged)
     Q_PROPERTY(QVariantList queuedApprovals READ queuedApprovalList NOTIFY queuedApprovalsChanged)
+    // Whether the last account check found no signed-in account.
+    Q_PROPERTY(bool signInRequired READ signInRequired NOTIFY signInChanged)
 
 public:
     static constexpr int maximumLogLines = 100;
@@ -85,9 +88,17 @@ public:
     bool hasApproval() const { return m_approval.has_value(); }
     const std::vector<ApprovalPrompt>& queuedApprovals() const { return m_queuedApprovals; }
     const PendingUserInputRequests& pendingUserInput() const { return m_pendingUserInput; }
+    bool signInRequired() const { return m_signInRequired; }
+    const SignInState& signInState() const { return m_signIn; }
 
     // The engine methods whose requests are approvals, and the one that asks the user questions.
     static const QStringList& approvalMethods();
+    // Those and the other requests held and offered the same way: more access for a command, and
+    // a tool server's request for the user's input.
+    static const QStringList& heldMethods();
+    static inline const QString permissionsMethod =
+        QStringLiteral("item/permissions/requestApproval");
+    static inline const QString elicitationMethod = QStringLiteral("mcpServer/elicitation/request");
     static inline const QString questionMethod = QStringLiteral("item/tool/requestUserInput");
     static inline const QString questionClosedText = QStringLiteral(
         "This question has already closed, is being answered, or has an incomplete answer.");
@@ -103,10 +114,21 @@ public:
     Q_INVOKABLE void restartCodex();
     void setLaunchAtLogin(bool enabled);
     // The user's decision on the shown approval: "accept", "acceptForSession" or "decline".
+    // For more access "accept" grants it for the turn and "acceptForSession" for the session; for
+    // a tool server's request "accept" says done (an address) or sends the form's defaults.
     Q_INVOKABLE void respondToApproval(const QString& decision);
+    // Answers the shown request for input: "accept" with the fields' values as typed (by name),
+    // "decline" or "cancel". Empty when answered, else why not (nothing is sent then).
+    Q_INVOKABLE QString answerElicitation(const QString& action, const QVariantMap& values);
     // Answers an open question; completion hears whether the answer reached the engine.
     void answerUserInput(const QString& requestID, const JSONValue& response,
                          CodexWorkspace::AnswerCompletion completion);
+
+    // Signing the account in: type "chatgpt" (an address to open here) or "chatgptDeviceCode" (a
+    // code to enter at an address, from any device); or an API key, handed to Codex and forgotten.
+    Q_INVOKABLE void startSignIn(const QString& type);
+    Q_INVOKABLE void signInWithAPIKey(const QString& key);
+    Q_INVOKABLE void cancelSignIn();
 
     // By value: the caller's request may be one of pairingRequests(), which these change.
     void approvePairing(PairingRequest request);
@@ -140,6 +162,9 @@ signals:
     void approvalChanged();
     void queuedApprovalsChanged();
     void pendingUserInputChanged();
+    void signInChanged();
+    // Codex gave the address where the user signs in with ChatGPT on this computer.
+    void signInAddressReady(const QString& url);
     // Each line as it enters the log.
     void logAppended(const QString& line);
 
@@ -152,6 +177,11 @@ private:
     void broadcastEngineStatus();
     BridgeMessage engineStatusEvent() const;
     void checkAccount();
+    void requestSignIn(const QString& type, const JSONValue& params);
+    void handleSignInReply(const QString& type, const AppServerClient::RequestResult& outcome);
+    void handleSignInCompleted(const JSONValue& params);
+    void setSignIn(SignInState state);
+    void failSignIn(const QString& type, const QString& error);
 
     // Pairing and authorisation.
     void handleConnected(const QString& peer);
@@ -223,6 +253,8 @@ private:
     std::optional<ApprovalPrompt> m_approval;
     std::vector<ApprovalPrompt> m_queuedApprovals; // oldest first
     PendingUserInputRequests m_pendingUserInput;
+    bool m_signInRequired = false;
+    SignInState m_signIn;
     bool m_started = false;
 };
 

@@ -59,6 +59,8 @@ void BridgeController::handleNotification(const QString& method, const JSONValue
 {
     expireUserInput(method, params);
     withdrawResolvedApproval(method, params);
+    if (method == QLatin1String("account/login/completed"))
+        handleSignInCompleted(params);
     m_workspace->handleNotification(method, params);
     broadcast(BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, method,
                             params});

@@ -19,6 +19,19 @@ BridgeMessage eventOf(const QString& method, JSONValue body)
                          std::move(body)};
 }
 
+// Tells every peer that a held request is no longer open, by its local id: answered here or by a
+// peer, or resolved by the engine itself.
+BridgeMessage resolvedEvent(const PendingServerRequest& pending)
+{
+    std::vector<std::pair<std::string, JSONValue>> body;
+    if (const JSONValue* threadID = pending.params.find("threadId");
+        threadID && threadID->isString())
+        body.emplace_back("threadId", *threadID);
+    body.emplace_back("requestId", pending.localID);
+    return eventOf(QStringLiteral("sarvane/serverRequestResolved"),
+                   JSONValue::object(std::move(body)));
+}
+
 } // namespace
 
 const QStringList& BridgeController::approvalMethods()
@@ -27,6 +40,29 @@ const QStringList& BridgeController::approvalMethods()
                                      QStringLiteral("item/fileChange/requestApproval")};
     return methods;
 }
+
+const QStringList& BridgeController::heldMethods()
+{
+    static const QStringList methods =
+        approvalMethods() + QStringList{permissionsMethod, elicitationMethod};
+    return methods;
+}
+
+namespace {
+
+// What the engine is told for a decision of this computer's sheet or console.
+JSONValue decisionResponse(const QString& method, const JSONValue& params, const QString& decision)
+{
+    if (method == BridgeController::permissionsMethod)
+        return permissionsResponse(params, decision);
+    if (method == BridgeController::elicitationMethod)
+        return JSONValue::object({{"action", decision == QLatin1String("accept")   ? "accept"
+                                             : decision == QLatin1String("cancel") ? "cancel"
+                                                                                   : "decline"}});
+    return JSONValue::object({{"decision", decision}});
+}
+
+} // namespace
 
 // ---- arrival
 
@@ -45,10 +81,22 @@ void BridgeController::handleServerRequest(const JSONValue& id, const QString& m
         broadcast(PendingUserInputRequests::questionEvent(*entry));
         return;
     }
-    if (!approvalMethods().contains(method)) {
+    if (!heldMethods().contains(method)) {
         m_appServer->respondError(id, QStringLiteral("Nimbrel Bridge does not implement ") +
                                           method + QLatin1Char('.'));
+        appendLog(QStringLiteral("Codex asked for ") + loggableText(method) +
+                  QStringLiteral(", which this bridge does not handle; it was refused."));
         return;
+    }
+    if (method == elicitationMethod) {
+        const Result<ElicitationRequest, QString> request = parseElicitation(params);
+        if (!request.ok()) {
+            m_appServer->respondError(id, QStringLiteral("The elicitation request is malformed: ") +
+                                              request.error() + QLatin1Char('.'));
+            appendLog(QStringLiteral("A tool server's request for input was refused: ") +
+                      loggableText(request.error()) + QLatin1Char('.'));
+            return;
+        }
     }
     const PendingServerRequest pending{randomUUIDText(), id, method, params};
     m_pendingServerRequests.push_back(pending);
@@ -69,11 +117,47 @@ void BridgeController::respondToApproval(const QString& decision)
 {
     if (!m_approval)
         return;
+    // A form is answered with its content (answerElicitation); its defaults stand in here.
+    if (m_approval->elicitation && !m_approval->elicitation->isURL &&
+        decision == QLatin1String("accept")) {
+        answerElicitation(decision, {});
+        return;
+    }
     const std::optional<PendingServerRequest> pending = takePendingServerRequest(m_approval->id);
     if (!pending)
         return;
     showNextApproval();
-    m_appServer->respond(pending->serverID, JSONValue::object({{"decision", decision}}));
+    m_appServer->respond(pending->serverID,
+                         decisionResponse(pending->method, pending->params, decision));
+    broadcast(resolvedEvent(*pending));
+}
+
+QString BridgeController::answerElicitation(const QString& action, const QVariantMap& values)
+{
+    if (!m_approval || !m_approval->elicitation)
+        return QStringLiteral("No request for input is waiting.");
+    JSONValue response = JSONValue::object({{"action", action}});
+    if (action == QLatin1String("accept")) {
+        std::map<QString, QString> typed;
+        for (auto value = values.begin(); value != values.end(); ++value)
+            typed[value.key()] = value.value().toString();
+        const Result<JSONValue, QString> content =
+            elicitationContent(*m_approval->elicitation, typed);
+        if (!content.ok())
+            return content.error();
+        response = m_approval->elicitation->isURL
+                       ? JSONValue::object({{"action", "accept"}})
+                       : JSONValue::object({{"action", "accept"}, {"content", content.value()}});
+    } else if (action != QLatin1String("decline") && action != QLatin1String("cancel")) {
+        return QStringLiteral("Answer with accept, decline or cancel.");
+    }
+    const std::optional<PendingServerRequest> pending = takePendingServerRequest(m_approval->id);
+    if (!pending)
+        return QStringLiteral("No request for input is waiting.");
+    showNextApproval();
+    m_appServer->respond(pending->serverID, response);
+    broadcast(resolvedEvent(*pending));
+    return {};
 }
 
 std::optional<PendingServerRequest>
@@ -119,8 +203,9 @@ void BridgeController::handleServerResponse(const BridgeMessage& message, const 
         return;
     removeApprovalPrompt(pending->localID);
     // The answer passes to the engine as the peer wrote it.
-    m_appServer->respond(pending->serverID,
-                         message.body.value_or(JSONValue::object({{"decision", "decline"}})));
+    m_appServer->respond(pending->serverID, message.body.value_or(decisionResponse(
+                                                pending->method, pending->params, "decline")));
+    broadcast(resolvedEvent(*pending));
 }
 
 void BridgeController::removeApprovalPrompt(const QString& localID)
@@ -148,9 +233,10 @@ void BridgeController::withdrawResolvedApproval(const QString& method, const JSO
                                     });
     if (found == m_pendingServerRequests.end())
         return;
-    const QString localID = found->localID;
+    const PendingServerRequest withdrawn = *found;
     m_pendingServerRequests.erase(found);
-    removeApprovalPrompt(localID);
+    removeApprovalPrompt(withdrawn.localID);
+    broadcast(resolvedEvent(withdrawn));
 }
 
 // ---- questions
@@ -233,6 +319,7 @@ QVariantMap approvalVariant(const ApprovalPrompt& prompt)
 {
     return QVariantMap{{"id", prompt.id},
                        {"method", prompt.method},
+                       {"access", prompt.access},
                        {"title", prompt.title},
                        {"detail", prompt.detail},
                        {"command", prompt.command.value_or(QString())},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "usage/UsageRecords.h"
+#include "workspace/PermissionMode.h"
 #include "workspace/SessionRecords.h"
 #include "workspace/TurnControlState.h"
 #include "workspace/UserInputRecords.h"
@@ -23,6 +24,8 @@ struct CodexSessionState {
     TurnControlState turnControl;
     std::vector<UserInputPrompt> userInputPrompts;
     std::optional<CodexSessionUsage> tokenUsage;
+    // Sent with every resume and turn from now on; a listed session starts in full access.
+    PermissionMode permissionMode = PermissionMode::FullAccess;
 
     friend bool operator==(const CodexSessionState&, const CodexSessionState&) = default;
 };

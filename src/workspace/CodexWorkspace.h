@@ -52,6 +52,9 @@ public:
     using SubmitCompletion = std::function<void(const std::optional<QString>& error)>;
 
     static constexpr int threadListLimit = 100;
+    // The mode of the last session made here, offered first for the next one.
+    static inline const QString lastPermissionModeKey =
+        QStringLiteral("NimbrelNewSessionPermissionMode");
     static constexpr int itemsPageLimit = 20;
     static constexpr double demoReplyDelaySeconds = 0.65;
     static constexpr double deltaFlushDelaySeconds = 0.15;
@@ -125,7 +128,8 @@ public:
 
     // ---- new sessions and their history
     Q_INVOKABLE void createSession(const QString& cwd, const QString& prompt = {},
-                                   const QString& model = {}, const QString& effort = {});
+                                   const QString& model = {}, const QString& effort = {},
+                                   const QString& modeKey = {});
     Q_INVOKABLE void loadTranscript(const QString& id, bool force = false);
     void loadEarlierTranscript(const QString& id, EarlierPageCompletion completion);
 
@@ -151,6 +155,10 @@ public:
     std::optional<QString> effortDescription(const QString& effort, const QString& modelID) const;
     Q_INVOKABLE void setModel(const QString& modelID, const QString& threadID);
     Q_INVOKABLE void setReasoningEffort(const QString& effort, const QString& threadID);
+    // The mode the session's next resume and turn carry; an unknown key changes nothing.
+    Q_INVOKABLE void setPermissionMode(const QString& modeKey, const QString& threadID);
+    // The mode last chosen for a new session; full access until one is chosen.
+    PermissionMode rememberedPermissionMode() const;
 
     // ---- the offline tour
     void setDemoMode(bool demo);
@@ -243,7 +251,8 @@ private:
                           TranscriptPageSource source);
     void storePageInfo(const QString& id, const JSONValue& result, TranscriptPageSource source);
     void handleCreatedSession(const WorkspaceResult& outcome, const QString& cwd,
-                              const QString& prompt, const QString& model, const QString& effort);
+                              const QString& prompt, const QString& model, const QString& effort,
+                              PermissionMode mode);
 
     // Live events.
     void handleTurnStarted(const QString& threadID, const JSONValue& params);

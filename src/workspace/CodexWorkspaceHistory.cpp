@@ -12,10 +12,6 @@ namespace nimbrel {
 
 namespace {
 
-// The permission literals every new or resumed session runs with.
-const char* const approvalPolicy = "never";
-const char* const sandbox = "danger-full-access";
-
 std::optional<QString> nonEmpty(const QString& text)
 {
     return text.isEmpty() ? std::nullopt : std::optional(text);
@@ -49,8 +45,11 @@ void CodexWorkspace::request(const QString& method, const JSONValue& params,
 // ---- a new session
 
 void CodexWorkspace::createSession(const QString& cwd, const QString& prompt, const QString& model,
-                                   const QString& effort)
+                                   const QString& effort, const QString& modeKey)
 {
+    const PermissionMode mode = permissionModeFromKey(modeKey).value_or(PermissionMode::FullAccess);
+    if (!modeKey.isEmpty())
+        m_defaults.setValue(lastPermissionModeKey, permissionModeKey(mode));
     if (m_isDemoMode)
         return;
     const QString directory = cwd.trimmed();
@@ -59,22 +58,24 @@ void CodexWorkspace::createSession(const QString& cwd, const QString& prompt, co
         return;
     }
     std::vector<std::pair<std::string, JSONValue>> params{
-        {"approvalPolicy", approvalPolicy}, {"sandbox", sandbox}, {"serviceName", "sar_vane"}};
+        {"approvalPolicy", approvalPolicyOf(mode)},
+        {"sandbox", sandboxModeOf(mode)},
+        {"serviceName", "sar_vane"}};
     if (!model.isEmpty())
         params.emplace_back("model", model);
     if (!directory.isEmpty())
         params.emplace_back("cwd", directory);
     QPointer<CodexWorkspace> self(this);
     request(QStringLiteral("thread/start"), JSONValue::object(std::move(params)),
-            [self, directory, prompt, model, effort](const WorkspaceResult& outcome) {
+            [self, directory, prompt, model, effort, mode](const WorkspaceResult& outcome) {
                 if (self)
-                    self->handleCreatedSession(outcome, directory, prompt, model, effort);
+                    self->handleCreatedSession(outcome, directory, prompt, model, effort, mode);
             });
 }
 
 void CodexWorkspace::handleCreatedSession(const WorkspaceResult& outcome, const QString& cwd,
                                           const QString& prompt, const QString& model,
-                                          const QString& effort)
+                                          const QString& effort, PermissionMode mode)
 {
     if (!outcome.ok()) {
         setErrorMessage(outcome.error().text());
@@ -106,6 +107,7 @@ void CodexWorkspace::handleCreatedSession(const WorkspaceResult& outcome, const 
 
     CodexSessionState fresh;
     fresh.threadID = *id;
+    fresh.permissionMode = mode;
     fresh.model = firstPresent(
         {stringAt(*created, "model"), stringAt(outcome.value(), "model"), nonEmpty(model)});
     fresh.reasoningEffort =

@@ -53,15 +53,17 @@ void CodexWorkspace::send(const QString& text, const QString& threadID)
 // An idle session is always resumed first, whether or not the engine still has it loaded.
 void CodexWorkspace::resumeAndStart(const QString& text, const QString& threadID)
 {
-    changeSession(threadID, [](CodexSessionState& session) {
+    PermissionMode mode = PermissionMode::FullAccess;
+    changeSession(threadID, [&mode](CodexSessionState& session) {
         session.turnControl = {Phase::Starting, std::nullopt};
         session.activityText = QStringLiteral("Opening this Codex session…");
+        mode = session.permissionMode;
     });
     QPointer<CodexWorkspace> self(this);
     request(QStringLiteral("thread/resume"),
             JSONValue::object({{"threadId", threadID},
-                               {"approvalPolicy", "never"},
-                               {"sandbox", "danger-full-access"},
+                               {"approvalPolicy", approvalPolicyOf(mode)},
+                               {"sandbox", sandboxModeOf(mode)},
                                {"excludeTurns", true}}),
             [self, text, threadID](const WorkspaceResult& outcome) {
                 if (!self)
@@ -89,6 +91,7 @@ void CodexWorkspace::steer(const QString& text, const QString& threadID, const Q
 void CodexWorkspace::startTurn(const QString& text, const QString& threadID)
 {
     std::optional<QString> model, effort;
+    PermissionMode mode = PermissionMode::FullAccess;
     changeSession(threadID, [&](CodexSessionState& session) {
         session.hasLoadedTranscript = true;
         session.transcript.push_back(TranscriptEntry{QStringLiteral("local-") + randomUUIDText(),
@@ -103,12 +106,13 @@ void CodexWorkspace::startTurn(const QString& text, const QString& threadID)
         session.activityText = QStringLiteral("Starting the turn…");
         model = session.model;
         effort = session.reasoningEffort;
+        mode = session.permissionMode;
     });
     std::vector<std::pair<std::string, JSONValue>> params{
         {"threadId", threadID},
         {"input", textInput(text)},
-        {"approvalPolicy", "never"},
-        {"sandboxPolicy", JSONValue::object({{"type", "dangerFullAccess"}})},
+        {"approvalPolicy", approvalPolicyOf(mode)},
+        {"sandboxPolicy", sandboxPolicyOf(mode)},
         {"summary", "detailed"},
     };
     if (model && !model->isEmpty())
@@ -184,6 +188,21 @@ void CodexWorkspace::interruptTurn(const QString& threadID, const QString& turnI
                 });
                 self->setErrorMessage(outcome.error().text());
             });
+}
+
+// A turn already under way keeps what it started with; the next resume and turn carry the mode.
+void CodexWorkspace::setPermissionMode(const QString& modeKey, const QString& threadID)
+{
+    const std::optional<PermissionMode> mode = permissionModeFromKey(modeKey);
+    if (!mode || threadID.isEmpty())
+        return;
+    changeSession(threadID, [&](CodexSessionState& session) { session.permissionMode = *mode; });
+}
+
+PermissionMode CodexWorkspace::rememberedPermissionMode() const
+{
+    return permissionModeFromKey(m_defaults.string(lastPermissionModeKey).value_or(QString()))
+        .value_or(PermissionMode::FullAccess);
 }
 
 } // namespace nimbrel

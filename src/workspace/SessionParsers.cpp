@@ -183,10 +183,24 @@ ApprovalPrompt makeApprovalPrompt(const QString& id, const QString& method, cons
     } else if (method.contains(QLatin1String("fileChange"))) {
         prompt.title = QStringLiteral("Apply file changes?");
         prompt.detail = QStringLiteral("Codex needs your approval before modifying files.");
+    } else if (method.contains(QLatin1String("elicitation"))) {
+        const Result<ElicitationRequest, QString> request = parseElicitation(params);
+        if (request.ok()) {
+            prompt.elicitation = request.value();
+            const QString server = request->serverName.isEmpty() ? QStringLiteral("A tool server")
+                                                                 : request->serverName;
+            prompt.title = request->isURL ? server + QStringLiteral(" asks you to open an address")
+                                          : server + QStringLiteral(" asks for your input");
+            prompt.detail = request->message;
+        } else {
+            prompt.title = QStringLiteral("A tool server asks for your input");
+            prompt.detail = request.error();
+        }
     } else {
         prompt.title = QStringLiteral("Grant additional access?");
         prompt.detail =
             reason.value_or(QStringLiteral("Codex is requesting additional permissions."));
+        prompt.access = requestedPermissionLines(params);
     }
     return prompt;
 }

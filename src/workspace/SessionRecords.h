@@ -1,5 +1,7 @@
 #pragma once
 
+#include "workspace/ServerRequestRecords.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -51,6 +53,8 @@ struct ApprovalPrompt {
     std::optional<QString> command;
     std::optional<QString> cwd;
     std::optional<QString> threadID; // the session that asks, where the engine names it
+    QStringList access;              // what a permissions request asks for, one line each
+    std::optional<ElicitationRequest> elicitation; // what a tool server asks the user
 
     friend bool operator==(const ApprovalPrompt&, const ApprovalPrompt&) = default;
 };

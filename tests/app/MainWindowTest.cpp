@@ -3,6 +3,8 @@
 #include "support/EventLoop.h"
 #include "support/RunningProgram.h"
 
+#include <QDirIterator>
+#include <QFile>
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -31,6 +33,19 @@ struct ShownWindow {
         return qobject_cast<QQuickItem*>(window.find(name));
     }
     QString text(const char* name) const { return window.find(name)->property("text").toString(); }
+    // The item of this name drawn in the main window (the Settings window holds some names too).
+    QQuickItem* shownItem(const char* name) const
+    {
+        std::function<QQuickItem*(QQuickItem*)> search = [&](QQuickItem* item) -> QQuickItem* {
+            if (item->objectName() == QLatin1String(name))
+                return item;
+            for (QQuickItem* child : item->childItems())
+                if (QQuickItem* found = search(child))
+                    return found;
+            return nullptr;
+        };
+        return search(window.mainWindow()->contentItem());
+    }
     // A mouse click in the middle of the item, where the user would press it.
     void click(QQuickItem* target) const
     {
@@ -56,7 +71,198 @@ bool engineRead(BridgeUnderTest& bridge, const char* message)
     });
 }
 
+// Keys typed into the focused field, one by one.
+void typeInto(QWindow* window, const QString& text)
+{
+    for (const QChar c : text)
+        QTest::keyClick(window, c.toLatin1());
+}
+
+const char* askingScenario = R"({"cues": [
+  {"when": "access", "actions": [{"send": {"id": 5, "method": "item/permissions/requestApproval",
+    "params": {"threadId": "t", "turnId": "u", "itemId": "c", "cwd": "/srv", "reason": "Needs the cache",
+     "permissions": {"fileSystem": {"write": ["/var/cache/app"]}}}}}]},
+  {"when": "form", "actions": [{"send": {"id": 6, "method": "mcpServer/elicitation/request",
+    "params": {"threadId": "t", "serverName": "tickets", "mode": "form", "message": "New ticket",
+     "requestedSchema": {"type": "object", "required": ["title"], "properties": {
+       "title": {"type": "string", "title": "Title"},
+       "team": {"type": "string", "oneOf": [{"const": "build", "title": "Build"}, {"const": "core", "title": "Core"}]},
+       "notify": {"type": "boolean", "default": true}}}}}}]},
+  {"when": "address", "actions": [{"send": {"id": 7, "method": "mcpServer/elicitation/request",
+    "params": {"threadId": "t", "serverName": "calendar", "mode": "url", "elicitationId": "e",
+     "message": "Authorise", "url": "https://calendar.example/consent"}}}]}]})";
+
 } // namespace
+
+TEST(MainWindow, MoreAccessAFormAndAnAddressAreDecidedInTheSheet)
+{
+    BridgeUnderTest bridge(json(askingScenario));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    QList<QUrl> opened;
+    shown.window.setup().openAddress = [&](const QUrl& url) { opened.append(url); };
+    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+    QObject* sheet = shown.window.find("approvalSheet");
+
+    bridge.say("access");
+    ASSERT_TRUE(waitFor([&] { return sheet->property("opened").toBool(); }));
+    EXPECT_EQ(shown.text("approvalTitle"), "Grant additional access?");
+    EXPECT_EQ(shown.text("approvalAccess"), "Write: /var/cache/app");
+    EXPECT_EQ(shown.text("acceptForSessionButton"), "Allow for This Session");
+    shown.click(shown.item("acceptForSessionButton"));
+    ASSERT_TRUE(engineRead(
+        bridge,
+        R"({"id":5,"result":{"permissions":{"fileSystem":{"write":["/var/cache/app"]}},"scope":"session"}})"));
+
+    // A form sends nothing while a required field is empty, then what the user gave.
+    bridge.say("form");
+    ASSERT_TRUE(
+        waitFor([&] { return shown.text("approvalTitle") == "tickets asks for your input"; }));
+    ASSERT_TRUE(waitFor([&] { return shown.item("form-field-title") != nullptr; }));
+    shown.click(shown.item("acceptButton"));
+    ASSERT_TRUE(waitFor([&] { return shown.text("approvalFormError") == "Title is required."; }));
+    shown.click(shown.item("form-field-title"));
+    typeInto(shown.window.mainWindow(), "Printer jams");
+    shown.click(shown.item("acceptButton"));
+    ASSERT_TRUE(engineRead(
+        bridge,
+        R"({"id":6,"result":{"action":"accept","content":{"title":"Printer jams","team":"build","notify":true}}})"));
+
+    // An address opens only on the user's click, and is answered once they say they are done.
+    bridge.say("address");
+    ASSERT_TRUE(waitFor([&] {
+        return shown.item("openRequestedAddress") &&
+               shown.item("openRequestedAddress")->isVisible();
+    }));
+    settle(100);
+    EXPECT_TRUE(opened.isEmpty());
+    shown.click(shown.item("openRequestedAddress"));
+    EXPECT_EQ(opened, QList<QUrl>{QUrl("https://calendar.example/consent")});
+    EXPECT_TRUE(sheet->property("visible").toBool());
+    shown.click(shown.item("acceptButton"));
+    ASSERT_TRUE(engineRead(bridge, R"({"id":7,"result":{"action":"accept"}})"));
+    EXPECT_TRUE(waitFor([&] { return !sheet->property("visible").toBool(); }));
+}
+
+TEST(MainWindow, SignsInByBrowserCodeOrKeyAndTheKeyLeavesNoTrace)
+{
+    const char* secret = "sk-test-NEVER-LOGGED-4711";
+    // Signed out until the third check; each sign-in completes once the engine next lists threads.
+    BridgeUnderTest bridge(json(R"({"methods": {"account/read": [
+          {"result": {"account": null}}, {"result": {"account": null}}, {"result": {"account": null}},
+          {"result": {"account": {"type": "apiKey"}}}]},
+        "login": {"completeOn": "thread/list"}})"));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    QList<QUrl> opened;
+    shown.window.setup().openAddress = [&](const QUrl& url) { opened.append(url); };
+    shown.click(shown.item("bridgeSetupPage"));
+    ASSERT_TRUE(waitFor([&] { return shown.shownItem("signInPanel") != nullptr; }));
+    const auto completeSignIn = [&] { bridge.workspace().refreshThreads(); };
+
+    // ChatGPT: the address Codex gives opens in the browser; the account is checked again after.
+    shown.click(shown.shownItem("signInChatGPT"));
+    ASSERT_TRUE(waitFor([&] { return !opened.isEmpty(); }))
+        << bridge.controller().logs().join("\n").toStdString();
+    EXPECT_EQ(opened, QList<QUrl>{QUrl("https://auth.example.invalid/oauth/authorize")});
+    const long checks = bridge.received("account/read");
+    completeSignIn();
+    ASSERT_TRUE(waitFor([&] { return bridge.received("account/read") == checks + 1; }));
+
+    // A code: the address and the code to enter there, from any device.
+    ASSERT_TRUE(waitFor([&] { return shown.shownItem("signInCodeButton")->isEnabled(); }));
+    shown.click(shown.shownItem("signInCodeButton"));
+    ASSERT_TRUE(waitFor(
+        [&] { return shown.shownItem("signInCode")->property("text").toString() == "ABCD-1234"; }));
+    EXPECT_EQ(shown.shownItem("signInAddress")->property("text").toString(),
+              "https://auth.example.invalid/device");
+    EXPECT_EQ(opened.size(), 1);
+    completeSignIn();
+    ASSERT_TRUE(waitFor([&] { return bridge.received("account/read") == checks + 2; }));
+
+    // A key: sent once, the field emptied, the account row updated.
+    ASSERT_TRUE(waitFor([&] { return shown.shownItem("apiKeyField")->isEnabled(); }));
+    shown.click(shown.shownItem("apiKeyField"));
+    typeInto(shown.window.mainWindow(), secret);
+    shown.click(shown.shownItem("signInAPIKey"));
+    ASSERT_TRUE(waitFor([&] { return bridge.received("account/login/start") == 3; }));
+    EXPECT_EQ(shown.shownItem("apiKeyField")->property("text").toString(), "");
+    completeSignIn();
+    ASSERT_TRUE(waitFor(
+        [&] { return bridge.controller().codexAccountStatus() == "Signed in with apiKey"; }));
+    EXPECT_TRUE(waitFor([&] { return shown.shownItem("signInPanel") == nullptr; }));
+    const auto received = bridge.engine.received();
+    EXPECT_TRUE(std::any_of(received.begin(), received.end(), [&](const JSONValue& message) {
+        const JSONValue* params = message.find("params");
+        return params && params->find("apiKey") && *params->find("apiKey") == JSONValue(secret);
+    }));
+
+    // The key is in no log line and no file of the bridge's.
+    for (const QString& line : bridge.controller().logs())
+        EXPECT_FALSE(line.contains(secret)) << line.toStdString();
+    bridge.defaults.setValue("flush", true);
+    QDirIterator files(bridge.home.path(), QDir::Files | QDir::Hidden,
+                       QDirIterator::Subdirectories);
+    int read = 0;
+    while (files.hasNext()) {
+        QFile file(files.next());
+        if (file.open(QIODevice::ReadOnly)) {
+            ++read;
+            EXPECT_FALSE(file.readAll().contains(secret)) << file.fileName().toStdString();
+        }
+    }
+    EXPECT_GT(read, 0);
+}
+
+// The params of the last request of method the engine read.
+JSONValue lastParams(BridgeUnderTest& bridge, const char* method)
+{
+    JSONValue params;
+    for (const JSONValue& message : bridge.engine.received())
+        if (message.find("method") && *message.find("method") == JSONValue(method))
+            params = message.find("params") ? *message.find("params") : JSONValue();
+    return params;
+}
+
+TEST(MainWindow, ANewSessionsModeAndTheHeadersChoiceReachCodex)
+{
+    BridgeUnderTest bridge(json(R"({"methods": {
+        "thread/start": {"result": {"thread": {"id": "thr_new"}}},
+        "turn/start": {"result": {"turn": {"id": "T1"}}}}})"));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+
+    // The sheet offers full access first; the user asks to be asked.
+    shown.click(shown.shownItem("new-session"));
+    ASSERT_TRUE(waitFor([&] { return shown.shownItem("permission-mode-ask") != nullptr; }));
+    EXPECT_TRUE(shown.shownItem("permission-mode-full-access")->property("checked").toBool());
+    shown.click(shown.shownItem("permission-mode-ask"));
+    shown.click(shown.shownItem("new-session-create"));
+    ASSERT_TRUE(waitFor([&] { return bridge.received("thread/start") == 1; }));
+    EXPECT_EQ(lastParams(bridge, "thread/start")["approvalPolicy"], JSONValue("untrusted"));
+    EXPECT_EQ(lastParams(bridge, "thread/start")["sandbox"], JSONValue("workspace-write"));
+
+    // The header shows the mode; read only, chosen there, goes with the next turn.
+    ASSERT_TRUE(waitFor([&] {
+        QQuickItem* pill = shown.shownItem("session-permission-selector");
+        return pill && pill->property("label").toString() == "Ask before acting";
+    }));
+    shown.click(shown.shownItem("session-permission-selector"));
+    ASSERT_TRUE(
+        waitFor([&] { return shown.shownItem("session-permission-read-only") != nullptr; }));
+    shown.click(shown.shownItem("session-permission-read-only"));
+    ASSERT_TRUE(waitFor([&] {
+        return shown.shownItem("session-permission-selector")->property("label").toString() ==
+               "Read only";
+    }));
+    shown.window.find("composer")->setProperty("text", "Look around");
+    shown.click(shown.shownItem("composer-send"));
+    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
+    EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
+    EXPECT_EQ(lastParams(bridge, "turn/start")["approvalPolicy"], JSONValue("on-request"));
+    EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+}
 
 TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)
 {

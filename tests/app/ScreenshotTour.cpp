@@ -29,6 +29,34 @@ const char* approvalScenario = R"({"cues": [{"when": "approve", "actions": [
      "turnId": "u", "command": "cmake --build build --target install && ctest --test-dir build",
      "cwd": "/home/ada/src/nimbrel", "reason": "Installs the build into /usr/local."}}}]}]})";
 
+// Codex asks for more access, a form and an address, on cue words.
+const char* askingScenario = R"({"cues": [
+  {"when": "access", "actions": [{"send": {"id": 1, "method": "item/permissions/requestApproval",
+    "params": {"threadId": "thr_1", "turnId": "u", "itemId": "c", "cwd": "/home/ada/src/nimbrel",
+     "reason": "The tests need the package cache and the network.",
+     "permissions": {"fileSystem": {"write": ["/home/ada/.cache/pip"], "read": ["/etc/ssl/certs"]},
+                     "network": {"enabled": true}}}}}]},
+  {"when": "form", "actions": [{"send": {"id": 2, "method": "mcpServer/elicitation/request",
+    "params": {"threadId": "thr_1", "turnId": "u", "serverName": "tickets", "mode": "form",
+     "message": "Open a ticket for the failing build?",
+     "requestedSchema": {"type": "object", "required": ["title", "team"], "properties": {
+       "title": {"type": "string", "title": "Title", "description": "One line that says what broke.",
+                 "default": "Clean build fails"},
+       "team": {"type": "string", "title": "Team", "oneOf": [{"const": "build", "title": "Build and release"},
+                 {"const": "core", "title": "Core libraries"}]},
+       "priority": {"type": "integer", "title": "Priority", "minimum": 1, "maximum": 4, "default": 2},
+       "labels": {"type": "array", "title": "Labels", "items": {"type": "string", "enum": ["ci", "regression", "linux"]},
+                  "default": ["ci"]},
+       "notify": {"type": "boolean", "title": "Tell the team now", "default": true}}}}}}]},
+  {"when": "address", "actions": [{"send": {"id": 3, "method": "mcpServer/elicitation/request",
+    "params": {"threadId": "thr_1", "turnId": "u", "serverName": "calendar", "mode": "url",
+     "elicitationId": "e-1", "message": "Let the calendar tool read your work calendar.",
+     "url": "https://calendar.example.com/oauth/consent?client=codex-tools&scope=read"}}}]}]})";
+
+// Codex without an account; a sign-in by code stays waiting.
+const char* signInScenario = R"({"methods": {"account/read": {"result": {"account": null}}},
+  "login": {"completeOn": "never", "userCode": "QX7P-4KMD", "verificationUrl": "https://auth.openai.com/codex/device"}})";
+
 // A blank render has one colour, or nearly: a drawn window has text in it.
 bool looksBlank(const QImage& image)
 {
@@ -363,6 +391,41 @@ int main(int argc, char** argv)
         bridge.say("approve");
         waitFor([&] { return bridge.controller().hasApproval(); });
     });
+    for (const char* word : {"access", "form", "address"})
+        for (const QSize size : {QSize(), narrow})
+            tour.state(
+                QStringLiteral("approval-") + QLatin1String(word) +
+                    (size.isValid() ? QStringLiteral("-narrow") : QString()),
+                askingScenario,
+                [word](BridgeUnderTest& bridge, BridgeWindow& window) {
+                    ready(bridge);
+                    window.setup().openAddress = [](const QUrl&) {};
+                    bridge.say(word);
+                    waitFor([&] { return bridge.controller().hasApproval(); });
+                },
+                false, size);
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "setup-sign-in-narrow" : "setup-sign-in", signInScenario,
+            [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                ready(bridge);
+                waitFor([&] { return bridge.controller().signInRequired(); });
+                Tour::showSetupPage(window);
+            },
+            false, size);
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "setup-sign-in-code-narrow" : "setup-sign-in-code", signInScenario,
+            [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                ready(bridge);
+                waitFor([&] { return bridge.controller().signInRequired(); });
+                bridge.controller().startSignIn("chatgptDeviceCode");
+                waitFor([&] {
+                    return bridge.controller().signInState().phase == SignInState::Phase::Waiting;
+                });
+                Tour::showSetupPage(window);
+            },
+            false, size);
     tour.state(
         "settings", "{}", [](BridgeUnderTest& bridge, BridgeWindow&) { ready(bridge); }, true);
     tour.state(
@@ -420,6 +483,13 @@ int main(int argc, char** argv)
         "effort-menu-open", [](BridgeUnderTest& bridge) { fillSession(bridge, false); },
         [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openEffortMenu"); });
     tour.galleryState(
+        "permission-menu-open",
+        [](BridgeUnderTest& bridge) {
+            fillSession(bridge, false);
+            bridge.workspace().setPermissionMode("ask", SessionGallery::threadID);
+        },
+        [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openPermissionMenu"); });
+    tour.galleryState(
         "session-settings-idle", [](BridgeUnderTest& bridge) { fillSession(bridge, false); },
         [](QQuickWindow* window) { QMetaObject::invokeMethod(window, "openSettings"); });
     tour.galleryState(
@@ -470,10 +540,19 @@ int main(int argc, char** argv)
         ready(bridge);
         waitFor([&] { return bridge.workspace().threads().size() == 6; });
     });
-    tour.state("sessions-new-session", sessionsScenario(),
-               [](BridgeUnderTest& bridge, BridgeWindow& window) {
-                   ready(bridge);
-                   window.sessions().showNewSession();
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "sessions-new-session-narrow" : "sessions-new-session",
+            sessionsScenario(),
+            [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                ready(bridge);
+                window.sessions().showNewSession();
+            },
+            false, size);
+    tour.state("session-header-ask-mode", sessionsScenario(),
+               [](BridgeUnderTest& bridge, BridgeWindow&) {
+                   openThreeTabs(bridge);
+                   bridge.workspace().setPermissionMode("ask", "thr_1");
                });
     for (const char* step : {"session-actions-menu", "session-rename-sheet"})
         tour.state(step, sessionsScenario(), [step](BridgeUnderTest& bridge, BridgeWindow& window) {

@@ -216,12 +216,42 @@ TEST_F(BridgeControllerTest, AVersionProbeThatFailsSaysSo)
     EXPECT_EQ(controller->codexInstallSource(), "Custom path");
 }
 
+TEST_F(BridgeControllerTest, ASignInThatFailsShowsCodexsTextAndAnotherCanFollow)
+{
+    engine.setScenario(JSONValue::decode(R"({
+        "methods": {"account/read": {"result": {"account": null}},
+                    "account/login/start": [
+                      {"error": {"code": -32600, "message": "ChatGPT sign-in is turned off"}},
+                      {"result": {"type": "chatgptDeviceCode", "loginId": "L2", "userCode": "AB-12",
+                                  "verificationUrl": "https://auth.example.invalid/device"},
+                       "after": [{"send": {"method": "account/login/completed",
+                                           "params": {"loginId": "L2", "success": false,
+                                                      "error": "The code expired."}}}]}]}})")
+                           .value());
+    makeController();
+    controller->startOnce();
+    ASSERT_TRUE(waitFor([&] { return controller->signInRequired(); }));
+    controller->startSignIn("password");
+    EXPECT_EQ(controller->signInState(), SignInState{});
+
+    controller->startSignIn("chatgpt");
+    ASSERT_TRUE(
+        waitFor([&] { return controller->signInState().phase == SignInState::Phase::Failed; }));
+    EXPECT_EQ(controller->signInState().error, "ChatGPT sign-in is turned off");
+
+    controller->startSignIn("chatgptDeviceCode");
+    ASSERT_TRUE(waitFor([&] { return controller->signInState().error == "The code expired."; }));
+    EXPECT_EQ(controller->signInState().phase, SignInState::Phase::Failed);
+    EXPECT_TRUE(controller->signInRequired());
+    EXPECT_TRUE(controller->logs().contains("Signing in failed: The code expired."));
+}
+
 TEST(AccountStatusText, EveryOutcomeHasItsText)
 {
     auto text = [](const char* json) { return accountStatusText(JSONValue::decode(json).value()); };
-    EXPECT_EQ(text(R"({"account":null})"), "Sign-in required — run codex in a terminal");
-    EXPECT_EQ(text(R"({})"), "Sign-in required — run codex in a terminal");
-    EXPECT_EQ(text(R"([1])"), "Sign-in required — run codex in a terminal");
+    EXPECT_EQ(text(R"({"account":null})"), "Sign-in required");
+    EXPECT_EQ(text(R"({})"), "Sign-in required");
+    EXPECT_EQ(text(R"([1])"), "Sign-in required");
     EXPECT_EQ(text(R"({"account":{"type":"apiKey","email":""}})"), "Signed in with apiKey");
     EXPECT_EQ(text(R"({"account":{"email":"e@x.org"}})"), "Signed in with authenticated: e@x.org");
     EXPECT_EQ(text(R"({"account":{"type":"","email":"e@x.org"}})"), "Signed in with : e@x.org");

@@ -477,6 +477,15 @@ JSONValue askingScenario()
                   sendAction(
                       R"({"method":"turn/completed","params":{"threadId":"thr_1","turn":{"id":"turn_1"}}})")}),
              cue("crash-me", {JSONValue::object({{"exit", 3}})}),
+             cue("more-access",
+                 {sendAction(
+                     R"({"id":2,"method":"item/permissions/requestApproval","params":{"threadId":"thr_1","turnId":"turn_1","itemId":"c","cwd":"/srv","reason":"Needs the cache","permissions":{"fileSystem":{"write":["/var/cache/app"]},"network":{"enabled":true}}}})")}),
+             cue("fill-form",
+                 {sendAction(
+                     R"({"id":3,"method":"mcpServer/elicitation/request","params":{"threadId":"thr_1","serverName":"tickets","mode":"form","message":"New ticket","requestedSchema":{"type":"object","required":["title"],"properties":{"title":{"type":"string","title":"Title","description":"One line"},"urgent":{"type":"boolean","default":false}}}}})")}),
+             cue("visit-url",
+                 {sendAction(
+                     R"({"id":4,"method":"mcpServer/elicitation/request","params":{"threadId":"thr_1","serverName":"calendar","mode":"url","message":"Authorise access","elicitationId":"e-1","url":"https://calendar.example/consent"}})")}),
          })},
         {"responses",
          JSONValue::array({sendAction(
@@ -560,6 +569,105 @@ TEST_F(AskingEngineTest, ApprovalsAndQuestionsAreDecidedOnceByPeersOrTheConsole)
     EXPECT_TRUE(bob->saysOnOutput(
         R"("method":"sarvane/userInputResolved","body":{"threadId":"thr_1","requestId":")" +
         question));
+}
+
+TEST_F(AskingEngineTest, MoreAccessFormsAndAddressesAreDecidedOnceByPeersOrTheConsole)
+{
+    const auto offered = [](const QString& method) {
+        return R"(\{"version":1,"kind":"serverRequest","id":")" + uuidPattern + R"(","method":")" +
+               method + '"';
+    };
+    const auto resolved = [](const QString& id) {
+        return R"("kind":"event","method":"sarvane/serverRequestResolved","body":{"threadId":"thr_1","requestId":")" +
+               id + '"';
+    };
+
+    // More access, granted for the session on the console; both phones hear it is decided.
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "more-access"})");
+    const QString access =
+        bob->captured(offered("item/permissions/requestApproval"), &RunningProgram::out);
+    ASSERT_FALSE(access.isEmpty()) << bob->out.toStdString();
+    ASSERT_TRUE(bridge->saysOnError(
+        "Approval " + access +
+        ": Grant additional access?\n  Needs the cache\n  Folder: /srv\n  Write: "
+        "/var/cache/app\n  Network access\n"))
+        << bridge->err.toStdString();
+    bridge->type("accept-session");
+    ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));
+    EXPECT_EQ(
+        engineAnswers()[0],
+        JSONValue::decode(
+            R"({"id":2,"result":{"permissions":{"fileSystem":{"write":["/var/cache/app"]},"network":{"enabled":true}},"scope":"session"}})")
+            .value());
+    EXPECT_TRUE(ada->saysOnOutput(resolved(access)));
+    EXPECT_TRUE(bob->saysOnOutput(resolved(access)));
+
+    // A form: its fields on the console, filled in by a phone first; the console is then told.
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "fill-form"})");
+    const QString form =
+        ada->captured(offered("mcpServer/elicitation/request"), &RunningProgram::out);
+    ASSERT_FALSE(form.isEmpty()) << ada->out.toStdString();
+    ASSERT_TRUE(bridge->saysOnError("Approval " + form +
+                                    ": tickets asks for your input\n  New ticket\n  title "
+                                    "(Title): text, required — One line\n  urgent: yes or no, "
+                                    "default false\n"))
+        << bridge->err.toStdString();
+    ada->type("answer " + form + R"( {"action": "accept", "content": {"title": "From Ada"}})");
+    ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 2; }));
+    EXPECT_TRUE(bob->saysOnOutput(resolved(form)));
+    bridge->type("fill title=Too late");
+    ASSERT_TRUE(bridge->saysOnError("No form is waiting."));
+
+    // An address: shown, and answered once the user says done.
+    ada->type(R"(call turn/start {"threadId": "thr_1", "text": "visit-url"})");
+    const QString url =
+        bridge->captured("Approval " + uuidPattern + ": calendar asks you to open an address");
+    ASSERT_TRUE(bridge->saysOnError("  Address: https://calendar.example/consent\n"))
+        << bridge->err.toStdString();
+    ASSERT_FALSE(url.isEmpty()) << bridge->err.toStdString();
+    bridge->type("done " + url.left(8));
+    ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 3; })) << bridge->err.toStdString();
+    bob->type("answer " + url + R"( {"action": "cancel"})");
+    settle(200);
+    const std::vector<JSONValue> answers = engineAnswers();
+    ASSERT_EQ(answers.size(), 3u);
+    EXPECT_EQ(
+        answers[1],
+        JSONValue::decode(R"({"id":3,"result":{"action":"accept","content":{"title":"From Ada"}}})")
+            .value());
+    EXPECT_EQ(answers[2], JSONValue::decode(R"({"id":4,"result":{"action":"accept"}})").value());
+}
+
+TEST_F(BridgeEndToEndTest, TheConsoleSignsCodexInWithACodeAndPeersCannot)
+{
+    engine.setScenario(JSONValue::object(
+        {{"methods",
+          JSONValue::object(
+              {{"account/read",
+                JSONValue::array(
+                    {JSONValue::object({{"result", JSONValue::object({{"account", nullptr}})}}),
+                     JSONValue::object(
+                         {{"result",
+                           JSONValue::object(
+                               {{"account",
+                                 JSONValue::object({{"type", "chatgpt"},
+                                                    {"email", "ada@example.com"}})}})}})})}})}}));
+    QString port;
+    auto bridge = startBridge(&port);
+    ASSERT_TRUE(bridge->saysOnError("Sign-in required"));
+    auto peer = pairedTool(*bridge, port, "Ada");
+    peer->type(R"(call account/login/start {"type": "chatgptDeviceCode"})");
+    ASSERT_TRUE(peer->saysOnOutput(R"("kind":"error")")) << peer->out.toStdString();
+
+    bridge->type("login");
+    ASSERT_TRUE(bridge->saysOnError("To sign Codex in, open https://auth.example.invalid/device on "
+                                    "any device and enter the code ABCD-1234."))
+        << bridge->err.toStdString();
+    ASSERT_TRUE(bridge->saysOnError("Codex signed in."));
+    ASSERT_TRUE(bridge->saysOnError("Signed in with chatgpt: ada@example.com"))
+        << bridge->err.toStdString();
+    const auto methods = engine.receivedMethods();
+    EXPECT_EQ(std::count(methods.begin(), methods.end(), "account/login/start"), 1);
 }
 
 TEST_F(AskingEngineTest, AQuestionIsAnsweredOnceClosedByTheEngineAndGoneWithIt)

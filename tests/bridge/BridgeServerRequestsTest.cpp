@@ -31,6 +31,18 @@ const char* commandParams =
 const char* questionParams =
     R"({"threadId":"thr_1","turnId":"turn_1","itemId":"call_2","isBlocking":true,
     "questions":[{"id":"name","header":"","question":"Name?","isOther":true,"isSecret":false}]})";
+const char* permissionsParams =
+    R"({"threadId":"thr_1","turnId":"turn_1","itemId":"call_4","cwd":"/work","reason":"Needs the cache",
+    "permissions":{"fileSystem":{"write":["/var/cache/app"]},"network":{"enabled":true}}})";
+const char* formParams =
+    R"({"threadId":"thr_1","turnId":"turn_1","serverName":"tickets","mode":"form","message":"New ticket",
+    "requestedSchema":{"type":"object","required":["title"],"properties":{
+      "title":{"type":"string","title":"Title"},
+      "priority":{"type":"string","enum":["low","high"],"default":"low"},
+      "urgent":{"type":"boolean"}}}})";
+const char* urlParams =
+    R"({"threadId":"thr_1","turnId":null,"serverName":"calendar","mode":"url","message":"Authorise access",
+    "elicitationId":"e-1","url":"https://calendar.example/consent"})";
 const char* closedText =
     "This question has already closed, is being answered, or has an incomplete answer.";
 
@@ -55,6 +67,20 @@ JSONValue serverRequestScenario()
                      R"({"threadId":"thr_1","turn":{"id":"turn_1","status":"completed"}})")}),
              cue("interrupt",
                  {notification("serverRequest/resolved", R"({"threadId":"thr_1","requestId":0})")}),
+             cue("more-access",
+                 {serverRequest(20, "item/permissions/requestApproval", permissionsParams)}),
+             cue("fill-form", {serverRequest(21, "mcpServer/elicitation/request", formParams)}),
+             cue("visit-url", {serverRequest(22, "mcpServer/elicitation/request", urlParams)}),
+             cue("bad-forms",
+                 {serverRequest(23, "mcpServer/elicitation/request",
+                                R"({"threadId":"thr_1","serverName":"x","mode":"form","message":"m",
+                      "requestedSchema":{"type":"object","properties":{"a":{"type":"date"}}}})"),
+                  serverRequest(
+                      24, "mcpServer/elicitation/request",
+                      R"({"threadId":"thr_1","mode":"url","message":"m","url":"file:///etc/passwd"})"),
+                  serverRequest(25, "mcpServer/elicitation/request", R"([1,2])")}),
+             cue("resolve-form", {notification("serverRequest/resolved",
+                                               R"({"threadId":"thr_1","requestId":21})")}),
              cue("crash", {JSONValue::object({{"exit", 3}})}),
              cue("deaf", {JSONValue::object({{"closeStdin", true}})}),
          })},
@@ -214,6 +240,98 @@ TEST_F(BridgeServerRequestsTest, APeerAuthorisedLaterIsOfferedOnlyWhatStillWaits
     EXPECT_EQ(answers().size(), 2u);
 }
 
+TEST_F(BridgeServerRequestsTest, MoreAccessAndToolServersRequestsAreHeldLikeApprovals)
+{
+    say("more-access");
+    say("fill-form");
+    say("visit-url");
+    ASSERT_TRUE(waitFor([&] {
+        return first->count(Kind::ServerRequest) == 3 && second->count(Kind::ServerRequest) == 3;
+    }));
+    std::vector<BridgeMessage> offered;
+    for (const BridgeMessage& message : first->received)
+        if (message.kind == Kind::ServerRequest)
+            offered.push_back(message);
+    EXPECT_EQ(offered[0].method, QStringLiteral("item/permissions/requestApproval"));
+    EXPECT_EQ(offered[0].body, json(permissionsParams));
+    EXPECT_EQ(offered[1].body, json(formParams));
+    EXPECT_EQ(offered[2].body, json(urlParams));
+
+    // This computer shows what is asked.
+    ASSERT_TRUE(controller->approval());
+    EXPECT_EQ(controller->approval()->id, *offered[0].id);
+    EXPECT_EQ(controller->approval()->detail, QStringLiteral("Needs the cache"));
+    EXPECT_EQ(controller->approval()->access,
+              QStringList({"Write: /var/cache/app", "Network access"}));
+
+    // A peer grants more access for the session; the other peer's later refusal changes nothing.
+    answer(*second, *offered[0].id,
+           json(R"({"permissions":{"network":{"enabled":true}},"scope":"session"})"));
+    ASSERT_TRUE(waitFor([&] { return answers().size() == 1; }));
+    answer(*first, *offered[0].id, json(R"({"permissions":{}})"));
+    EXPECT_EQ(
+        answers()[0],
+        json(
+            R"({"id":20,"result":{"permissions":{"network":{"enabled":true}},"scope":"session"}})"))
+        << answers()[0].textFormUtf8();
+    const auto resolved = first->waitFor(Kind::Event, "sarvane/serverRequestResolved");
+    ASSERT_TRUE(resolved);
+    EXPECT_EQ(resolved->body,
+              JSONValue::object({{"threadId", "thr_1"}, {"requestId", *offered[0].id}}));
+
+    // The form is shown here with its fields; what is wrong with the values sends nothing.
+    ASSERT_TRUE(controller->approval() && controller->approval()->elicitation);
+    EXPECT_EQ(controller->approval()->id, *offered[1].id);
+    EXPECT_EQ(controller->approval()->elicitation->fields.size(), 3u);
+    EXPECT_EQ(controller->answerElicitation("accept", {{"title", ""}}), "Title is required.");
+    EXPECT_EQ(controller->answerElicitation("accept", {{"title", "Printer"}, {"urgent", "maybe"}}),
+              "urgent needs yes or no.");
+    EXPECT_EQ(controller->answerElicitation(
+                  "accept", {{"title", "Printer jams"}, {"urgent", "true"}, {"priority", ""}}),
+              QString());
+    ASSERT_TRUE(waitFor([&] { return answers().size() == 2; }));
+    EXPECT_EQ(
+        answers()[1],
+        json(
+            R"({"id":21,"result":{"action":"accept","content":{"title":"Printer jams","priority":"low","urgent":true}}})"));
+    answer(*first, *offered[1].id, json(R"({"action":"decline"})"));
+
+    // The address is answered once the user says done; a peer's cancel comes too late.
+    ASSERT_TRUE(controller->approval() && controller->approval()->elicitation);
+    EXPECT_EQ(controller->approval()->elicitation->url, "https://calendar.example/consent");
+    controller->respondToApproval("accept");
+    answer(*second, *offered[2].id, json(R"({"action":"cancel"})"));
+    ASSERT_TRUE(waitFor([&] { return answers().size() == 3; }));
+    settle(150);
+    EXPECT_EQ(answers().size(), 3u);
+    EXPECT_EQ(answers()[2], json(R"({"id":22,"result":{"action":"accept"}})"));
+    EXPECT_FALSE(controller->approval());
+}
+
+TEST_F(BridgeServerRequestsTest, AFormTheEngineResolvesIsWithdrawnEverywhere)
+{
+    say("fill-form");
+    ASSERT_TRUE(waitFor([&] { return controller->approval().has_value(); }));
+    const QString id = controller->approval()->id;
+    // A device authorised while it waits is offered it, as it came.
+    const std::vector<BridgeMessage> offered =
+        offeredOnArrival(*pairedPeer(*controller, port, "Late", "Late Phone"));
+    ASSERT_EQ(offered.size(), 1u);
+    EXPECT_EQ(offered[0].id, id);
+    EXPECT_EQ(offered[0].body, json(formParams));
+    say("resolve-form");
+    ASSERT_TRUE(waitFor([&] { return !controller->approval(); }));
+    for (TestPeer* peer : {first.get(), second.get()}) {
+        const auto withdrawn = peer->waitFor(Kind::Event, "sarvane/serverRequestResolved");
+        ASSERT_TRUE(withdrawn);
+        EXPECT_EQ(withdrawn->body, JSONValue::object({{"threadId", "thr_1"}, {"requestId", id}}));
+    }
+    EXPECT_TRUE(offeredOnArrival(*pairedPeer(*controller, port, "Third", "Third Phone")).empty());
+    answer(*first, id, json(R"({"action":"decline"})"));
+    settle(100);
+    EXPECT_TRUE(answers().empty());
+}
+
 TEST_F(BridgeServerRequestsTest, RequestsOfOtherMethodsAndMalformedQuestionsAreRefusedAtOnce)
 {
     say("other-request");
@@ -228,6 +346,24 @@ TEST_F(BridgeServerRequestsTest, RequestsOfOtherMethodsAndMalformedQuestionsAreR
             R"({"id":10,"error":{"code":-32601,"message":"The question request is malformed."}})"));
     EXPECT_EQ(first->count(Kind::ServerRequest), 0u);
     EXPECT_EQ(first->count(Kind::Event, "sarvane/userInputRequest"), 0u);
+    EXPECT_FALSE(controller->approval());
+    EXPECT_TRUE(controller->logs().contains(
+        "Codex asked for item/tool/call, which this bridge does not handle; it was refused."));
+
+    // Forms and addresses that cannot be shown are refused, never offered.
+    say("bad-forms");
+    ASSERT_TRUE(waitFor([&] { return answers().size() == 5; }));
+    EXPECT_EQ(
+        answers()[2],
+        json(
+            R"({"id":23,"error":{"code":-32601,"message":"The elicitation request is malformed: field a has no known type."}})"));
+    EXPECT_EQ(
+        answers()[3],
+        json(
+            R"({"id":24,"error":{"code":-32601,"message":"The elicitation request is malformed: its address is not a web address."}})"));
+    EXPECT_EQ(*answers()[4].find("id"), JSONValue(25));
+    settle(100);
+    EXPECT_EQ(first->count(Kind::ServerRequest), 0u);
     EXPECT_FALSE(controller->approval());
 }
 

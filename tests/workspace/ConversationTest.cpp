@@ -40,6 +40,38 @@ protected:
 
 } // namespace
 
+TEST_F(ConversationTest, ASessionsPermissionModeGoesWithItsStartResumeAndNextTurn)
+{
+    workspace.setEngineReady(true, {});
+    workspace.createSession("", "", "", "", "ask");
+    EXPECT_EQ(
+        engine.last("thread/start").params,
+        json(
+            R"({"approvalPolicy":"untrusted","sandbox":"workspace-write","serviceName":"sar_vane"})"));
+    engine.last("thread/start").completion(json(R"({"thread":{"id":"t1"}})"));
+    EXPECT_EQ(session("t1").permissionMode, PermissionMode::AskBeforeActing);
+
+    workspace.setPermissionMode("read-only", "t1");
+    workspace.setPermissionMode("everything", "t1");
+    workspace.send("look", "t1");
+    EXPECT_EQ(engine.last("thread/resume").params["approvalPolicy"], JSONValue("on-request"));
+    EXPECT_EQ(engine.last("thread/resume").params["sandbox"], JSONValue("read-only"));
+    engine.last("thread/resume").completion(json("{}"));
+    EXPECT_EQ(engine.last("turn/start").params["approvalPolicy"], JSONValue("on-request"));
+    EXPECT_EQ(engine.last("turn/start").params["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+
+    // Changed while the turn runs: the next turn carries it.
+    engine.last("turn/start").completion(json(R"({"turn":{"id":"T1"}})"));
+    notify("turn/started", R"({"threadId":"t1","turn":{"id":"T1"}})");
+    workspace.setPermissionMode("full-access", "t1");
+    notify("turn/completed", R"({"threadId":"t1","turn":{"id":"T1","status":"completed"}})");
+    workspace.send("now build", "t1");
+    engine.last("thread/resume").completion(json("{}"));
+    EXPECT_EQ(engine.last("turn/start").params["approvalPolicy"], JSONValue("never"));
+    EXPECT_EQ(engine.last("turn/start").params["sandboxPolicy"],
+              json(R"({"type":"dangerFullAccess"})"));
+}
+
 TEST_F(ConversationTest, ANewSessionTakesItsNameModelAndFirstTurnFromWhatWasGiven)
 {
     workspace.createSession("  /work/app \n", "  \n ");

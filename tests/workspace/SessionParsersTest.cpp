@@ -116,9 +116,15 @@ TEST(SessionParsers, ModelOptionsAndApprovalPrompts)
         json(R"({"command":"rm -rf build","cwd":"/w","reason":"Clean the build","threadId":"t1"})");
     const ApprovalPrompt command =
         makeApprovalPrompt("L1", "item/commandExecution/requestApproval", params);
-    EXPECT_EQ(command,
-              (ApprovalPrompt{"L1", "item/commandExecution/requestApproval", "Run this command?",
-                              "Clean the build", "rm -rf build", "/w", "t1"}));
+    EXPECT_EQ(command, (ApprovalPrompt{"L1",
+                                       "item/commandExecution/requestApproval",
+                                       "Run this command?",
+                                       "Clean the build",
+                                       "rm -rf build",
+                                       "/w",
+                                       "t1",
+                                       {},
+                                       std::nullopt}));
     EXPECT_EQ(makeApprovalPrompt("L", "item/commandExecution/requestApproval", json("{}")).detail,
               "Codex needs your approval before running a command on this computer.");
     const ApprovalPrompt files =
@@ -130,10 +136,15 @@ TEST(SessionParsers, ModelOptionsAndApprovalPrompts)
               "Run this command?");
     const ApprovalPrompt other =
         makeApprovalPrompt("L3", "item/permissions/requestApproval", json("[1]"));
-    EXPECT_EQ(other,
-              (ApprovalPrompt{"L3", "item/permissions/requestApproval", "Grant additional access?",
-                              "Codex is requesting additional permissions.", std::nullopt,
-                              std::nullopt, std::nullopt}));
+    EXPECT_EQ(other, (ApprovalPrompt{"L3",
+                                     "item/permissions/requestApproval",
+                                     "Grant additional access?",
+                                     "Codex is requesting additional permissions.",
+                                     std::nullopt,
+                                     std::nullopt,
+                                     std::nullopt,
+                                     {},
+                                     std::nullopt}));
     EXPECT_EQ(makeApprovalPrompt("L", "m", json(R"({"reason":"Needs network"})")).detail,
               "Needs network");
     EXPECT_EQ(makeApprovalPrompt("L", "CommandExecution", params).title,
@@ -350,7 +361,25 @@ TEST(SessionParsers, ThreadListPageAndNoParserFailsOnAnyValue)
                    "dynamicToolCall",
                    "rateLimitResetCredits",
                    "availableCount",
-                   "planType"};
+                   "planType",
+                   "mode",
+                   "requestedSchema",
+                   "properties",
+                   "required",
+                   "enum",
+                   "enumNames",
+                   "oneOf",
+                   "anyOf",
+                   "const",
+                   "title",
+                   "default",
+                   "permissions",
+                   "fileSystem",
+                   "network",
+                   "enabled",
+                   "entries",
+                   "read",
+                   "write"};
     random.maximumDepth = 5;
     random.longStringBytes = 100000;
     for (int i = 0; i < 4000; ++i) {
@@ -358,6 +387,10 @@ TEST(SessionParsers, ThreadListPageAndNoParserFailsOnAnyValue)
         (void)parseThread(value);
         (void)parseModelOption(value);
         (void)makeApprovalPrompt("id", "item/commandExecution/requestApproval", value);
+        (void)makeApprovalPrompt("id", "item/permissions/requestApproval", value);
+        (void)permissionsResponse(value, "acceptForSession");
+        if (const auto form = parseElicitation(value); form.ok())
+            (void)elicitationContent(form.value(), {{"a", "1"}, {"title", "x, y"}});
         (void)parseTranscriptItem(value);
         (void)toolCallText(value);
         const JSONValue turns[] = {value};

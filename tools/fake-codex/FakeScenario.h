@@ -23,7 +23,15 @@
 //                                                       after replying to a request whose params
 //                                                       hold the word (a turn/start text, say)
 //               "history": {...}                        history pages; see FakeHistory.h
+//               "login": {...}                          how account/login/start goes; below
 //               "onEof": [action...] }                  default: exit 0
+//
+//   login (unless "methods" names account/login/start): every type is answered as Codex does
+//   (chatgpt: authUrl and loginId; chatgptDeviceCode: userCode, verificationUrl and loginId;
+//   apiKey: its type), then account/login/completed follows with "success" (default true) and
+//   "error" (default null): at once, or only once a request or notification of the method
+//   "completeOn" has been read. {"success": bool, "error": "text", "completeOn": "method",
+//   "authUrl": "...", "verificationUrl": "...", "userCode": "..."}
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
 //              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...] }

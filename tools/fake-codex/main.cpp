@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -146,10 +147,70 @@ void perform(const JSONValue& actions)
     }
 }
 
+// The account/login/completed that waits for its cue, where one does.
+std::optional<JSONValue> pendingLoginCompletion;
+std::string loginCompletesOn;
+
+std::string textIn(const JSONValue& value, std::string_view key, std::string_view fallback)
+{
+    const JSONValue* found = value.find(key);
+    return std::string(found && found->isString() ? *found->stringView() : fallback);
+}
+
+// account/login/start as Codex answers it, for a scenario that does not script it.
+void answerLogin(const FakeScenario& scenario, const JSONValue& id, const JSONValue& params,
+                 int call)
+{
+    const JSONValue login = scenario.engine["login"].value_or(JSONValue::object({}));
+    const std::string type = textIn(params, "type", "");
+    const std::string loginID = "login-" + std::to_string(call + 1);
+    if (type == "chatgpt")
+        send(JSONValue::object(
+            {{"id", id},
+             {"result",
+              JSONValue::object(
+                  {{"type", "chatgpt"},
+                   {"loginId", loginID},
+                   {"authUrl",
+                    textIn(login, "authUrl", "https://auth.example.invalid/oauth/authorize")}})}}));
+    else if (type == "chatgptDeviceCode")
+        send(JSONValue::object(
+            {{"id", id},
+             {"result", JSONValue::object({{"type", "chatgptDeviceCode"},
+                                           {"loginId", loginID},
+                                           {"userCode", textIn(login, "userCode", "ABCD-1234")},
+                                           {"verificationUrl",
+                                            textIn(login, "verificationUrl",
+                                                   "https://auth.example.invalid/device")}})}}));
+    else if (type == "apiKey" && !textIn(params, "apiKey", "").empty())
+        send(JSONValue::object({{"id", id}, {"result", JSONValue::object({{"type", "apiKey"}})}}));
+    else {
+        send(JSONValue::object(
+            {{"id", id},
+             {"error", JSONValue::object({{"code", -32600}, {"message", "Invalid request"}})}}));
+        return;
+    }
+    const JSONValue* success = login.find("success");
+    const JSONValue* error = login.find("error");
+    const JSONValue completion = JSONValue::object(
+        {{"method", "account/login/completed"},
+         {"params",
+          JSONValue::object({{"loginId", type == "apiKey" ? JSONValue() : JSONValue(loginID)},
+                             {"success", success ? *success : JSONValue(true)},
+                             {"error", error ? *error : JSONValue()}})}});
+    loginCompletesOn = textIn(login, "completeOn", "");
+    if (loginCompletesOn.empty())
+        send(completion);
+    else
+        pendingLoginCompletion = completion;
+}
+
 void answer(const FakeScenario& scenario, const JSONValue& id, const std::string& method,
             const JSONValue& params, int call)
 {
     const JSONValue* listed = scenario.engine.find("methods");
+    if (method == "account/login/start" && !(listed && listed->find(method)))
+        return answerLogin(scenario, id, params, call);
     if (!(listed && listed->find(method)))
         if (const std::optional<JSONValue> page =
                 historyReply(scenario.engine, method, id, params)) {
@@ -267,6 +328,10 @@ int main(int argc, char** argv)
                 answer(scenario, *id, name, params, calls[name]++);
             else
                 perform(scenario.notificationActions(name));
+            if (pendingLoginCompletion && name == loginCompletesOn) {
+                send(*pendingLoginCompletion);
+                pendingLoginCompletion.reset();
+            }
         } else if (id) {
             perform(withID(scenario.actions("responses"), *id));
         }

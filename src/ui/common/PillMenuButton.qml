@@ -10,6 +10,7 @@ AbstractButton {
     property string symbol
     property string label
     property color tint
+    property color labelColor: palette.buttonText
     property Menu menu
 
     onClicked: menu.popup(pill, 0, pill.height)
@@ -25,6 +26,7 @@ AbstractButton {
         IconImage { name: pill.symbol; sourceSize: Qt.size(14, 14) }
         Label {
             text: pill.label
+            color: pill.labelColor
             textFormat: Text.PlainText
             elide: Text.ElideRight
             fontSizeMode: Text.HorizontalFit

@@ -48,7 +48,8 @@ void NewBridgeSessionViewModel::chooseFolder(const QUrl& folder)
 
 void NewBridgeSessionViewModel::create()
 {
-    m_workspace.createSession(m_cwd, m_prompt, m_configuration.model(), m_configuration.effort());
+    m_workspace.createSession(m_cwd, m_prompt, m_configuration.model(), m_configuration.effort(),
+                              m_configuration.permissionMode());
 }
 
 } // namespace nimbrel

@@ -4,13 +4,32 @@ import QtQuick.Controls.impl
 import QtQuick.Layouts
 import "../common"
 
-// The engine's approval shown on this computer; only its three buttons close it.
+// The engine's approval shown on this computer, more access a command asks for, or what a tool
+// server asks: a form to fill in or an address to visit. Only its three buttons close it.
 Dialog {
     id: sheet
     required property var controller
     required property var setup
     required property var palette_
     readonly property var prompt: setup.approval
+    readonly property string kind: prompt.kind || "approval"
+    // Why the last attempt to send the form failed.
+    property string formError: ""
+    onPromptChanged: formError = ""
+
+    function decide(decision) {
+        if (kind === "form") {
+            const values = {}
+            for (let i = 0; i < formFields.count; ++i) {
+                const field = formFields.itemAt(i)
+                if (field)
+                    values[field.spec.name] = field.value
+            }
+            formError = setup.answerForm(decision, values)
+        } else {
+            controller.respondToApproval(decision)
+        }
+    }
 
     objectName: "approvalSheet"
     modal: true
@@ -73,6 +92,66 @@ Dialog {
                 sourceSize: Qt.size(14, 14)
             }
         }
+        Label {
+            objectName: "approvalAccess"
+            visible: text !== ""
+            text: sheet.prompt.access || ""
+            textFormat: Text.PlainText
+            font.family: "monospace"
+            wrapMode: Text.Wrap
+            Layout.fillWidth: true
+        }
+        ColumnLayout {
+            objectName: "approvalAddress"
+            visible: sheet.kind === "address"
+            spacing: 6
+            Layout.fillWidth: true
+            SelectableText {
+                text: sheet.prompt.url || ""
+                monospaced: true
+                Layout.fillWidth: true
+                Layout.preferredWidth: 1
+            }
+            Button {
+                objectName: "openRequestedAddress"
+                text: sheet.setup.texts.openAddress
+                icon.name: "web-browser"
+                onClicked: sheet.setup.openRequestedAddress()
+            }
+        }
+        ScrollView {
+            objectName: "approvalForm"
+            visible: sheet.kind === "form"
+            clip: true
+            Layout.fillWidth: true
+            Layout.preferredHeight: Math.min(formColumn.implicitHeight, 320)
+            contentWidth: availableWidth
+            ColumnLayout {
+                id: formColumn
+                width: parent.width
+                spacing: 10
+                Repeater {
+                    id: formFields
+                    model: sheet.kind === "form" ? sheet.prompt.fields : []
+                    ElicitationFormField {
+                        required property var modelData
+                        spec: modelData
+                        palette_: sheet.palette_
+                        requiredText: sheet.setup.texts.formRequired
+                        Layout.fillWidth: true
+                    }
+                }
+            }
+        }
+        Label {
+            objectName: "approvalFormError"
+            visible: text !== ""
+            text: sheet.formError
+            textFormat: Text.PlainText
+            color: sheet.palette_.color("red")
+            wrapMode: Text.Wrap
+            Layout.fillWidth: true
+        }
         Row {
             Layout.alignment: Qt.AlignRight
             spacing: 8
@@ -89,7 +168,7 @@ Dialog {
                     palette.button: prominent ? sheet.palette_.color("green") : sheet.palette.button
                     palette.buttonText: prominent ? "white"
                                       : tone === "destructive" ? sheet.palette_.color("red") : sheet.palette.buttonText
-                    onClicked: sheet.controller.respondToApproval(decision)
+                    onClicked: sheet.decide(decision)
                 }
             }
         }

@@ -8,6 +8,9 @@
 #include "ui/setup/CockpitAddresses.h"
 #include "ui/setup/NotificationPreference.h"
 
+#include "ui/sessions/configuration/SessionConfiguration.h"
+
+#include <QDesktopServices>
 #include <QUrl>
 
 namespace nimbrel {
@@ -50,6 +53,16 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
             &BridgeSetupModel::refreshTrusted);
     connect(&m_controller, &BridgeController::approvalChanged, this,
             &BridgeSetupModel::approvalChanged);
+    connect(&m_controller, &BridgeController::approvalChanged, this,
+            &BridgeSetupModel::refreshApprovalButtons);
+    connect(&m_controller, &BridgeController::signInChanged, this,
+            &BridgeSetupModel::signInChanged);
+    openAddress = [](const QUrl& url) { QDesktopServices::openUrl(url); };
+    connect(&m_controller, &BridgeController::signInAddressReady, this, [this](const QString& url) {
+        if (openAddress)
+            openAddress(QUrl(url));
+    });
+    m_permissionModes.setRecords(permissionModeRecords(PermissionMode::FullAccess));
     connect(&m_controller, &BridgeController::logAppended, this, [this] { ++m_linesLogged; });
     connect(&m_controller, &BridgeController::logsChanged, this,
             &BridgeSetupModel::refreshActivity);
@@ -58,10 +71,7 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
         {{"Standalone", {"Standalone", "curl -fsSL https://chatgpt.com/codex/install.sh | sh"}},
          {"Homebrew", {"Homebrew", "brew install codex"}},
          {"npm", {"npm", "npm install -g @openai/codex"}}});
-    m_approvalButtons.setRecords(
-        {{"decline", {"Decline", "decline", "destructive"}},
-         {"acceptForSession", {"Allow Similar This Session", "acceptForSession", "plain"}},
-         {"accept", {"Allow Once", "accept", "prominent"}}});
+    refreshApprovalButtons();
     connect(&m_controller.link(), &PeerLink::listening, this, &BridgeSetupModel::refreshCockpit);
     refreshCockpit();
     refreshCards();
@@ -93,8 +103,7 @@ QVariantMap BridgeSetupModel::texts()
         {"installHeading", "Installing Codex on this computer"},
         {"installText",
          "Nimbrel accepts the official standalone installer, the npm package, or the Homebrew "
-         "formula. After installing, run codex once in a terminal and sign in, then choose "
-         "Recheck."},
+         "formula. After installing, choose Recheck, then sign in here."},
         {"pairingHeading", "PAIRING REQUEST"},
         {"reject", "Reject"},
         {"pair", "Pair"},
@@ -120,6 +129,23 @@ QVariantMap BridgeSetupModel::texts()
          "Tells you when Codex asks for approval, has a question or finishes a turn while you "
          "look elsewhere."},
         {"settings", "Settings…"},
+        {"permissionModesHeading", "PERMISSION MODES"},
+        {"permissionModesNote",
+         "A new session starts in the mode chosen last for one (Full access until you choose "
+         "another). The mode in a session's header changes it from the next turn on."},
+        {"signInHeading", "Sign in to Codex"},
+        {"signInChatGPT", "Sign in with ChatGPT"},
+        {"signInCode", "Sign in with a Code"},
+        {"signInAPIKey", "Use an API Key"},
+        {"apiKeyPlaceholder", "API key"},
+        {"apiKeySubmit", "Sign In"},
+        {"apiKeyNote",
+         "The key goes to Codex, which keeps it. Nimbrel neither stores nor shows it."},
+        {"cancelSignIn", "Cancel"},
+        {"copyCode", "Copy Code"},
+        {"openAddress", "Open Address"},
+        {"formRequired", "Required"},
+        {"addressDone", "I Have Finished There"},
     };
 }
 
@@ -142,6 +168,53 @@ QString BridgeSetupModel::cockpitQrSource() const
            QString::fromLatin1(QUrl::toPercentEncoding(m_cockpitAddresses.first()));
 }
 
+namespace {
+
+QString promptKind(const ApprovalPrompt& prompt)
+{
+    if (prompt.elicitation)
+        return prompt.elicitation->isURL ? QStringLiteral("address") : QStringLiteral("form");
+    if (prompt.method == BridgeController::permissionsMethod)
+        return QStringLiteral("permissions");
+    return QStringLiteral("approval");
+}
+
+QString fieldKindText(ElicitationField::Kind kind)
+{
+    switch (kind) {
+    case ElicitationField::Kind::Text:
+        return QStringLiteral("text");
+    case ElicitationField::Kind::Number:
+    case ElicitationField::Kind::Integer:
+        return QStringLiteral("number");
+    case ElicitationField::Kind::Boolean:
+        return QStringLiteral("boolean");
+    case ElicitationField::Kind::Choice:
+        return QStringLiteral("choice");
+    case ElicitationField::Kind::Choices:
+        return QStringLiteral("choices");
+    }
+    return {};
+}
+
+// The default as the field's control starts: a text, "true"/"false", or the chosen values.
+QVariant fieldStartValue(const ElicitationField& field)
+{
+    const JSONValue& given = field.defaultValue;
+    if (field.kind == ElicitationField::Kind::Boolean)
+        return given.boolValue().value_or(false);
+    if (field.kind == ElicitationField::Kind::Choices) {
+        QStringList chosen;
+        for (const JSONValue& item : given.items())
+            if (item.isString())
+                chosen.append(*item.stringValue());
+        return chosen;
+    }
+    return given.isNull() ? QString() : given.textForm();
+}
+
+} // namespace
+
 QVariantMap BridgeSetupModel::approval() const
 {
     const std::optional<ApprovalPrompt>& prompt = m_controller.approval();
@@ -150,11 +223,114 @@ QVariantMap BridgeSetupModel::approval() const
     const auto shown = [](const std::optional<QString>& text) {
         return withEscapedControlCharactersKeepingLines(text.value_or(QString()));
     };
+    const auto shownAll = [&](const QStringList& texts) {
+        QStringList escaped;
+        for (const QString& text : texts)
+            escaped.append(shown(text));
+        return escaped;
+    };
+    QVariantList fields;
+    QString url;
+    if (prompt->elicitation) {
+        url = shown(prompt->elicitation->url);
+        for (const ElicitationField& field : prompt->elicitation->fields)
+            fields.append(QVariantMap{{"name", field.name},
+                                      {"kind", fieldKindText(field.kind)},
+                                      {"title", shown(field.title)},
+                                      {"description", shown(field.description)},
+                                      {"required", field.required},
+                                      {"value", fieldStartValue(field)},
+                                      {"options", field.options},
+                                      {"optionTitles", shownAll(field.optionTitles)}});
+    }
     return QVariantMap{{"id", prompt->id},
+                       {"kind", promptKind(*prompt)},
                        {"title", shown(prompt->title)},
                        {"detail", shown(prompt->detail)},
                        {"command", shown(prompt->command)},
-                       {"cwd", shown(prompt->cwd)}};
+                       {"cwd", shown(prompt->cwd)},
+                       {"access", shown(prompt->access.join(QLatin1Char('\n')))},
+                       {"url", url},
+                       {"fields", fields}};
+}
+
+void BridgeSetupModel::refreshApprovalButtons()
+{
+    const std::optional<ApprovalPrompt>& prompt = m_controller.approval();
+    const QString kind = prompt ? promptKind(*prompt) : QStringLiteral("approval");
+    if (kind == QLatin1String("form") || kind == QLatin1String("address"))
+        m_approvalButtons.setRecords(
+            {{"cancel", {"Cancel", "cancel", "plain"}},
+             {"decline", {"Decline", "decline", "destructive"}},
+             {"accept",
+              {kind == QLatin1String("form") ? "Send" : "I Have Finished There", "accept",
+               "prominent"}}});
+    else if (kind == QLatin1String("permissions"))
+        m_approvalButtons.setRecords(
+            {{"decline", {"Decline", "decline", "destructive"}},
+             {"acceptForSession", {"Allow for This Session", "acceptForSession", "plain"}},
+             {"accept", {"Allow for This Turn", "accept", "prominent"}}});
+    else
+        m_approvalButtons.setRecords(
+            {{"decline", {"Decline", "decline", "destructive"}},
+             {"acceptForSession", {"Allow Similar This Session", "acceptForSession", "plain"}},
+             {"accept", {"Allow Once", "accept", "prominent"}}});
+}
+
+QString BridgeSetupModel::answerForm(const QString& action, const QVariantMap& values)
+{
+    return m_controller.answerElicitation(action, values);
+}
+
+void BridgeSetupModel::openRequestedAddress()
+{
+    const std::optional<ApprovalPrompt>& prompt = m_controller.approval();
+    if (prompt && prompt->elicitation && prompt->elicitation->isURL && openAddress)
+        openAddress(QUrl(prompt->elicitation->url));
+}
+
+void BridgeSetupModel::openSignInAddress()
+{
+    const QString url = m_controller.signInState().url;
+    if (!url.isEmpty() && openAddress)
+        openAddress(QUrl(url));
+}
+
+bool BridgeSetupModel::showsSignIn() const
+{
+    return m_controller.signInRequired() ||
+           m_controller.signInState().phase != SignInState::Phase::Idle;
+}
+
+QVariantMap BridgeSetupModel::signIn() const
+{
+    const SignInState& state = m_controller.signInState();
+    QString text;
+    switch (state.phase) {
+    case SignInState::Phase::Idle:
+        text = QStringLiteral("Codex needs an account before it can work. Choose how to sign in.");
+        break;
+    case SignInState::Phase::Starting:
+        text = QStringLiteral("Asking Codex…");
+        break;
+    case SignInState::Phase::Waiting:
+        text = state.type == QLatin1String("chatgpt")
+                   ? QStringLiteral("Finish signing in in the browser that opened. If none "
+                                    "opened, open this address:")
+               : state.type == QLatin1String("chatgptDeviceCode")
+                   ? QStringLiteral("On any device, open this address and enter the code:")
+                   : QStringLiteral("Waiting for Codex to finish signing in…");
+        break;
+    case SignInState::Phase::Failed:
+        text = QStringLiteral("Signing in failed: ") + state.error;
+        break;
+    }
+    static const char* const phases[] = {"idle", "starting", "waiting", "failed"};
+    return QVariantMap{{"phase", phases[static_cast<int>(state.phase)]},
+                       {"type", state.type},
+                       {"url", withEscapedControlCharacters(state.url)},
+                       {"code", withEscapedControlCharacters(state.code)},
+                       {"text", withEscapedControlCharactersKeepingLines(text)}};
 }
 
 QString BridgeSetupModel::certificateFingerprint() const

@@ -7,6 +7,8 @@
 #include <QUrl>
 #include <QVariantMap>
 
+#include <functional>
+
 namespace nimbrel {
 
 class BridgeController;
@@ -42,6 +44,9 @@ class BridgeSetupModel : public QObject {
     Q_PROPERTY(QString certificateFingerprint READ certificateFingerprint NOTIFY cockpitChanged)
     Q_PROPERTY(bool showNotifications READ showNotifications WRITE setShowNotifications NOTIFY
                    showNotificationsChanged)
+    Q_PROPERTY(nimbrel::RecordListModel* permissionModes READ permissionModes CONSTANT)
+    Q_PROPERTY(bool showsSignIn READ showsSignIn NOTIFY signInChanged)
+    Q_PROPERTY(QVariantMap signIn READ signIn NOTIFY signInChanged)
 
 public:
     static constexpr int activityLineCount = 10;
@@ -84,12 +89,32 @@ public:
     // Standalone, Homebrew and npm; roles label and command.
     RecordListModel* installCommands() { return &m_installCommands; }
 
-    // The approval sheet's buttons in their order; roles label, decision and tone (destructive,
-    // plain or prominent).
+    // The approval sheet's buttons in their order for what it shows; roles label, decision and
+    // tone (destructive, plain or prominent).
     RecordListModel* approvalButtons() { return &m_approvalButtons; }
-    // The approval the sheet shows (empty when none): id, title, detail, command and cwd, the
-    // engine's texts with their controls escaped, line breaks kept.
+    // The approval the sheet shows (empty when none): id, kind ("approval", "permissions",
+    // "form" or "address"), title, detail, command, cwd, access (lines), url and fields (name,
+    // kind, title, description, required, value, options, optionTitles), the engine's texts with
+    // their controls escaped, line breaks kept.
     QVariantMap approval() const;
+    // The form's answer (values by field name, as text); empty when sent, else why not.
+    Q_INVOKABLE QString answerForm(const QString& action, const QVariantMap& values);
+    // The user's click on the address a tool server asks them to visit.
+    Q_INVOKABLE void openRequestedAddress();
+    // The user's click on the address the sign-in shows.
+    Q_INVOKABLE void openSignInAddress();
+
+    // The modes as the Settings describe them: roles id, label, summary, colour and selected.
+    RecordListModel* permissionModes() { return &m_permissionModes; }
+
+    // Whether the card offers the ways to sign in: sign-in required, or an attempt under way or
+    // failed. What the attempt shows: phase (idle, starting, waiting, failed), type, url, code and
+    // text (what to do now, or Codex's failure).
+    bool showsSignIn() const;
+    QVariantMap signIn() const;
+    // The address of a ChatGPT sign-in, opened once Codex gives it, and any other address the
+    // user clicks; the system browser unless replaced (tests record it instead).
+    std::function<void(const QUrl&)> openAddress;
 
     // Where a phone's browser opens the cockpit, one address per network address of this machine;
     // the QR code of the first (an image source, empty without an address); and the SHA-256
@@ -121,12 +146,14 @@ signals:
     void showNotificationsChanged();
     void cockpitChanged();
     void approvalChanged();
+    void signInChanged();
 
 private:
     void refreshCards();
     void refreshPairing();
     void refreshTrusted();
     void refreshActivity();
+    void refreshApprovalButtons();
 
     BridgeController& m_controller;
     UserDefaults& m_defaults;
@@ -141,6 +168,7 @@ private:
     RecordListModel m_activityLines{{"line"}};
     RecordListModel m_installCommands{{"label", "command"}};
     RecordListModel m_approvalButtons{{"label", "decision", "tone"}};
+    RecordListModel m_permissionModes{{"id", "label", "summary", "colour", "selected"}};
 };
 
 } // namespace nimbrel

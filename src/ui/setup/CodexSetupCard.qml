@@ -49,6 +49,17 @@ Frame {
             }
         }
 
+        Loader {
+            active: card.setup.showsSignIn
+            visible: active
+            width: content.width
+            sourceComponent: SignInPanel {
+                controller: card.controller
+                setup: card.setup
+                palette_: card.palette_
+            }
+        }
+
         Flow {
             width: content.width
             spacing: 10

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls
+import "../common"
 
 // Settings: the Codex setup card with its install help, in every state, and notifications.
 ApplicationWindow {
@@ -40,6 +41,32 @@ ApplicationWindow {
                 setup: settings.setup
                 palette_: settings.palette_
                 showsInstallHelp: true
+            }
+            Frame {
+                objectName: "permissionModesSection"
+                width: parent.width
+                Column {
+                    width: parent.width
+                    spacing: 8
+                    SectionHeading { text: settings.setup.texts.permissionModesHeading; symbol: "changes-allow" }
+                    Repeater {
+                        model: settings.setup.permissionModes
+                        Column {
+                            required property string label
+                            required property string summary
+                            required property string colour
+                            width: parent.width
+                            Label { text: label; font.bold: true; color: settings.palette_.color(colour) }
+                            Label { text: summary; wrapMode: Text.Wrap; width: parent.width }
+                        }
+                    }
+                    Label {
+                        width: parent.width
+                        text: settings.setup.texts.permissionModesNote
+                        wrapMode: Text.Wrap
+                        opacity: 0.7
+                    }
+                }
             }
             Switch {
                 objectName: "showNotifications"

@@ -37,7 +37,7 @@ ApplicationWindow {
                 spacing: 8
                 RowLayout {
                     width: parent.width
-                    SessionConfigurationSummary { configuration: gallery.configuration; palette_: gallery.palette_ }
+                    SessionConfigurationSummary { id: summary; configuration: gallery.configuration; palette_: gallery.palette_ }
                     Item { Layout.fillWidth: true }
                     UsageStatusButton { view: gallery.usage; palette_: gallery.palette_; Layout.maximumWidth: 260 }
                     SessionModelMenu { id: modelMenu; configuration: gallery.configuration; palette_: gallery.palette_ }
@@ -79,6 +79,7 @@ ApplicationWindow {
     function openModelMenu() { modelMenu.clicked() }
     function openEffortMenu() { effortMenu.clicked() }
     function openSettings() { settingsSheet.open() }
+    function openPermissionMenu() { summary.openPermissionMenu() }
     function openUsage() { usage.present() }
     function scrollToEnd() { left.contentItem.contentY = Math.max(0, left.contentItem.contentHeight - left.height) }
 }

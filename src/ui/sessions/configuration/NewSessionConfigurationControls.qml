@@ -48,9 +48,12 @@ ColumnLayout {
         }
     }
     Label { text: controls.texts.permissionsHeading; font.bold: true }
-    RowLayout {
-        IconImage { name: controls.texts.fullAccessSymbol; color: controls.palette_.color("orange"); sourceSize: Qt.size(14, 14) }
-        Label { text: controls.texts.allowFullAccess; color: controls.palette_.color("orange") }
+    PermissionModeChoices {
+        objectName: "new-session-permission"
+        rows: controls.configuration.permissionRows
+        palette_: controls.palette_
+        onChosen: (key) => controls.configuration.permissionMode = key
+        Layout.fillWidth: true
     }
-    Label { text: controls.texts.fullAccessNote; font.pointSize: 8; opacity: 0.7; wrapMode: Text.Wrap; Layout.fillWidth: true }
+    Label { text: controls.texts.permissionNote; font.pointSize: 8; opacity: 0.7; wrapMode: Text.Wrap; Layout.fillWidth: true }
 }

@@ -15,6 +15,7 @@ NewSessionConfigurationViewModel::NewSessionConfigurationViewModel(CodexWorkspac
                                                                    QObject* parent)
     : QObject(parent)
     , m_workspace(workspace)
+    , m_permissionMode(workspace.rememberedPermissionMode())
 {
     for (auto signal :
          {&CodexWorkspace::availableModelsChanged, &CodexWorkspace::isLoadingModelsChanged,
@@ -31,10 +32,7 @@ QVariantMap NewSessionConfigurationViewModel::texts()
             {"reload", "Reload Available Models"},
             {"reloadSymbol", "view-refresh"},
             {"permissionsHeading", "Permissions"},
-            {"allowFullAccess", "Allow Full Access"},
-            {"fullAccessSymbol", "changes-allow"},
-            {"fullAccessNote",
-             "Nimbrel sessions run without sandbox restrictions or approval pauses."}};
+            {"permissionNote", "You can change this for the session's next turn at any time."}};
 }
 
 void NewSessionConfigurationViewModel::setModel(const QString& model)
@@ -88,6 +86,20 @@ bool NewSessionConfigurationViewModel::statusShowsReload() const
     return !m_workspace.isLoadingModels() && m_workspace.modelLoadError().has_value();
 }
 
+QString NewSessionConfigurationViewModel::permissionMode() const
+{
+    return permissionModeKey(m_permissionMode);
+}
+
+void NewSessionConfigurationViewModel::setPermissionMode(const QString& key)
+{
+    const std::optional<PermissionMode> mode = permissionModeFromKey(key);
+    if (!mode || *mode == m_permissionMode)
+        return;
+    m_permissionMode = *mode;
+    refresh();
+}
+
 void NewSessionConfigurationViewModel::reloadModels()
 {
     m_workspace.loadModels();
@@ -104,6 +116,7 @@ void NewSessionConfigurationViewModel::refresh()
             efforts.append({option.id, {option.id, effortDisplayName(option.id)}});
     m_modelRows.setRecords(models);
     m_effortRows.setRecords(efforts);
+    m_permissionRows.setRecords(permissionModeRecords(m_permissionMode));
     emit changed();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ui/common/RecordListModel.h"
+#include "workspace/PermissionMode.h"
 
 #include <QObject>
 
@@ -23,6 +24,9 @@ class NewSessionConfigurationViewModel : public QObject {
     Q_PROPERTY(QString statusText READ statusText NOTIFY changed)
     Q_PROPERTY(bool statusIsProgress READ statusIsProgress NOTIFY changed)
     Q_PROPERTY(bool statusShowsReload READ statusShowsReload NOTIFY changed)
+    // The permission mode, by key; the rows have roles id, label, summary, colour and selected.
+    Q_PROPERTY(QString permissionMode READ permissionMode WRITE setPermissionMode NOTIFY changed)
+    Q_PROPERTY(nimbrel::RecordListModel* permissionRows READ permissionRows CONSTANT)
 
 public:
     explicit NewSessionConfigurationViewModel(CodexWorkspace& workspace, QObject* parent = nullptr);
@@ -41,6 +45,10 @@ public:
     bool statusIsProgress() const;
     bool statusShowsReload() const;
 
+    QString permissionMode() const;
+    void setPermissionMode(const QString& key);
+    RecordListModel* permissionRows() { return &m_permissionRows; }
+
     Q_INVOKABLE void reloadModels();
 
 signals:
@@ -54,6 +62,8 @@ private:
     QString m_effort;
     RecordListModel m_modelRows{{"id", "label"}};
     RecordListModel m_effortRows{{"id", "label"}};
+    PermissionMode m_permissionMode;
+    RecordListModel m_permissionRows{{"id", "label", "summary", "colour", "selected"}};
 };
 
 } // namespace nimbrel

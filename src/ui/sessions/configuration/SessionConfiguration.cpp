@@ -22,6 +22,17 @@ QString effortDisplayName(const QString& effort)
     return words;
 }
 
+QList<ListRecord> permissionModeRecords(PermissionMode selected)
+{
+    QList<ListRecord> records;
+    for (PermissionMode mode : permissionModes())
+        records.append(
+            {permissionModeKey(mode),
+             {permissionModeKey(mode), permissionModeTitle(mode), permissionModeSummary(mode),
+              permissionModeColour(mode), mode == selected}});
+    return records;
+}
+
 QString displayedEffort(const CodexWorkspace& workspace, const QString& threadID)
 {
     if (const CodexSessionState* state = workspace.session(threadID);

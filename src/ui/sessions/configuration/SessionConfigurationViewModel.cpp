@@ -34,24 +34,32 @@ QVariantMap SessionConfigurationViewModel::texts()
             {"selectedSymbol", "emblem-default"},
             {"modelSelectorID", "session-model-selector"},
             {"effortSelectorID", "session-effort-selector"},
-            {"fullAccess", "Full Access"},
-            {"fullAccessSymbol", "changes-allow"},
+            {"permissionSymbol", "changes-allow"},
+            {"permissionSelectorID", "session-permission-selector"},
+            {"permissionSection", "Permissions for the next turn"},
             {"settingsTitle", "Session Settings"},
             {"done", "Done"},
             {"modelHeading", "Model"},
             {"modelPicker", "Model"},
             {"effortHeading", "Thinking effort"},
             {"effortPicker", "Effort"},
-            {"permissionsHeading", "Permissions"},
-            {"allowFullAccess", "Allow Full Access"},
-            {"fullAccessNote", "This session can read and modify files anywhere your user on this "
-                               "computer can access, use the network, and run "
-                               "commands without approval pauses."}};
+            {"permissionsHeading", "Permissions"}};
 }
 
 QString SessionConfigurationViewModel::effectiveModelID() const
 {
     return m_workspace.effectiveModelID(m_threadID);
+}
+
+PermissionMode SessionConfigurationViewModel::permissionMode() const
+{
+    const CodexSessionState* state = m_workspace.session(m_threadID);
+    return state ? state->permissionMode : PermissionMode::FullAccess;
+}
+
+void SessionConfigurationViewModel::choosePermissionMode(const QString& key)
+{
+    m_workspace.setPermissionMode(key, m_threadID);
 }
 
 bool SessionConfigurationViewModel::isIdle() const
@@ -195,6 +203,7 @@ void SessionConfigurationViewModel::refresh()
     m_modelPickerRows.setRecords(pickerModels);
     m_effortOptions.setRecords(efforts);
     m_effortPickerRows.setRecords(pickerEfforts);
+    m_permissionOptions.setRecords(permissionModeRecords(permissionMode()));
     emit changed();
 }
 

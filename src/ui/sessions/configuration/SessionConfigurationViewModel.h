@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ui/common/RecordListModel.h"
+#include "workspace/PermissionMode.h"
 
 #include <QObject>
 
@@ -40,6 +41,12 @@ class SessionConfigurationViewModel : public QObject {
     Q_PROPERTY(QString effortNote READ effortNote NOTIFY changed)
     Q_PROPERTY(QString footer READ footer NOTIFY changed)
     Q_PROPERTY(QString footerSymbol READ footerSymbol NOTIFY changed)
+    // The permission mode for the next turn: its title, colour, and the menu's rows (roles id,
+    // label, summary, colour and selected).
+    Q_PROPERTY(QString permissionTitle READ permissionTitle NOTIFY changed)
+    Q_PROPERTY(QString permissionColour READ permissionColour NOTIFY changed)
+    Q_PROPERTY(QString permissionSummary READ permissionSummary NOTIFY changed)
+    Q_PROPERTY(nimbrel::RecordListModel* permissionOptions READ permissionOptions CONSTANT)
 
 public:
     SessionConfigurationViewModel(CodexWorkspace& workspace, QString threadID,
@@ -78,7 +85,14 @@ public:
 
     Q_INVOKABLE void chooseModel(const QString& modelID);
     Q_INVOKABLE void chooseEffort(const QString& effort);
+    QString permissionTitle() const { return permissionModeTitle(permissionMode()); }
+    QString permissionColour() const { return permissionModeColour(permissionMode()); }
+    QString permissionSummary() const { return permissionModeSummary(permissionMode()); }
+    RecordListModel* permissionOptions() { return &m_permissionOptions; }
+
     Q_INVOKABLE void reloadModels();
+    // Applies from the session's next turn on, even while one runs.
+    Q_INVOKABLE void choosePermissionMode(const QString& key);
 
 signals:
     void changed();
@@ -86,6 +100,7 @@ signals:
 private:
     void refresh();
     QString effectiveModelID() const;
+    PermissionMode permissionMode() const;
 
     CodexWorkspace& m_workspace;
     QString m_threadID;
@@ -93,6 +108,7 @@ private:
     RecordListModel m_effortOptions{{"id", "label", "selected"}};
     RecordListModel m_modelPickerRows{{"id", "label"}};
     RecordListModel m_effortPickerRows{{"id", "label"}};
+    RecordListModel m_permissionOptions{{"id", "label", "summary", "colour", "selected"}};
 };
 
 } // namespace nimbrel

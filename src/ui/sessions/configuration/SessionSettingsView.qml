@@ -69,11 +69,13 @@ Dialog {
                 Layout.fillWidth: true
             }
             Label { text: sheet.texts.permissionsHeading; font.bold: true }
-            RowLayout {
-                IconImage { name: sheet.texts.fullAccessSymbol; color: sheet.palette_.color("orange"); sourceSize: Qt.size(14, 14) }
-                Label { text: sheet.texts.allowFullAccess; color: sheet.palette_.color("orange") }
+            PermissionModeChoices {
+                objectName: "session-settings-permission"
+                rows: sheet.configuration.permissionOptions
+                palette_: sheet.palette_
+                onChosen: (key) => sheet.configuration.choosePermissionMode(key)
+                Layout.fillWidth: true
             }
-            Label { text: sheet.texts.fullAccessNote; font.pointSize: 8; wrapMode: Text.Wrap; Layout.fillWidth: true }
         }
         RowLayout {
             objectName: "session-settings-footer"

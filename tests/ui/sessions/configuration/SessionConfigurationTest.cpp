@@ -90,3 +90,31 @@ TEST_F(SessionConfigurationTest, ANewSessionsEffortFollowsItsModel)
     EXPECT_EQ(controls.effort(), workspace.defaultEffort("gpt-5-mini").value_or(QString()));
     EXPECT_EQ(controls.modelIndex(), 2);
 }
+
+TEST_F(SessionConfigurationTest, ANewSessionStartsInFullAccessUntilAnotherModeIsChosen)
+{
+    NewSessionConfigurationViewModel first(workspace);
+    EXPECT_EQ(first.permissionMode(), "full-access");
+    EXPECT_EQ(first.permissionRows()->rowCount(), 3);
+    first.setPermissionMode("no-such-mode");
+    first.setPermissionMode("ask");
+    workspace.createSession("", "", first.model(), first.effort(), first.permissionMode());
+    EXPECT_EQ(engine.last("thread/start").params["approvalPolicy"], JSONValue("untrusted"));
+
+    // The next sheet, even after a restart, offers the mode chosen last.
+    SettingsUserDefaults reread(home.filePath("defaults.ini"));
+    CodexWorkspace later(reread, scheduler, "Tabs", 4.0, 20.0);
+    EXPECT_EQ(NewSessionConfigurationViewModel(later).permissionMode(), "ask");
+}
+
+TEST_F(SessionConfigurationTest, TheHeaderShowsTheModeInItsColourAndChangesTheNextTurn)
+{
+    workspace.openThread("s");
+    SessionConfigurationViewModel header(workspace, "s");
+    EXPECT_EQ(header.permissionTitle(), "Full access");
+    EXPECT_EQ(header.permissionColour(), "orange");
+    header.choosePermissionMode("read-only");
+    EXPECT_EQ(header.permissionTitle(), "Read only");
+    EXPECT_EQ(header.permissionColour(), "cyan");
+    EXPECT_EQ(workspace.sessionState("s").permissionMode, PermissionMode::ReadOnly);
+}

@@ -1,0 +1,167 @@
+#include "workspace/ServerRequestRecords.h"
+#include "workspace/PermissionMode.h"
+
+#include <gtest/gtest.h>
+
+using namespace nimbrel;
+
+namespace {
+
+JSONValue json(const char* text)
+{
+    return JSONValue::decode(text).value();
+}
+
+JSONValue form(const char* properties, const char* required = "[]")
+{
+    return json(
+        (std::string(
+             R"({"serverName":"s","mode":"form","message":"m","requestedSchema":{"type":"object","required":)") +
+         required + R"(,"properties":)" + properties + "}}")
+            .c_str());
+}
+
+} // namespace
+
+TEST(PermissionModeRules, EachModeSendsItsPolicyAndSandboxAndIsKnownByThem)
+{
+    struct Case {
+        PermissionMode mode;
+        const char* key;
+        const char* policy;
+        const char* sandbox;
+        const char* sandboxPolicy;
+    };
+    for (const Case& c : {
+             Case{PermissionMode::FullAccess, "full-access", "never", "danger-full-access",
+                  R"({"type":"dangerFullAccess"})"},
+             Case{PermissionMode::AskBeforeActing, "ask", "untrusted", "workspace-write",
+                  R"({"type":"workspaceWrite"})"},
+             Case{PermissionMode::ReadOnly, "read-only", "on-request", "read-only",
+                  R"({"type":"readOnly"})"},
+         }) {
+        EXPECT_EQ(permissionModeKey(c.mode), c.key);
+        EXPECT_EQ(permissionModeFromKey(c.key), c.mode);
+        EXPECT_EQ(approvalPolicyOf(c.mode), c.policy);
+        EXPECT_EQ(sandboxModeOf(c.mode), c.sandbox);
+        EXPECT_EQ(sandboxPolicyOf(c.mode), json(c.sandboxPolicy));
+        EXPECT_EQ(permissionModeOf(c.policy, c.sandbox), c.mode);
+    }
+    EXPECT_FALSE(permissionModeFromKey("Full access"));
+    EXPECT_FALSE(permissionModeOf("never", "read-only"));
+    EXPECT_EQ(permissionModes().front(), PermissionMode::FullAccess);
+}
+
+TEST(ElicitationParsing, ShowableRequestsAreReadAndOthersSayWhy)
+{
+    struct Case {
+        JSONValue params;
+        const char* error; // nullptr: readable
+    };
+    const Case cases[] = {
+        {form(R"({"a":{"type":"string"},"b":{"type":"integer","minimum":1},"c":{"type":"boolean"},
+                  "d":{"type":"string","enum":["x","y"],"enumNames":["X","Y"]},
+                  "e":{"type":"string","oneOf":[{"const":"p","title":"P"}]},
+                  "f":{"type":"array","items":{"type":"string","enum":["u","v"]}},
+                  "g":{"type":"array","items":{"anyOf":[{"const":"w","title":"W"}]}},
+                  "h":{"type":"number"}})"),
+         nullptr},
+        {json(R"({"mode":"url","message":"m","url":"https://example.com/a"})"), nullptr},
+        {json(R"([])"), "the request is not an object"},
+        {json(R"({"mode":"form"})"), "it has no message"},
+        {json(R"({"mode":"dialog","message":"m"})"), "its mode is neither form nor url"},
+        {json(R"({"mode":"url","message":"m","url":"javascript:void"})"),
+         "its address is not a web address"},
+        {json(R"({"mode":"url","message":"m"})"), "its address is not a web address"},
+        {json(R"({"mode":"form","message":"m","requestedSchema":{"type":"array"}})"),
+         "its form is not an object with properties"},
+        {form(R"({"a":{"type":"date"}})"), "field a has no known type"},
+        {form(R"({"a":3})"), "field a is not an object"},
+        {form(R"({"a":{"type":"string","enum":[1]}})"), "the choices of a are not texts"},
+        {form(R"({"a":{"type":"string","enum":[]}})"), "field a has no choices or too many"},
+        {form(R"({"a":{"type":"array"}})"), "the choices of a are missing"},
+        {form(R"({"a":{"type":"array","items":{"anyOf":[{"title":"no value"}]}}})"),
+         "the choices of a are not readable"},
+        {form(R"({"a":{"type":"string"}})", R"([1])"), "its required fields are not texts"},
+};
+for (const Case& c : cases) {
+    const auto parsed = parseElicitation(c.params);
+    if (c.error)
+        EXPECT_EQ(parsed.ok() ? QString() : parsed.error(), c.error) << c.params.textFormUtf8();
+    else
+        EXPECT_TRUE(parsed.ok()) << parsed.error().toStdString();
+}
+const ElicitationRequest read = parseElicitation(cases[0].params).value();
+ASSERT_EQ(read.fields.size(), 8u);
+EXPECT_EQ(read.fields[3].optionTitles, QStringList({"X", "Y"}));
+EXPECT_EQ(read.fields[4].kind, ElicitationField::Kind::Choice);
+EXPECT_EQ(read.fields[6].kind, ElicitationField::Kind::Choices);
+EXPECT_EQ(read.fields[6].options, QStringList({"w"}));
+
+std::string many = "{";
+for (int i = 0; i <= maximumElicitationFields; ++i)
+    many += (i ? ",\"f" : "\"f") + std::to_string(i) + R"(":{"type":"string"})";
+EXPECT_EQ(parseElicitation(form((many + "}").c_str())).error(), "its form has too many fields");
+}
+
+TEST(ElicitationContent, TypedValuesBecomeTheContentOrSayWhatIsMissing)
+{
+    const ElicitationRequest request =
+        parseElicitation(form(R"({"name":{"type":"string","title":"Name"},
+                     "count":{"type":"integer","minimum":1,"maximum":5,"default":2},
+                     "ok":{"type":"boolean"},
+                     "size":{"type":"string","oneOf":[{"const":"s","title":"Small"},{"const":"l","title":"Large"}]},
+                     "tags":{"type":"array","items":{"type":"string","enum":["a","b"]}}})",
+                              R"(["name","ok"])"))
+            .value();
+    struct Case {
+        std::map<QString, QString> values;
+        const char* content; // nullptr: refused with error
+        const char* error;
+    };
+    const Case cases[] = {
+        {{{"name", "Ada"}, {"ok", "yes"}}, R"({"name":"Ada","count":2,"ok":true})", nullptr},
+        {{{"name", "Ada"}, {"ok", "no"}, {"count", "4"}, {"size", "large"}, {"tags", "a, b"}},
+         R"({"name":"Ada","count":4,"ok":false,"size":"l","tags":["a","b"]})",
+         nullptr},
+        {{{"ok", "yes"}}, nullptr, "Name is required."},
+        {{{"name", "Ada"}}, nullptr, "ok is required."},
+        {{{"name", "Ada"}, {"ok", "yes"}, {"count", "2.5"}},
+         nullptr,
+         "count needs a whole number."},
+        {{{"name", "Ada"}, {"ok", "yes"}, {"count", "9"}}, nullptr, "count is out of range."},
+        {{{"name", "Ada"}, {"ok", "yes"}, {"size", "medium"}},
+         nullptr,
+         "size needs one of its choices."},
+        {{{"name", "Ada"}, {"ok", "yes"}, {"tags", "a, c"}},
+         nullptr,
+         "tags needs its choices, separated by commas."},
+    };
+    for (const Case& c : cases) {
+        const auto content = elicitationContent(request, c.values);
+        if (c.content)
+            EXPECT_EQ(content.ok() ? content.value() : JSONValue(content.error()), json(c.content));
+        else
+            EXPECT_EQ(content.ok() ? QString() : content.error(), c.error);
+    }
+}
+
+TEST(PermissionsRequest, ItsLinesAndAnswersFollowTheDecision)
+{
+    const JSONValue params = json(
+        R"({"permissions":{"fileSystem":{"read":["/etc/app"],"write":["/var/app"],
+            "entries":[{"access":"write","path":{"type":"path","path":"/srv"}},
+                       {"access":"none","path":{"type":"path","path":"/hidden"}},
+                       {"access":"read","path":{"type":"special","value":{"kind":"tmpdir"}}}]},
+            "network":{"enabled":true}}})");
+    EXPECT_EQ(requestedPermissionLines(params),
+              QStringList({"Read: /etc/app", "Write: /var/app", "Write: /srv", "Read: tmpdir",
+                           "Network access"}));
+    EXPECT_TRUE(requestedPermissionLines(json("[]")).isEmpty());
+    EXPECT_EQ(permissionsResponse(params, "accept"),
+              JSONValue::object({{"permissions", *params.find("permissions")}, {"scope", "turn"}}));
+    EXPECT_EQ(
+        permissionsResponse(params, "acceptForSession"),
+        JSONValue::object({{"permissions", *params.find("permissions")}, {"scope", "session"}}));
+    EXPECT_EQ(permissionsResponse(params, "decline"), json(R"({"permissions":{},"scope":"turn"})"));
+}
