@@ -162,6 +162,45 @@ void fillSession(BridgeUnderTest& bridge, bool running, int logLines = 6)
     });
 }
 
+// An answer in Markdown with every construct the window lays out.
+const char* markdownAnswer = R"(## What was wrong
+
+The generated header `version.h` was **not a dependency** of the library, so a *clean* build
+compiled `main.cpp` before it existed. See [the CMake manual](https://cmake.org/cmake/help/latest/)
+and the note at https://example.com/notes.
+
+1. Reproduce on a clean clone
+2. Fix the dependency
+   - add `version.h` to the sources
+   - regenerate on every configure
+3. Run the tests
+
+> A clean build is what the release job runs, so it failed there first.
+
+| File | Change |
+|---|---|
+| `src/CMakeLists.txt` | **+2** −1 |
+| `cmake/Version.cmake` | +14 |
+
+```cmake
+add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/version.h
+                   COMMAND ${CMAKE_COMMAND} -P ${PROJECT_SOURCE_DIR}/cmake/Version.cmake --output ${CMAKE_CURRENT_BINARY_DIR}/version.h
+                   DEPENDS ${PROJECT_SOURCE_DIR}/cmake/Version.cmake)
+```
+
+Nothing here loads by itself: ![build graph](https://example.com/graph.png), <img src="https://example.com/t.png">
+and [a script link](javascript:alert(1)) stay text.)";
+
+void fillMarkdownAnswer(BridgeUnderTest& bridge)
+{
+    bridge.workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
+        session.transcript = {
+            entry("u1", TranscriptKind::User, "You",
+                  "The build fails on a clean clone. Find out why and fix it."),
+            entry("a1", TranscriptKind::Assistant, "Codex", QString::fromUtf8(markdownAnswer))};
+    });
+}
+
 // Codex gone from the bridge's PATH, and the bridge told so.
 void loseCodex(BridgeUnderTest& bridge)
 {
@@ -457,6 +496,14 @@ int main(int argc, char** argv)
             [](BridgeUnderTest& bridge, BridgeWindow&) {
                 openThreeTabs(bridge);
                 fillSession(bridge, true, 30);
+            },
+            false, size);
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "markdown-answer-narrow" : "markdown-answer", sessionsScenario(),
+            [](BridgeUnderTest& bridge, BridgeWindow&) {
+                openThreeTabs(bridge);
+                fillMarkdownAnswer(bridge);
             },
             false, size);
     tour.state(

@@ -39,7 +39,7 @@ struct MarkdownBlock {
     MarkdownSpans spans;  // headings and paragraphs
     QString code;         // code blocks, without the closing line break
     QString language;     // a fenced block's language, as written
-    std::vector<std::vector<MarkdownSpans>> rows; // tables: the header row first, then the body
+    std::vector<std::vector<MarkdownSpans>> rows; // tables: the header row first
     qsizetype sourceStart = 0;                    // where in the message the block's part begins
 
     friend bool operator==(const MarkdownBlock&, const MarkdownBlock&) = default;

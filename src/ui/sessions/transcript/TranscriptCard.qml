@@ -3,6 +3,7 @@ import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
 import "../../common"
+import "../markdown"
 
 // One transcript entry: its title and status in its kind's colour, and its output, shortened.
 Rectangle {
@@ -19,6 +20,7 @@ Rectangle {
     required property bool monospaced
     required property string toggleLabel
     required property bool inGroup
+    required property var blocks
     readonly property color tint: palette_.color(accent)
 
     objectName: "card-" + entryID
@@ -54,9 +56,18 @@ Rectangle {
                 opacity: 0.8
             }
         }
+        MarkdownBlocksView {
+            objectName: "markdown-" + card.entryID
+            visible: card.blocks !== null
+            blocks: card.blocks
+            actions: card.view.markdown
+            palette_: card.palette_
+            Layout.fillWidth: true
+            Layout.preferredWidth: 1
+        }
         SelectableText {
             objectName: "output-" + card.entryID
-            visible: card.text !== ""
+            visible: card.text !== "" && card.blocks === null
             text: card.text
             monospaced: card.monospaced
             font.pointSize: card.monospaced ? 9 : Qt.application.font.pointSize

@@ -46,6 +46,22 @@ TranscriptCardStyle transcriptCardStyle(TranscriptKind kind)
     return {"edit-paste", "yellow"};
 }
 
+QString liveOutputNotice()
+{
+    return QStringLiteral("… showing latest live output …");
+}
+
+QString shortenedOutputNotice()
+{
+    return QStringLiteral("… output shortened to keep this conversation responsive …");
+}
+
+bool rendersMarkdown(const TranscriptEntry& entry)
+{
+    return entry.kind == TranscriptKind::Assistant ||
+           (entry.kind == TranscriptKind::System && entry.title == QLatin1String("Plan"));
+}
+
 TranscriptOutput transcriptOutput(const TranscriptEntry& entry, bool isStreaming,
                                   bool showsFullText)
 {
@@ -69,13 +85,12 @@ TranscriptOutput transcriptOutput(const TranscriptEntry& entry, bool isStreaming
     if (showsFullText || !overLimit)
         output.text = text;
     else if (isStreaming)
-        output.text = QStringLiteral("… showing latest live output …\n\n") +
+        output.text = liveOutputNotice() + QStringLiteral("\n\n") +
                       lastCharacters(text, streamingOutputLimit);
     else
-        output.text =
-            firstCharacters(text, settledOutputHead) +
-            QStringLiteral("\n\n… output shortened to keep this conversation responsive …\n\n") +
-            lastCharacters(text, settledOutputTail);
+        output.text = firstCharacters(text, settledOutputHead) + QStringLiteral("\n\n") +
+                      shortenedOutputNotice() + QStringLiteral("\n\n") +
+                      lastCharacters(text, settledOutputTail);
     return output;
 }
 

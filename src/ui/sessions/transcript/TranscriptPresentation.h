@@ -49,6 +49,13 @@ struct TranscriptOutput {
     QString toggleLabel;
     friend bool operator==(const TranscriptOutput&, const TranscriptOutput&) = default;
 };
+// The lines that stand where long output was shortened.
+QString liveOutputNotice();
+QString shortenedOutputNotice();
+
+// Codex's answers and plans show as Markdown; everything else as it was written.
+bool rendersMarkdown(const TranscriptEntry& entry);
+
 TranscriptOutput transcriptOutput(const TranscriptEntry& entry, bool isStreaming,
                                   bool showsFullText);
 

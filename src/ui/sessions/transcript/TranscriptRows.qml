@@ -44,6 +44,7 @@ Column {
                     monospaced: row.model.monospaced
                     toggleLabel: row.model.toggleLabel
                     inGroup: row.model.inGroup
+                    blocks: row.model.blocks
                 }
             }
         }

@@ -12,7 +12,7 @@ const QList<QByteArray> TranscriptViewModel::roles = {
     "rowType",         "entryID", "blockID",     "title",    "status",
     "symbol",          "accent",  "text",        "muted",    "monospaced",
     "toggleLabel",     "inGroup", "updatesText", "expanded", "accessibilityValue",
-    "accessibilityID", "chevron"};
+    "accessibilityID", "chevron", "blocks"};
 
 TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
                                          SessionActivityPreference& preference, QString threadID,
@@ -21,6 +21,7 @@ TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
     , m_workspace(workspace)
     , m_preference(preference)
     , m_threadID(std::move(threadID))
+    , m_markdown(this)
 {
     connect(&m_workspace, &CodexWorkspace::sessionChanged, this, [this](const QString& id) {
         if (id == m_threadID && refresh())
@@ -69,13 +70,25 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
     const bool full = m_fullTextEntries.contains(entry.id);
     // An entry that did not change keeps its shortened output: only the growing card is cut anew.
     auto cached = m_outputs.find(entry.id);
+    MarkdownCard* markdown = nullptr;
+    if (rendersMarkdown(entry)) {
+        std::unique_ptr<MarkdownCard>& card = m_markdownCards[entry.id];
+        if (!card) {
+            card = std::make_unique<MarkdownCard>();
+            cached = m_outputs.end();
+        }
+        markdown = card.get();
+    }
     if (cached == m_outputs.end() || cached->second.isStreaming != streaming ||
-        cached->second.showsFullText != full || !(cached->second.entry == entry))
+        cached->second.showsFullText != full || !(cached->second.entry == entry)) {
         cached =
             m_outputs
                 .insert_or_assign(entry.id, CachedOutput{entry, streaming, full,
                                                          transcriptOutput(entry, streaming, full)})
                 .first;
+        if (markdown)
+            markdown->show(entry.combinedText(), streaming, full);
+    }
     const TranscriptOutput& output = cached->second.output;
     outputs.insert(*cached);
     const TranscriptCardStyle style = transcriptCardStyle(entry.kind);
@@ -83,7 +96,8 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
             {QStringLiteral("card"), entry.id, QString(), entry.title,
              entry.status.value_or(QString()).toUpper(), style.symbol, style.accent, output.text,
              output.muted, output.monospaced, output.toggleLabel, inGroup, QString(), false,
-             QString(), QString(), QString()}};
+             QString(), QString(), QString(),
+             QVariant::fromValue<QObject*>(markdown ? markdown->blocks() : nullptr)}};
 }
 
 void TranscriptViewModel::setPageOffset(qint64 offset)
@@ -129,7 +143,8 @@ bool TranscriptViewModel::refresh()
                       QString(), SessionActivityPreference::symbol(), QString(), QString(), false,
                       false, QString(), false, activityUpdatesText(block.entries.size()), expanded,
                       expansionValue(expanded), QStringLiteral("processing-") + block.id(),
-                      expanded ? QStringLiteral("go-down") : QStringLiteral("go-next")}});
+                      expanded ? QStringLiteral("go-down") : QStringLiteral("go-next"),
+                      QVariant::fromValue<QObject*>(nullptr)}});
         if (expanded)
             for (const TranscriptEntry& entry : block.entries)
                 rows.append(cardRow(entry, phase, true, outputs));
@@ -138,8 +153,12 @@ bool TranscriptViewModel::refresh()
     m_outputs = std::move(outputs);
     m_groupOverrides = std::move(overrides);
     std::erase_if(m_fullTextEntries, [&](const QString& id) { return !m_outputs.contains(id); });
+
     const bool changed = rows != m_rows.records();
     m_rows.setRecords(rows);
+    // A card's blocks go once no row shows them.
+    std::erase_if(m_markdownCards,
+                  [&](const auto& card) { return !m_outputs.contains(card.first); });
     return changed;
 }
 

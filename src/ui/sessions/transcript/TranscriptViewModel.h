@@ -1,11 +1,14 @@
 #pragma once
 
 #include "ui/common/RecordListModel.h"
+#include "ui/sessions/markdown/MarkdownActions.h"
+#include "ui/sessions/markdown/MarkdownCard.h"
 #include "ui/sessions/transcript/TranscriptPresentation.h"
 
 #include <QObject>
 
 #include <map>
+#include <memory>
 #include <set>
 
 namespace nimbrel {
@@ -24,9 +27,11 @@ class TranscriptViewModel : public QObject {
     Q_PROPERTY(bool showsActivityStrip READ showsActivityStrip NOTIFY stripChanged)
     Q_PROPERTY(QString activityStripText READ activityStripText NOTIFY stripChanged)
     Q_PROPERTY(QString liveText READ liveText CONSTANT)
+    Q_PROPERTY(nimbrel::MarkdownActions* markdown READ markdown CONSTANT)
 
 public:
-    // Roles of a row. rowType is "header" or "card"; a card inside a group has inGroup.
+    // Roles of a row. rowType is "header" or "card"; a card inside a group has inGroup; a card
+    // shown as Markdown has its blocks (a list model), others none.
     static const QList<QByteArray> roles;
 
     TranscriptViewModel(CodexWorkspace& workspace, SessionActivityPreference& preference,
@@ -38,6 +43,7 @@ public:
     bool showsActivityStrip() const;
     QString activityStripText() const;
     static QString liveText() { return QStringLiteral("LIVE"); }
+    MarkdownActions* markdown() { return &m_markdown; }
 
     // A group's header pressed, by the id of its block; a card's output button, by its entry.
     Q_INVOKABLE void toggleGroup(const QString& blockID);
@@ -69,6 +75,8 @@ private:
     std::map<QString, bool> m_groupOverrides;
     std::set<QString> m_fullTextEntries;
     std::map<QString, CachedOutput> m_outputs;
+    std::map<QString, std::unique_ptr<MarkdownCard>> m_markdownCards;
+    MarkdownActions m_markdown;
 };
 
 } // namespace nimbrel
