@@ -23,6 +23,7 @@ struct CodexSessionState {
     TurnControlState turnControl;
     std::vector<UserInputPrompt> userInputPrompts;
     std::optional<CodexSessionUsage> tokenUsage;
+    std::vector<TurnDiff> turnDiffs; // oldest turn first
 
     friend bool operator==(const CodexSessionState&, const CodexSessionState&) = default;
 };

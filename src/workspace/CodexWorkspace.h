@@ -245,6 +245,7 @@ private:
     void handleReasoningDelta(const QString& threadID, const JSONValue& params);
     void addToolProgress(const QString& threadID, const QString& itemID, const QString& message);
     void handlePlanUpdated(const JSONValue& params, const QString& threadID);
+    void handleTurnDiff(const QString& threadID, const JSONValue& params);
     void setActivityText(const QString& threadID, const std::optional<QString>& text);
 
     // Turns.

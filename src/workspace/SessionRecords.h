@@ -77,6 +77,17 @@ struct TranscriptEntry {
     friend bool operator==(const TranscriptEntry&, const TranscriptEntry&) = default;
 };
 
+// The newest unified diff Codex sent for one turn: everything the turn changed so far. While the
+// turn runs its card follows the newest entry; once it ends, the card stays after the entry that
+// was newest then.
+struct TurnDiff {
+    QString turnID;
+    QString diff;
+    std::optional<QString> afterEntryID;
+
+    friend bool operator==(const TurnDiff&, const TurnDiff&) = default;
+};
+
 // One conversation entry alone, or a run of consecutive activity entries. Never empty.
 struct TranscriptBlock {
     std::vector<TranscriptEntry> entries;

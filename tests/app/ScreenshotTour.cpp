@@ -201,6 +201,52 @@ void fillMarkdownAnswer(BridgeUnderTest& bridge)
     });
 }
 
+// What a turn changed: a build file edited and a script added.
+const char* sampleDiff = "diff --git a/src/CMakeLists.txt b/src/CMakeLists.txt\n"
+                         "index 3b18e51..a9c4f2d 100644\n"
+                         "--- a/src/CMakeLists.txt\n"
+                         "+++ b/src/CMakeLists.txt\n"
+                         "@@ -12,7 +12,8 @@ add_library(core STATIC\n"
+                         "     part1.cpp\n"
+                         "     part2.cpp\n"
+                         "-    part3.cpp\n"
+                         "+    part3.cpp\n"
+                         "+    ${CMAKE_CURRENT_BINARY_DIR}/version.h\n"
+                         " )\n"
+                         " target_include_directories(core PUBLIC ${CMAKE_CURRENT_BINARY_DIR})\n"
+                         " target_link_libraries(core PUBLIC Threads::Threads)\n"
+                         "diff --git a/cmake/Version.cmake b/cmake/Version.cmake\n"
+                         "new file mode 100644\n"
+                         "index 0000000..5d1e2b7\n"
+                         "--- /dev/null\n"
+                         "+++ b/cmake/Version.cmake\n"
+                         "@@ -0,0 +1,4 @@\n"
+                         "+execute_process(COMMAND git describe --always OUTPUT_VARIABLE version\n"
+                         "+                OUTPUT_STRIP_TRAILING_WHITESPACE)\n"
+                         "+file(WRITE ${output} \"#define VERSION \\\"${version}\\\"\\n\")\n"
+                         "+message(STATUS \"version ${version}\")\n";
+
+// The session's turn sent its diff and ended: the changes follow its last entry.
+void finishTurnWithChanges(BridgeUnderTest& bridge)
+{
+    fillSession(bridge, false);
+    bridge.workspace().changeSession(SessionGallery::threadID, [](CodexSessionState& session) {
+        session.transcript[3].text = QStringLiteral(
+            "/home/ada/src/nimbrel/src/CMakeLists.txt\n/home/ada/src/nimbrel/cmake/Version.cmake");
+        session.transcript.pop_back();
+    });
+    auto notify = [&](const char* method, JSONValue params) {
+        bridge.workspace().handleNotification(QString::fromLatin1(method), params);
+    };
+    notify("turn/diff/updated", JSONValue::object({{"threadId", SessionGallery::threadID},
+                                                   {"turnId", "turn-7"},
+                                                   {"diff", sampleDiff}}));
+    notify("turn/completed",
+           JSONValue::object(
+               {{"threadId", SessionGallery::threadID},
+                {"turn", JSONValue::object({{"id", "turn-7"}, {"status", "completed"}})}}));
+}
+
 // Codex gone from the bridge's PATH, and the bridge told so.
 void loseCodex(BridgeUnderTest& bridge)
 {
@@ -506,6 +552,22 @@ int main(int argc, char** argv)
                 fillMarkdownAnswer(bridge);
             },
             false, size);
+    for (const bool unfolded : {false, true})
+        for (const QSize size : {QSize(), narrow})
+            tour.state(
+                QStringLiteral("changes-card") + (unfolded ? "-unfolded" : "") +
+                    (size.isValid() ? "-narrow" : ""),
+                sessionsScenario(),
+                [unfolded](BridgeUnderTest& bridge, BridgeWindow& window) {
+                    openThreeTabs(bridge);
+                    finishTurnWithChanges(bridge);
+                    if (!unfolded)
+                        return;
+                    Tour::settle();
+                    QMetaObject::invokeMethod(window.find(QStringLiteral("change-link-f1-0")),
+                                              "clicked");
+                },
+                false, size);
     tour.state(
         "setup-cockpit-narrow", "{}",
         [](BridgeUnderTest& bridge, BridgeWindow& window) {

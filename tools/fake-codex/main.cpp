@@ -23,6 +23,8 @@ namespace {
 
 const char* recordPath = nullptr;
 int launchNumber = 1;
+// The input items of the request whose cues are being played, for turns that echo them.
+JSONValue cueInput;
 
 void record(const JSONValue& entry)
 {
@@ -103,7 +105,7 @@ void perform(const JSONValue& actions)
             const double pause =
                 (*turn)["delayMs"].value_or(JSONValue(0)).numberValue().value_or(0);
             const bool recordDeltas = turn->find("recordDeltas") != nullptr;
-            for (const JSONValue& message : turnNotifications(*turn)) {
+            for (const JSONValue& message : turnNotifications(*turn, &cueInput)) {
                 send(message);
                 // When each delta left, on the wall clock, for measuring how soon clients show it.
                 if (recordDeltas &&
@@ -158,6 +160,7 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
         send(JSONValue::object({{"id", id}, {"result", *result}}));
     if (const JSONValue* after = handler.find("after"))
         perform(*after);
+    cueInput = params["input"].value_or(JSONValue());
     perform(scenario.cuedActions(*params.encode()));
 }
 

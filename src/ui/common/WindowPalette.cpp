@@ -23,9 +23,7 @@ QColor WindowPalette::color(const QString& name) const
         {QStringLiteral("quote"), QColor(0x80, 0x80, 0x80, 0x8c)},
         // Diffs: added and removed lines, and the lines that place a hunk.
         {QStringLiteral("added"), QColor(0x34, 0xa8, 0x53)},
-        {QStringLiteral("addedBackground"), QColor(0x34, 0xa8, 0x53, 0x2e)},
         {QStringLiteral("removed"), QColor(0xd9, 0x3f, 0x3f)},
-        {QStringLiteral("removedBackground"), QColor(0xd9, 0x3f, 0x3f, 0x2e)},
         {QStringLiteral("hunk"), QColor(0x5c, 0x6b, 0xc0)},
         // What dims the window behind a sheet.
         {QStringLiteral("scrim"), QColor(0x10, 0x12, 0x18, 0x73)}};

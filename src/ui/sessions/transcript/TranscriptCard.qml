@@ -21,6 +21,7 @@ Rectangle {
     required property string toggleLabel
     required property bool inGroup
     required property var blocks
+    required property var links
     readonly property color tint: palette_.color(accent)
 
     objectName: "card-" + entryID
@@ -74,6 +75,26 @@ Rectangle {
             opacity: card.muted ? 0.6 : 1
             Layout.fillWidth: true
             Layout.preferredWidth: 1
+        }
+        Flow {
+            visible: card.links.length > 0
+            spacing: 6
+            Layout.fillWidth: true
+            Repeater {
+                model: card.links
+                Button {
+                    required property var modelData
+                    required property int index
+                    objectName: "change-link-" + card.entryID + "-" + index
+                    text: modelData.label
+                    icon.name: "go-jump"
+                    flat: true
+                    font.family: "monospace"
+                    palette.buttonText: card.tint
+                    Accessible.name: text
+                    onClicked: card.view.revealChange(modelData.turnID, modelData.path)
+                }
+            }
         }
         Button {
             objectName: "toggle-" + card.entryID

@@ -185,6 +185,63 @@ TEST_F(TranscriptViewModelTest, ALiveDeltaChangesOnlyItsCardAndTheStripFollowsTh
     EXPECT_EQ(view.rows()->value(last, "toggleLabel"), "Collapse output");
 }
 
+TEST_F(TranscriptViewModelTest, AnswersShowAsMarkdownBlocksThatChangeOneByOne)
+{
+    const int answer = view.rows()->rowOf("card:a1");
+    EXPECT_EQ(view.rows()->value(view.rows()->rowOf("card:c1"), "blocks").value<QObject*>(),
+              nullptr);
+    auto* blocks = qobject_cast<RecordListModel*>(
+        view.rows()->value(answer, "blocks").value<QObject*>());
+    ASSERT_NE(blocks, nullptr);
+    QAbstractItemModelTester blockTester{blocks,
+                                         QAbstractItemModelTester::FailureReportingMode::Fatal};
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.turnControl.phase = TurnControlState::Phase::Running;
+        session.transcript.back().status = QStringLiteral("running");
+        session.transcript.back().text = QStringLiteral("# Done\n\n- built\n- tested\n\nAll");
+    });
+    EXPECT_EQ(blocks->rowCount(), 4);
+    EXPECT_EQ(blocks->value(0, "blockType"), "heading");
+    EXPECT_EQ(blocks->value(1, "marker"), "•");
+    EXPECT_EQ(blocks->value(3, "plainText"), "All");
+
+    // A delta touches only the block it grew.
+    QSignalSpy changed(blocks, &QAbstractItemModel::dataChanged);
+    QSignalSpy reset(blocks, &QAbstractItemModel::modelReset);
+    QSignalSpy inserted(blocks, &QAbstractItemModel::rowsInserted);
+    workspace.changeSession(
+        "s", [](CodexSessionState& session) { session.transcript.back().text += " green."; });
+    ASSERT_EQ(changed.size(), 1);
+    EXPECT_EQ(changed.front().at(0).toModelIndex().row(), 3);
+    EXPECT_EQ(blocks->value(3, "plainText"), "All green.");
+    EXPECT_EQ(reset.size() + inserted.size(), 0);
+
+    // Past the live limit, the newest blocks show after a notice.
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        for (int i = 0; i < 100; ++i)
+            session.transcript.back().text += QStringLiteral("\n\nParagraph %1 of the answer.").arg(i);
+    });
+    EXPECT_EQ(blocks->value(0, "blockType"), "notice");
+    EXPECT_EQ(blocks->value(0, "plainText"), "… showing latest live output …");
+    EXPECT_EQ(blocks->value(blocks->rowCount() - 1, "plainText"), "Paragraph 99 of the answer.");
+    EXPECT_LT(blocks->rowCount(), 80);
+}
+
+TEST_F(TranscriptViewModelTest, OnlyLinksToTheWebOrMailOpenAndOnlyWhenAsked)
+{
+    QStringList opened;
+    view.markdown()->setOpener([&](const QUrl& url) {
+        opened.append(url.toString());
+        return true;
+    });
+    for (const char* refused : {"javascript:alert(1)", "file:///etc/passwd", "data:text/html,x",
+                                "vbscript:x", "https://"})
+        EXPECT_FALSE(view.markdown()->openLink(QString::fromLatin1(refused))) << refused;
+    EXPECT_TRUE(view.markdown()->openLink("https://example.com/a?b=1"));
+    EXPECT_TRUE(view.markdown()->openLink("mailto:ada@example.com"));
+    EXPECT_EQ(opened, QStringList({"https://example.com/a?b=1", "mailto:ada@example.com"}));
+}
+
 class QuestionCardTest : public ScriptedWorkspace {
 protected:
     QuestionCardTest()
