@@ -11,6 +11,7 @@ namespace nimbrel {
 struct CodexSessionState {
     QString threadID;
     QString draft;
+    std::vector<DraftImage> draftImages;
     std::vector<TranscriptEntry> transcript; // oldest first
     std::optional<QString> model;
     std::optional<QString> reasoningEffort;

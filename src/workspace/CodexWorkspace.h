@@ -105,6 +105,8 @@ public:
     Q_INVOKABLE void selectThread(const QString& id);
     Q_INVOKABLE void closeTab(const QString& id);
     Q_INVOKABLE void setDraft(const QString& text, const QString& id);
+    void addDraftImage(const DraftImage& image, const QString& id);
+    void removeDraftImage(const QString& imageID, const QString& id);
     void persistOpenTabs();
     void setEngineReady(bool ready, const std::optional<QString>& message);
     void startAutomaticRefresh();
@@ -124,7 +126,10 @@ public:
 
     // ---- turns
     Q_INVOKABLE void send(const QString& text, const QString& threadID);
-    void startTurn(const QString& text, const QString& threadID);
+    // A message with images (data URLs, or absolute paths on this computer) beside its text; either
+    // may be empty, not both.
+    void send(const QString& text, const QString& threadID, const QStringList& images);
+    void startTurn(const QString& text, const QString& threadID, const QStringList& images = {});
     Q_INVOKABLE void stopTurn(const QString& threadID);
     void interruptTurn(const QString& threadID, const QString& turnID);
 
@@ -249,8 +254,9 @@ private:
     void setActivityText(const QString& threadID, const std::optional<QString>& text);
 
     // Turns.
-    void resumeAndStart(const QString& text, const QString& threadID);
-    void steer(const QString& text, const QString& threadID, const QString& turnID);
+    void resumeAndStart(const QString& text, const QString& threadID, const QStringList& images);
+    void steer(const QString& text, const QString& threadID, const QString& turnID,
+               const QStringList& images);
     void handleTurnStartReply(const QString& threadID, const WorkspaceResult& outcome);
     void failTurn(const QString& threadID, const QString& message);
     // Calls requester, or completion with transportUnavailable where there is none.

@@ -5,12 +5,15 @@
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
+#include "ui/sessions/ComposerImages.h"
 
 #include <QCommandLineParser>
 #include <QDateTime>
 #include <QDir>
 #include <QGuiApplication>
 #include <QImage>
+#include <QPainter>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QSet>
@@ -245,6 +248,44 @@ void finishTurnWithChanges(BridgeUnderTest& bridge)
            JSONValue::object(
                {{"threadId", SessionGallery::threadID},
                 {"turn", JSONValue::object({{"id", "turn-7"}, {"status", "completed"}})}}));
+}
+
+// A screenshot-like picture: a window's title bar and a few lines of text, in colour.
+QImage samplePicture(int width, int height, QColor accent)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(QColor(0xf4, 0xf4, 0xf6));
+    QPainter painter(&image);
+    painter.fillRect(0, 0, width, height / 8, accent);
+    painter.setPen(QColor(0x30, 0x30, 0x38));
+    QFont font = painter.font();
+    font.setPixelSize(height / 14);
+    painter.setFont(font);
+    for (int line = 0; line < 5; ++line)
+        painter.drawText(width / 16, height / 4 + line * height / 7,
+                         QStringLiteral("error: undefined reference to 'version' (%1)").arg(line));
+    return image;
+}
+
+// A message with a screenshot in the transcript, and another attached in the composer.
+void attachImages(BridgeUnderTest& bridge, BridgeWindow& window)
+{
+    const std::optional<DraftImage> sent =
+        preparedImage(samplePicture(1600, 1000, QColor(0xd9, 0x3f, 0x3f)), "error.png");
+    bridge.workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
+        TranscriptEntry user = entry("u1", TranscriptKind::User, "You",
+                                     "The build fails like this on a clean clone. Why?");
+        user.images = {sent->url, QStringLiteral("/home/ada/Pictures/build-log.png")};
+        session.transcript = {user, entry("a1", TranscriptKind::Assistant, "Codex",
+                                          "The linker cannot find `version`: the generated header "
+                                          "is not a dependency of the library.")};
+    });
+    waitFor([] { return false; }, 300);
+    window.sessions().sessionView()->setDraft(QStringLiteral("And this one after the fix?"));
+    window.sessions().sessionView()->composerImages()->attachImage(
+        samplePicture(1200, 800, QColor(0x34, 0xa8, 0x53)), "after.png");
+    window.sessions().sessionView()->composerImages()->attachImage(
+        samplePicture(800, 1200, QColor(0x2d, 0x6c, 0xdf)), "phone.png");
 }
 
 // Codex gone from the bridge's PATH, and the bridge told so.
@@ -550,6 +591,14 @@ int main(int argc, char** argv)
             [](BridgeUnderTest& bridge, BridgeWindow&) {
                 openThreeTabs(bridge);
                 fillMarkdownAnswer(bridge);
+            },
+            false, size);
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "composer-images-narrow" : "composer-images", sessionsScenario(),
+            [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                openThreeTabs(bridge);
+                attachImages(bridge, window);
             },
             false, size);
     for (const bool unfolded : {false, true})

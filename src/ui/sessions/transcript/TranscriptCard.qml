@@ -22,6 +22,7 @@ Rectangle {
     required property bool inGroup
     required property var blocks
     required property var links
+    required property var images
     readonly property color tint: palette_.color(accent)
 
     objectName: "card-" + entryID
@@ -77,7 +78,44 @@ Rectangle {
             Layout.preferredWidth: 1
         }
         Flow {
-            visible: card.links.length > 0
+            visible: !!card.images && card.images.length > 0
+            spacing: 6
+            Layout.fillWidth: true
+            Repeater {
+                model: card.images
+                Item {
+                    required property var modelData
+                    required property int index
+                    objectName: "image-" + card.entryID + "-" + index
+                    implicitWidth: modelData.source !== "" ? picture.width : label.implicitWidth
+                    implicitHeight: modelData.source !== "" ? picture.height : label.implicitHeight
+                    width: implicitWidth
+                    height: implicitHeight
+                    Image {
+                        id: picture
+                        visible: parent.modelData.source !== ""
+                        source: parent.modelData.source
+                        width: 240
+                        height: 160
+                        sourceSize: Qt.size(480, 320)
+                        fillMode: Image.PreserveAspectFit
+                        horizontalAlignment: Image.AlignLeft
+                        asynchronous: true
+                        cache: false
+                    }
+                    Label {
+                        id: label
+                        visible: parent.modelData.source === ""
+                        text: parent.modelData.label
+                        textFormat: Text.PlainText
+                        font.family: "monospace"
+                        opacity: 0.7
+                    }
+                }
+            }
+        }
+        Flow {
+            visible: !!card.links && card.links.length > 0
             spacing: 6
             Layout.fillWidth: true
             Repeater {

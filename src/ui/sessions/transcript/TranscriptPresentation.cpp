@@ -2,6 +2,8 @@
 
 #include "platform/TextFormatting.h"
 
+#include <QVariantMap>
+
 #include <algorithm>
 
 namespace nimbrel {
@@ -54,6 +56,23 @@ QString liveOutputNotice()
 QString shortenedOutputNotice()
 {
     return QStringLiteral("… output shortened to keep this conversation responsive …");
+}
+
+QVariantList transcriptImages(const TranscriptEntry& entry)
+{
+    static const QStringList drawn = {
+        QStringLiteral("data:image/png;base64,"), QStringLiteral("data:image/jpeg;base64,"),
+        QStringLiteral("data:image/gif;base64,"), QStringLiteral("data:image/webp;base64,")};
+    QVariantList images;
+    for (const QString& image : entry.images) {
+        const bool draws = std::any_of(drawn.begin(), drawn.end(), [&](const QString& prefix) {
+            return image.startsWith(prefix, Qt::CaseInsensitive);
+        });
+        images.append(QVariantMap{
+            {QStringLiteral("source"), draws ? image : QString()},
+            {QStringLiteral("label"), draws ? QString() : firstCharacters(image, 300)}});
+    }
+    return images;
 }
 
 bool rendersMarkdown(const TranscriptEntry& entry)

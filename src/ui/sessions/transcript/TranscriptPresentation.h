@@ -3,6 +3,7 @@
 #include "workspace/CodexSessionState.h"
 
 #include <QString>
+#include <QVariantList>
 
 #include <optional>
 
@@ -52,6 +53,10 @@ struct TranscriptOutput {
 // The lines that stand where long output was shortened.
 QString liveOutputNotice();
 QString shortenedOutputNotice();
+
+// The images of a user's message as the card shows them: a data URL of a picture is drawn (source);
+// any other address or path shows as its text (label) and is never loaded.
+QVariantList transcriptImages(const TranscriptEntry& entry);
 
 // Codex's answers and plans show as Markdown; everything else as it was written.
 bool rendersMarkdown(const TranscriptEntry& entry);

@@ -85,6 +85,7 @@ Column {
                     inGroup: row.model.inGroup
                     blocks: row.model.blocks
                     links: row.model.links
+                    images: row.model.images
                 }
             }
         }

@@ -14,7 +14,7 @@ const QList<QByteArray> TranscriptViewModel::roles = {
     "rowType",         "entryID", "blockID",     "title",    "status",
     "symbol",          "accent",  "text",        "muted",    "monospaced",
     "toggleLabel",     "inGroup", "updatesText", "expanded", "accessibilityValue",
-    "accessibilityID", "chevron", "blocks",      "links"};
+    "accessibilityID", "chevron", "blocks",      "links",    "images"};
 
 TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
                                          SessionActivityPreference& preference, QString threadID,
@@ -136,11 +136,26 @@ ListRecord TranscriptViewModel::changesRow(const TurnDiff& diff)
         card = std::make_unique<ChangesCard>();
     card->show(diff.diff);
     return {QStringLiteral("changes:") + diff.turnID,
-            {QStringLiteral("changes"), diff.turnID, QString(), QStringLiteral("Changes"),
-             QString(), QStringLiteral("document-edit"), QStringLiteral("green"), card->summary(),
-             false, false, QString(), false, QString(), false, QString(),
-             QStringLiteral("changes-") + diff.turnID, QString(),
-             QVariant::fromValue<QObject*>(card->files()), QVariantList()}};
+            {QStringLiteral("changes"),
+             diff.turnID,
+             QString(),
+             QStringLiteral("Changes"),
+             QString(),
+             QStringLiteral("document-edit"),
+             QStringLiteral("green"),
+             card->summary(),
+             false,
+             false,
+             QString(),
+             false,
+             QString(),
+             false,
+             QString(),
+             QStringLiteral("changes-") + diff.turnID,
+             QString(),
+             QVariant::fromValue<QObject*>(card->files()),
+             QVariantList(),
+             QVariantList()}};
 }
 
 ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnControlState::Phase phase,
@@ -174,12 +189,26 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
     outputs.insert(*cached);
     const TranscriptCardStyle style = transcriptCardStyle(entry.kind);
     return {QStringLiteral("card:") + entry.id,
-            {QStringLiteral("card"), entry.id, QString(), entry.title,
-             entry.status.value_or(QString()).toUpper(), style.symbol, style.accent, output.text,
-             output.muted, output.monospaced, output.toggleLabel, inGroup, QString(), false,
-             QString(), QString(), QString(),
+            {QStringLiteral("card"),
+             entry.id,
+             QString(),
+             entry.title,
+             entry.status.value_or(QString()).toUpper(),
+             style.symbol,
+             style.accent,
+             output.text,
+             output.muted,
+             output.monospaced,
+             output.toggleLabel,
+             inGroup,
+             QString(),
+             false,
+             QString(),
+             QString(),
+             QString(),
              QVariant::fromValue<QObject*>(markdown ? markdown->blocks() : nullptr),
-             changeLinks(entry, diffs, m_changesCards)}};
+             changeLinks(entry, diffs, m_changesCards),
+             transcriptImages(entry)}};
 }
 
 void TranscriptViewModel::setPageOffset(qint64 offset)
@@ -245,12 +274,26 @@ bool TranscriptViewModel::refresh()
         }
         const bool expanded = activityGroupExpanded(override, m_preference.expanded());
         rows.append({QStringLiteral("header:") + block.id(),
-                     {QStringLiteral("header"), QString(), block.id(), QStringLiteral("Processing"),
-                      QString(), SessionActivityPreference::symbol(), QString(), QString(), false,
-                      false, QString(), false, activityUpdatesText(block.entries.size()), expanded,
-                      expansionValue(expanded), QStringLiteral("processing-") + block.id(),
+                     {QStringLiteral("header"),
+                      QString(),
+                      block.id(),
+                      QStringLiteral("Processing"),
+                      QString(),
+                      SessionActivityPreference::symbol(),
+                      QString(),
+                      QString(),
+                      false,
+                      false,
+                      QString(),
+                      false,
+                      activityUpdatesText(block.entries.size()),
+                      expanded,
+                      expansionValue(expanded),
+                      QStringLiteral("processing-") + block.id(),
                       expanded ? QStringLiteral("go-down") : QStringLiteral("go-next"),
-                      QVariant::fromValue<QObject*>(nullptr), QVariantList()}});
+                      QVariant::fromValue<QObject*>(nullptr),
+                      QVariantList(),
+                      QVariantList()}});
         if (expanded)
             for (const TranscriptEntry& entry : block.entries)
                 rows.append(cardRow(entry, phase, true, outputs, state->turnDiffs));
