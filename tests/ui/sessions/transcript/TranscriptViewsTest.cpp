@@ -190,8 +190,8 @@ TEST_F(TranscriptViewModelTest, AnswersShowAsMarkdownBlocksThatChangeOneByOne)
     const int answer = view.rows()->rowOf("card:a1");
     EXPECT_EQ(view.rows()->value(view.rows()->rowOf("card:c1"), "blocks").value<QObject*>(),
               nullptr);
-    auto* blocks = qobject_cast<RecordListModel*>(
-        view.rows()->value(answer, "blocks").value<QObject*>());
+    auto* blocks =
+        qobject_cast<RecordListModel*>(view.rows()->value(answer, "blocks").value<QObject*>());
     ASSERT_NE(blocks, nullptr);
     QAbstractItemModelTester blockTester{blocks,
                                          QAbstractItemModelTester::FailureReportingMode::Fatal};
@@ -219,7 +219,8 @@ TEST_F(TranscriptViewModelTest, AnswersShowAsMarkdownBlocksThatChangeOneByOne)
     // Past the live limit, the newest blocks show after a notice.
     workspace.changeSession("s", [](CodexSessionState& session) {
         for (int i = 0; i < 100; ++i)
-            session.transcript.back().text += QStringLiteral("\n\nParagraph %1 of the answer.").arg(i);
+            session.transcript.back().text +=
+                QStringLiteral("\n\nParagraph %1 of the answer.").arg(i);
     });
     EXPECT_EQ(blocks->value(0, "blockType"), "notice");
     EXPECT_EQ(blocks->value(0, "plainText"), "… showing latest live output …");
