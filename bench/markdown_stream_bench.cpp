@@ -1,7 +1,7 @@
-// A 2,000-line Markdown answer streamed into a session one line at a time, through the workspace and
-// the transcript's view model (parsing, slicing, rows), as the window gets it. Prints the time per
-// update in each stretch of 250 lines: flat figures mean the total grows linearly. Beside them, the
-// time to parse the whole message once at that size, which is what each update would cost if
+// A 2,000-line Markdown answer streamed into a session one line at a time, through the workspace
+// and the transcript's view model (parsing, slicing, rows), as the window gets it. Prints the time
+// per update in each stretch of 250 lines: flat figures mean the total grows linearly. Beside them,
+// the time to parse the whole message once at that size, which is what each update would cost if
 // everything were parsed again.
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
@@ -76,9 +76,13 @@ int main(int argc, char** argv)
     const QString id = QStringLiteral("s");
     workspace.changeSession(id, [](CodexSessionState& session) {
         session.turnControl.phase = TurnControlState::Phase::Running;
-        session.transcript.push_back({QStringLiteral("a1"), TranscriptKind::Assistant,
-                                      QStringLiteral("Codex"), QString(),
-                                      QStringLiteral("running"), std::nullopt, {}});
+        session.transcript.push_back({QStringLiteral("a1"),
+                                      TranscriptKind::Assistant,
+                                      QStringLiteral("Codex"),
+                                      QString(),
+                                      QStringLiteral("running"),
+                                      std::nullopt,
+                                      {}});
     });
     TranscriptViewModel view(workspace, preference, id);
 

@@ -6,9 +6,12 @@
 
 #include <QGuiApplication>
 #include <QQuickItem>
+#include <QQuickTextDocument>
 #include <QQuickWindow>
 #include <QStyleHints>
 #include <QTest>
+#include <QTextBlock>
+#include <QTextDocument>
 
 #include <gtest/gtest.h>
 
@@ -64,7 +67,7 @@ const char* changesScenario = R"({
             "source": "cli", "status": {"type": "idle"}, "updatedAt": 1700000000}]}},
         "turn/start": {"result": {"turn": {"id": "turn-1"}}}},
     "cues": [{"when": "Fix the build", "actions": [{"streamTurn": {"threadId": "thr_1", "turnId": "turn-1",
-        "echoInput": true, "reply": "## Fixed\n\nThe flags now read `-O2`.\n",
+        "echoInput": true, "reply": "## Fixed\n\nThe flags now read `-O2`. <script>alert(1)</script> <img src=\"http://127.0.0.1:9/x.png\"> [run](javascript:alert(1)) [docs](https://example.com/d)\n",
         "diff": "diff --git a/Makefile b/Makefile\n--- a/Makefile\n+++ b/Makefile\n@@ -1,2 +1,3 @@\n all:\n-CFLAGS=-O0\n+CFLAGS=-O2\n+LDFLAGS=-s\ndiff --git a/notes.txt b/notes.txt\ndeleted file mode 100644\n--- a/notes.txt\n+++ /dev/null\n@@ -1 +0,0 @@\n-old\n"}}]}]})";
 
 } // namespace
@@ -119,9 +122,28 @@ TEST(MainWindow, ATurnSentWithAnImageShowsItAndItsChangesCard)
     EXPECT_TRUE(waitFor([&] { return shown.item("diff-changes-file-0-turn-1")->isVisible(); }));
     EXPECT_EQ(shown.text("diff-changes-file-0-turn-1"),
               "@@ -1,2 +1,3 @@\n all:\n-CFLAGS=-O0\n+CFLAGS=-O2\n+LDFLAGS=-s");
-    // The reply is Markdown: a heading, then a paragraph with inline code.
+    // The reply is Markdown: a heading, then a paragraph whose markup is text and whose only link
+    // is the web one.
     EXPECT_TRUE(waitFor([&] { return shown.window.find("markdown-heading-0") != nullptr; }));
-    EXPECT_TRUE(shown.window.find("markdown-paragraph-1") != nullptr);
+    QObject* paragraph = shown.window.find("markdown-paragraph-1");
+    ASSERT_TRUE(paragraph);
+    QObject* spans = nullptr;
+    for (QObject* child : paragraph->findChildren<QObject*>())
+        if (child->property("textDocument").isValid())
+            spans = child;
+    ASSERT_TRUE(spans);
+    const QTextDocument* document =
+        spans->property("textDocument").value<QQuickTextDocument*>()->textDocument();
+    EXPECT_EQ(document->toPlainText(),
+              "The flags now read -O2. <script>alert(1)</script> "
+              "<img src=\"http://127.0.0.1:9/x.png\"> run (javascript:alert(1)) docs "
+              "(https://example.com/d)");
+    QStringList anchors;
+    for (QTextBlock block = document->begin(); block.isValid(); block = block.next())
+        for (auto fragment = block.begin(); !fragment.atEnd(); ++fragment)
+            if (fragment.fragment().charFormat().isAnchor())
+                anchors.append(fragment.fragment().charFormat().anchorHref());
+    EXPECT_EQ(anchors, QStringList({"https://example.com/d"}));
 }
 
 TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)
