@@ -228,6 +228,41 @@ TEST_F(TranscriptViewModelTest, AnswersShowAsMarkdownBlocksThatChangeOneByOne)
     EXPECT_LT(blocks->rowCount(), 80);
 }
 
+TEST_F(TranscriptViewModelTest, ATurnsChangesFollowItsEntriesAndFileChangesLinkToThem)
+{
+    const char* diff = "diff --git a/src/a.c b/src/a.c\n--- a/src/a.c\n+++ b/src/a.c\n"
+                       "@@ -1 +1,2 @@\n-x\n+y\n+z\n";
+    workspace.changeSession("s", [&](CodexSessionState& session) {
+        session.transcript.insert(session.transcript.begin() + 2,
+                                  entry("f1", TranscriptKind::FileChange, "/work/src/a.c\n+y"));
+        session.turnDiffs = {{"T1", diff, QString("c1")}, {"T2", diff, std::nullopt}};
+    });
+    // T1 after its group (c1, f1, r1), T2 after the newest entry while its turn runs.
+    EXPECT_EQ(rowKeys(), QStringList({"card:u1", "header:c1", "card:c1", "card:f1", "card:r1",
+                                      "changes:T1", "card:a1", "changes:T2"}));
+    const int changes = view.rows()->rowOf("changes:T1");
+    EXPECT_EQ(view.rows()->value(changes, "text"), "1 file changed  +2 −1");
+    auto* files =
+        qobject_cast<RecordListModel*>(view.rows()->value(changes, "blocks").value<QObject*>());
+    ASSERT_NE(files, nullptr);
+    EXPECT_EQ(files->value(0, "path"), "src/a.c");
+    EXPECT_FALSE(files->value(0, "expanded").toBool());
+
+    // The file change links to the newest turn that changed its file; following it opens the file.
+    const QVariantList links = view.rows()->value(view.rows()->rowOf("card:f1"), "links").toList();
+    ASSERT_EQ(links.size(), 1);
+    EXPECT_EQ(links[0].toMap()["turnID"], "T2");
+    EXPECT_EQ(links[0].toMap()["path"], "src/a.c");
+    QSignalSpy revealed(&view, &TranscriptViewModel::revealRequested);
+    view.revealChange("T2", "src/a.c");
+    ASSERT_EQ(revealed.size(), 1);
+    EXPECT_EQ(revealed.front().front(), "changes-file-0-T2");
+    auto* newest = qobject_cast<RecordListModel*>(
+        view.rows()->value(view.rows()->rowOf("changes:T2"), "blocks").value<QObject*>());
+    EXPECT_TRUE(newest->value(0, "expanded").toBool());
+    EXPECT_EQ(newest->value(0, "lines").toList().size(), 4);
+}
+
 TEST_F(TranscriptViewModelTest, OnlyLinksToTheWebOrMailOpenAndOnlyWhenAsked)
 {
     QStringList opened;
