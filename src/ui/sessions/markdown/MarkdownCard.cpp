@@ -8,6 +8,9 @@ namespace nimbrel {
 
 namespace {
 
+// Deeper lists and quotes are drawn at this depth, so that nesting cannot push text out of sight.
+constexpr int maximumDepth = 6;
+
 QString blockType(MarkdownBlockKind kind)
 {
     switch (kind) {
@@ -42,9 +45,9 @@ ListRecord blockRow(std::size_t index, const MarkdownBlock& block)
                                      {QStringLiteral("header"), row == 0}});
         }
     return {QStringLiteral("block:") + QString::number(index),
-            {blockType(block.kind), block.headingLevel, block.listDepth, block.marker,
-             block.quoteDepth, spanValues(block.spans), block.code, block.language, cells, columns,
-             plainText(block.spans)}};
+            {blockType(block.kind), block.headingLevel, std::min(block.listDepth, maximumDepth),
+             block.marker, std::min(block.quoteDepth, maximumDepth), spanValues(block.spans),
+             block.code, block.language, cells, columns, plainText(block.spans)}};
 }
 
 ListRecord noticeRow(const QString& notice)

@@ -204,6 +204,14 @@ TEST_F(TranscriptViewModelTest, AnswersShowAsMarkdownBlocksThatChangeOneByOne)
     EXPECT_EQ(blocks->value(0, "blockType"), "heading");
     EXPECT_EQ(blocks->value(1, "marker"), "•");
     EXPECT_EQ(blocks->value(3, "plainText"), "All");
+    // Nesting however deep is drawn at most six levels in.
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.transcript.back().text = QString(500, '>') + QStringLiteral(" deep");
+    });
+    EXPECT_EQ(blocks->value(0, "quoteDepth"), 6);
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.transcript.back().text = QStringLiteral("# Done\n\n- built\n- tested\n\nAll");
+    });
 
     // A delta touches only the block it grew.
     QSignalSpy changed(blocks, &QAbstractItemModel::dataChanged);
