@@ -168,9 +168,7 @@ void fillSession(BridgeUnderTest& bridge, bool running, int logLines = 6)
 // An answer in Markdown with every construct the window lays out.
 const char* markdownAnswer = R"(## What was wrong
 
-The generated header `version.h` was **not a dependency** of the library, so a *clean* build
-compiled `main.cpp` before it existed. See [the CMake manual](https://cmake.org/cmake/help/latest/)
-and the note at https://example.com/notes.
+The generated header `version.h` was **not a dependency** of the library, so a *clean* build compiled `main.cpp` before it existed. See [the CMake manual](https://cmake.org/cmake/help/latest/) and the note at https://example.com/notes.
 
 1. Reproduce on a clean clone
 2. Fix the dependency
@@ -191,8 +189,7 @@ add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/version.h
                    DEPENDS ${PROJECT_SOURCE_DIR}/cmake/Version.cmake)
 ```
 
-Nothing here loads by itself: ![build graph](https://example.com/graph.png), <img src="https://example.com/t.png">
-and [a script link](javascript:alert(1)) stay text.)";
+Nothing here loads by itself: ![build graph](https://example.com/graph.png), <img src="https://example.com/t.png"> and [a script link](javascript:alert(1)) stay text.)";
 
 void fillMarkdownAnswer(BridgeUnderTest& bridge)
 {

@@ -262,8 +262,9 @@ public:
             return append(QString(QChar::ReplacementCharacter));
         case MD_TEXT_BR:
             return append(m_inCode ? QString() : QStringLiteral("\n"));
+        // A line break in a paragraph stays one, as in a chat: Codex writes lines it means.
         case MD_TEXT_SOFTBR:
-            return append(QStringLiteral(" "));
+            return append(QStringLiteral("\n"));
         case MD_TEXT_ENTITY:
             return append(entityText(text, size));
         default:

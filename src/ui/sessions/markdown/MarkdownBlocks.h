@@ -10,7 +10,8 @@ namespace nimbrel {
 // Markdown as the window lays it out: a flat list of blocks, each a run of styled spans or a piece
 // of code, with the lists and quotes it sits in given as depths. Nothing in it refers to anything
 // the window would load: an image is its alt text and its address, raw HTML is text, and a link
-// keeps its target only where the user may open it (http, https, mailto).
+// keeps its target only where the user may open it (http, https, mailto). Line breaks within a
+// paragraph are kept.
 
 struct MarkdownSpan {
     QString text;

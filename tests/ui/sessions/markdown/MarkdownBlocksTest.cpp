@@ -74,6 +74,13 @@ TEST(MarkdownBlocks, HeadingsAndParagraphsWithTheirSpans)
                                     span(" and "), code("grep -n"), span(".")}));
 }
 
+TEST(MarkdownBlocks, LineBreaksWithinAParagraphStay)
+{
+    const auto blocks = parseMarkdown(u"✓ Reproduce\n✓ Fix\n");
+    ASSERT_EQ(blocks.size(), 1u);
+    EXPECT_EQ(plainText(blocks[0].spans), QStringLiteral("✓ Reproduce\n✓ Fix"));
+}
+
 TEST(MarkdownBlocks, NestedListsCarryDepthAndMarkers)
 {
     const auto blocks = parseMarkdown(u"- one\n  1. first\n  2. second\n- two\n\n3. three\n");
