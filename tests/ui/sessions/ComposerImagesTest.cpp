@@ -4,6 +4,8 @@
 #include "ui/sessions/transcript/ChangesCard.h"
 #include "ui/sessions/transcript/TranscriptPresentation.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
@@ -69,6 +71,20 @@ TEST_F(ComposerImagesTest, FilesThatAreNoImagesAreRefusedAndAnImageAloneCanBeSen
     EXPECT_EQ(images.error(), "A message takes at most 8 images.");
     images.remove(images.images()[0].toMap()["id"].toString());
     EXPECT_EQ(images.images().size(), draftImageLimit - 1);
+}
+
+TEST_F(ComposerImagesTest, PastingAttachesAnImageAndLeavesTextToTheField)
+{
+    workspace.changeSession("s", [](CodexSessionState&) {});
+    ComposerImages images(workspace, "s");
+    QGuiApplication::clipboard()->setText("just words");
+    EXPECT_FALSE(images.pasteImage());
+    QImage shot(3000, 2000, QImage::Format_RGB32);
+    shot.fill(Qt::darkGreen);
+    QGuiApplication::clipboard()->setImage(shot);
+    EXPECT_TRUE(images.pasteImage());
+    ASSERT_EQ(images.images().size(), 1);
+    EXPECT_EQ(images.images()[0].toMap()["sizeText"], "2048 × 1365");
 }
 
 TEST(TranscriptImages, OnlyPictureDataIsDrawnAndEverythingElseIsText)
