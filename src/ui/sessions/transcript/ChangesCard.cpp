@@ -126,7 +126,11 @@ void writeDiffLines(QTextDocument& document, const QVariantList& lines, const QC
 
 void ChangesCard::show(const QString& diff)
 {
-    if (diff == m_diff && !m_files.empty())
+    // The session's own copy comes back on every refresh: the same text is known without reading
+    // it.
+    const bool same =
+        (diff.constData() == m_diff.constData() && diff.size() == m_diff.size()) || diff == m_diff;
+    if (same && !m_files.empty())
         return;
     m_diff = diff;
     m_files = parseUnifiedDiff(diff);

@@ -125,7 +125,7 @@ Rectangle {
                     required property int index
                     objectName: "change-link-" + card.entryID + "-" + index
                     text: modelData.label
-                    icon.name: "go-jump"
+                    icon.name: modelData.symbol
                     flat: true
                     font.family: "monospace"
                     palette.buttonText: card.tint

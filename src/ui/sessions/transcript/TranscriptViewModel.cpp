@@ -88,6 +88,7 @@ QVariantList changeLinks(const TranscriptEntry& entry, const std::vector<TurnDif
                 continue;
             linked.insert(file.path);
             links.append(QVariantMap{{QStringLiteral("label"), file.path},
+                                     {QStringLiteral("symbol"), QStringLiteral("go-jump")},
                                      {QStringLiteral("turnID"), diff->turnID},
                                      {QStringLiteral("path"), file.path}});
         }

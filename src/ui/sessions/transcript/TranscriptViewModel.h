@@ -35,8 +35,8 @@ public:
     // Roles of a row. rowType is "header", "card" or "changes"; a card inside a group has inGroup;
     // a card shown as Markdown has its blocks (a list model), a changes card its files (a list
     // model, entryID its turn), others none. A file change card links to its files in a turn's
-    // changes: links, a list of maps of label, turnID and path. A user's card has its images (see
-    // transcriptImages).
+    // changes: links, a list of maps of label, symbol, turnID and path. A user's card has its
+    // images (see transcriptImages).
     static const QList<QByteArray> roles;
 
     TranscriptViewModel(CodexWorkspace& workspace, SessionActivityPreference& preference,
