@@ -14,7 +14,7 @@ packages=(
   adwaita-icon-theme fonts-dejavu-core
   libssl-dev libavahi-client-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev rapidjson-dev nlohmann-json3-dev
-  nodejs chromium libqrencode-dev
+  nodejs chromium libqrencode-dev libmd4c-dev
   dpkg-dev lintian desktop-file-utils appstream dbus-daemon
 )
 

@@ -12,6 +12,7 @@ namespace nimbrel {
 struct CodexSessionState {
     QString threadID;
     QString draft;
+    std::vector<DraftImage> draftImages;
     std::vector<TranscriptEntry> transcript; // oldest first
     std::optional<QString> model;
     std::optional<QString> reasoningEffort;
@@ -26,6 +27,7 @@ struct CodexSessionState {
     std::optional<CodexSessionUsage> tokenUsage;
     // Sent with every resume and turn from now on; a listed session starts in full access.
     PermissionMode permissionMode = PermissionMode::FullAccess;
+    std::vector<TurnDiff> turnDiffs; // oldest turn first
 
     friend bool operator==(const CodexSessionState&, const CodexSessionState&) = default;
 };

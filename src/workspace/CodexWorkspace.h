@@ -108,6 +108,8 @@ public:
     Q_INVOKABLE void selectThread(const QString& id);
     Q_INVOKABLE void closeTab(const QString& id);
     Q_INVOKABLE void setDraft(const QString& text, const QString& id);
+    void addDraftImage(const DraftImage& image, const QString& id);
+    void removeDraftImage(const QString& imageID, const QString& id);
     void persistOpenTabs();
 
     // ---- session actions: a name, the archive, a copy to go on from
@@ -135,7 +137,10 @@ public:
 
     // ---- turns
     Q_INVOKABLE void send(const QString& text, const QString& threadID);
-    void startTurn(const QString& text, const QString& threadID);
+    // A message with images (data URLs, or absolute paths on this computer) beside its text; either
+    // may be empty, not both.
+    void send(const QString& text, const QString& threadID, const QStringList& images);
+    void startTurn(const QString& text, const QString& threadID, const QStringList& images = {});
     Q_INVOKABLE void stopTurn(const QString& threadID);
     void interruptTurn(const QString& threadID, const QString& turnID);
 
@@ -262,11 +267,13 @@ private:
     void handleReasoningDelta(const QString& threadID, const JSONValue& params);
     void addToolProgress(const QString& threadID, const QString& itemID, const QString& message);
     void handlePlanUpdated(const JSONValue& params, const QString& threadID);
+    void handleTurnDiff(const QString& threadID, const JSONValue& params);
     void setActivityText(const QString& threadID, const std::optional<QString>& text);
 
     // Turns.
-    void resumeAndStart(const QString& text, const QString& threadID);
-    void steer(const QString& text, const QString& threadID, const QString& turnID);
+    void resumeAndStart(const QString& text, const QString& threadID, const QStringList& images);
+    void steer(const QString& text, const QString& threadID, const QString& turnID,
+               const QStringList& images);
     void handleTurnStartReply(const QString& threadID, const WorkspaceResult& outcome);
     void failTurn(const QString& threadID, const QString& message);
     // Calls requester, or completion with transportUnavailable where there is none.

@@ -77,6 +77,8 @@ void CodexWorkspace::handleNotification(const QString& method, const JSONValue& 
         setActivityText(threadID, QStringLiteral("Updating the plan…"));
     } else if (method == QLatin1String("turn/plan/updated")) {
         handlePlanUpdated(params, threadID);
+    } else if (method == QLatin1String("turn/diff/updated")) {
+        handleTurnDiff(threadID, params);
     } else if (method == QLatin1String("item/mcpToolCall/progress")) {
         const std::optional<QString> message = stringAt(params, "message");
         const std::optional<QString> itemID = stringAt(params, "itemId");
@@ -141,6 +143,11 @@ void CodexWorkspace::handleTurnCompleted(const QString& threadID, const JSONValu
                 std::nullopt,
                 {}});
         }
+        // The turn's changes stay after what was newest when it ended.
+        if (!session.transcript.empty())
+            for (TurnDiff& diff : session.turnDiffs)
+                if (!diff.afterEntryID && (!turnID || diff.turnID == *turnID))
+                    diff.afterEntryID = session.transcript.back().id;
         session.turnControl = TurnControlState{};
         session.activityText.reset();
     });
@@ -149,6 +156,28 @@ void CodexWorkspace::handleTurnCompleted(const QString& threadID, const JSONValu
                    status == QLatin1String("failed") || status == QLatin1String("interrupted")
                        ? status
                        : QStringLiteral("completed"));
+}
+
+// The whole diff of a turn so far replaces the one before; the same diff again changes nothing.
+void CodexWorkspace::handleTurnDiff(const QString& threadID, const JSONValue& params)
+{
+    const std::optional<QString> turnID = stringAt(params, "turnId");
+    const std::optional<QString> diff = stringAt(params, "diff");
+    if (!turnID || !diff)
+        return;
+    const CodexSessionState* held = session(threadID);
+    if (held)
+        for (const TurnDiff& kept : held->turnDiffs)
+            if (kept.turnID == *turnID && kept.diff == *diff)
+                return;
+    changeSession(threadID, [&](CodexSessionState& state) {
+        for (TurnDiff& kept : state.turnDiffs)
+            if (kept.turnID == *turnID) {
+                kept.diff = *diff;
+                return;
+            }
+        state.turnDiffs.push_back({*turnID, *diff, std::nullopt});
+    });
 }
 
 void CodexWorkspace::handleItem(const QString& threadID, const JSONValue& params, bool completed)

@@ -192,6 +192,19 @@ void CodexWorkspace::setDraft(const QString& text, const QString& id)
     changeSession(id, [&](CodexSessionState& session) { session.draft = text; });
 }
 
+void CodexWorkspace::addDraftImage(const DraftImage& image, const QString& id)
+{
+    changeSession(id, [&](CodexSessionState& session) { session.draftImages.push_back(image); });
+}
+
+void CodexWorkspace::removeDraftImage(const QString& imageID, const QString& id)
+{
+    changeSession(id, [&](CodexSessionState& session) {
+        std::erase_if(session.draftImages,
+                      [&](const DraftImage& image) { return image.id == imageID; });
+    });
+}
+
 void CodexWorkspace::persistOpenTabs()
 {
     if (m_isDemoMode)

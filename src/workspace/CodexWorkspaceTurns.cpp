@@ -15,17 +15,30 @@ using Phase = TurnControlState::Phase;
 const QString stillStarting =
     QStringLiteral("Codex is still starting this turn. You can stop it or wait a moment.");
 
-JSONValue textInput(const QString& text)
+// The text, where there is any, then each image: a data URL as an image, a path as a local one.
+JSONValue userInput(const QString& text, const QStringList& images)
 {
-    return JSONValue::array({JSONValue::object({{"type", "text"}, {"text", text}})});
+    std::vector<JSONValue> items;
+    if (!text.isEmpty() || images.isEmpty())
+        items.push_back(JSONValue::object({{"type", "text"}, {"text", text}}));
+    for (const QString& image : images)
+        items.push_back(image.startsWith(QLatin1String("data:"))
+                            ? JSONValue::object({{"type", "image"}, {"url", image}})
+                            : JSONValue::object({{"type", "localImage"}, {"path", image}}));
+    return JSONValue::array(std::move(items));
 }
 
 } // namespace
 
 void CodexWorkspace::send(const QString& text, const QString& threadID)
 {
+    send(text, threadID, {});
+}
+
+void CodexWorkspace::send(const QString& text, const QString& threadID, const QStringList& images)
+{
     const QString message = text.trimmed();
-    if (message.isEmpty())
+    if (message.isEmpty() && images.isEmpty())
         return;
     if (m_isDemoMode)
         return sendInDemo(message, threadID);
@@ -37,10 +50,10 @@ void CodexWorkspace::send(const QString& text, const QString& threadID)
     const TurnControlState control = held ? held->turnControl : TurnControlState{};
     switch (control.phase) {
     case Phase::Idle:
-        return resumeAndStart(message, threadID);
+        return resumeAndStart(message, threadID, images);
     case Phase::Running:
         if (control.turnID)
-            return steer(message, threadID, *control.turnID);
+            return steer(message, threadID, *control.turnID, images);
         return setErrorMessage(stillStarting);
     case Phase::Starting:
         return setErrorMessage(stillStarting);
@@ -51,7 +64,8 @@ void CodexWorkspace::send(const QString& text, const QString& threadID)
 }
 
 // An idle session is always resumed first, whether or not the engine still has it loaded.
-void CodexWorkspace::resumeAndStart(const QString& text, const QString& threadID)
+void CodexWorkspace::resumeAndStart(const QString& text, const QString& threadID,
+                                    const QStringList& images)
 {
     PermissionMode mode = PermissionMode::FullAccess;
     changeSession(threadID, [&mode](CodexSessionState& session) {
@@ -65,30 +79,33 @@ void CodexWorkspace::resumeAndStart(const QString& text, const QString& threadID
                                {"approvalPolicy", approvalPolicyOf(mode)},
                                {"sandbox", sandboxModeOf(mode)},
                                {"excludeTurns", true}}),
-            [self, text, threadID](const WorkspaceResult& outcome) {
+            [self, text, threadID, images](const WorkspaceResult& outcome) {
                 if (!self)
                     return;
                 if (outcome.ok())
-                    self->startTurn(text, threadID);
+                    self->startTurn(text, threadID, images);
                 else
                     self->failTurn(threadID, outcome.error().text());
             });
 }
 
 // The user's message enters the transcript when the engine reports it: no local echo here.
-void CodexWorkspace::steer(const QString& text, const QString& threadID, const QString& turnID)
+void CodexWorkspace::steer(const QString& text, const QString& threadID, const QString& turnID,
+                           const QStringList& images)
 {
     QPointer<CodexWorkspace> self(this);
     request(QStringLiteral("turn/steer"),
-            JSONValue::object(
-                {{"threadId", threadID}, {"expectedTurnId", turnID}, {"input", textInput(text)}}),
+            JSONValue::object({{"threadId", threadID},
+                               {"expectedTurnId", turnID},
+                               {"input", userInput(text, images)}}),
             [self](const WorkspaceResult& outcome) {
                 if (self && !outcome.ok())
                     self->setErrorMessage(outcome.error().text());
             });
 }
 
-void CodexWorkspace::startTurn(const QString& text, const QString& threadID)
+void CodexWorkspace::startTurn(const QString& text, const QString& threadID,
+                               const QStringList& images)
 {
     std::optional<QString> model, effort;
     PermissionMode mode = PermissionMode::FullAccess;
@@ -100,7 +117,8 @@ void CodexWorkspace::startTurn(const QString& text, const QString& threadID)
                                                      text,
                                                      std::nullopt,
                                                      std::nullopt,
-                                                     {}});
+                                                     {},
+                                                     images});
         if (session.turnControl.phase == Phase::Idle)
             session.turnControl = {Phase::Starting, std::nullopt};
         session.activityText = QStringLiteral("Starting the turn…");
@@ -110,7 +128,7 @@ void CodexWorkspace::startTurn(const QString& text, const QString& threadID)
     });
     std::vector<std::pair<std::string, JSONValue>> params{
         {"threadId", threadID},
-        {"input", textInput(text)},
+        {"input", userInput(text, images)},
         {"approvalPolicy", approvalPolicyOf(mode)},
         {"sandboxPolicy", sandboxPolicyOf(mode)},
         {"summary", "detailed"},

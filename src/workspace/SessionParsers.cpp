@@ -44,6 +44,24 @@ QString userMessageText(const JSONValue& item)
     return texts.join(QLatin1Char('\n'));
 }
 
+// The images of a user's message: data URLs and other addresses as sent, local ones by path.
+QStringList userMessageImages(const JSONValue& item)
+{
+    QStringList images;
+    if (const JSONValue* content = item.find("content"))
+        for (const JSONValue& element : content->items()) {
+            const std::optional<QString> type = stringAt(element, "type");
+            if (type == QStringLiteral("image")) {
+                if (auto url = stringAt(element, "url"))
+                    images.append(*url);
+            } else if (type == QStringLiteral("localImage")) {
+                if (auto path = stringAt(element, "path"))
+                    images.append(*path);
+            }
+        }
+    return images;
+}
+
 QString fileChangeText(const JSONValue& item)
 {
     const JSONValue* changes = item.find("changes");
@@ -217,6 +235,7 @@ std::optional<TranscriptEntry> parseTranscriptItem(const JSONValue& item)
         entry.kind = TranscriptKind::User;
         entry.title = QStringLiteral("You");
         entry.text = userMessageText(item);
+        entry.images = userMessageImages(item);
     } else if (*type == "agentMessage") {
         entry.kind = TranscriptKind::Assistant;
         entry.phase = stringAt(item, "phase");

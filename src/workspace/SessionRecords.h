@@ -72,6 +72,8 @@ struct TranscriptEntry {
     std::optional<QString> status;
     std::optional<QString> phase;
     QStringList progressMessages;
+    // The images of a user's message: data URLs, or paths on this computer.
+    QStringList images = {};
 
     // A step of the work rather than part of the conversation.
     bool isActivity() const;
@@ -79,6 +81,28 @@ struct TranscriptEntry {
     QString combinedText() const;
 
     friend bool operator==(const TranscriptEntry&, const TranscriptEntry&) = default;
+};
+
+// An image attached to the message being written, already shrunk to send: url is a data URL.
+struct DraftImage {
+    QString id;
+    QString name;
+    QString url;
+    int width = 0;
+    int height = 0;
+
+    friend bool operator==(const DraftImage&, const DraftImage&) = default;
+};
+
+// The newest unified diff Codex sent for one turn: everything the turn changed so far. While the
+// turn runs its card follows the newest entry; once it ends, the card stays after the entry that
+// was newest then.
+struct TurnDiff {
+    QString turnID;
+    QString diff;
+    std::optional<QString> afterEntryID;
+
+    friend bool operator==(const TurnDiff&, const TurnDiff&) = default;
 };
 
 // One conversation entry alone, or a run of consecutive activity entries. Never empty.

@@ -2,14 +2,18 @@
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/RunningProgram.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
 
 #include <QDirIterator>
 #include <QFile>
 #include <QGuiApplication>
 #include <QQuickItem>
+#include <QQuickTextDocument>
 #include <QQuickWindow>
 #include <QStyleHints>
 #include <QTest>
+#include <QTextBlock>
+#include <QTextDocument>
 
 #include <gtest/gtest.h>
 
@@ -262,6 +266,94 @@ TEST(MainWindow, ANewSessionsModeAndTheHeadersChoiceReachCodex)
     EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
     EXPECT_EQ(lastParams(bridge, "turn/start")["approvalPolicy"], JSONValue("on-request"));
     EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+}
+
+namespace {
+
+// A listed session whose turn sends its diff and echoes the message's input items back.
+const char* changesScenario = R"({
+    "methods": {
+        "thread/list": {"result": {"data": [{"id": "thr_1", "preview": "Fix the build", "cwd": "/work",
+            "source": "cli", "status": {"type": "idle"}, "updatedAt": 1700000000}]}},
+        "turn/start": {"result": {"turn": {"id": "turn-1"}}}},
+    "cues": [{"when": "Fix the build", "actions": [{"streamTurn": {"threadId": "thr_1", "turnId": "turn-1",
+        "echoInput": true, "reply": "## Fixed\n\nThe flags now read `-O2`. <script>alert(1)</script> <img src=\"http://127.0.0.1:9/x.png\"> [run](javascript:alert(1)) [docs](https://example.com/d)\n",
+        "diff": "diff --git a/Makefile b/Makefile\n--- a/Makefile\n+++ b/Makefile\n@@ -1,2 +1,3 @@\n all:\n-CFLAGS=-O0\n+CFLAGS=-O2\n+LDFLAGS=-s\ndiff --git a/notes.txt b/notes.txt\ndeleted file mode 100644\n--- a/notes.txt\n+++ /dev/null\n@@ -1 +0,0 @@\n-old\n"}}]}]})";
+
+} // namespace
+
+TEST(MainWindow, ATurnSentWithAnImageShowsItAndItsChangesCard)
+{
+    BridgeUnderTest bridge(json(changesScenario));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return bridge.workspace().threads().size() == 1; }));
+    bridge.workspace().openThread("thr_1");
+    bridge.workspace().selectThread("thr_1");
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-attach") != nullptr; }));
+
+    // A photo larger than the limit, chosen as the file dialog would hand it over.
+    QImage photo(4000, 3000, QImage::Format_RGB32);
+    photo.fill(QColor(0x20, 0x80, 0xc0));
+    const QString path = bridge.home.filePath("photo.png");
+    ASSERT_TRUE(photo.save(path));
+    MacSessionViewModel* session = shown.window.sessions().sessionView();
+    session->composerImages()->attachFiles({QUrl::fromLocalFile(path)});
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-image-0") != nullptr; }));
+    session->setDraft(QStringLiteral("Fix the build"));
+    shown.click(shown.item("composer-send"));
+
+    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
+    JSONValue input;
+    for (const JSONValue& message : bridge.engine.received())
+        if (message["method"]->stringView() == std::string_view("turn/start"))
+            input = *(*message["params"])["input"];
+    ASSERT_EQ(input.items().size(), 2u);
+    EXPECT_EQ(*input.items()[0]["text"]->stringView(), "Fix the build");
+    EXPECT_EQ(*input.items()[1]["type"]->stringView(), "image");
+    const QString url = QString::fromUtf8(*input.items()[1]["url"]->stringView());
+    ASSERT_TRUE(url.startsWith("data:image/jpeg;base64,")) << url.left(40).toStdString();
+    const QImage sent = QImage::fromData(QByteArray::fromBase64(url.section(',', 1).toLatin1()));
+    EXPECT_EQ(sent.size(), QSize(2048, 1536));
+    EXPECT_TRUE(waitFor([&] { return shown.window.find("composer-image-0") == nullptr; }));
+
+    // The engine's copy of the message shows the image; the turn's changes follow its reply.
+    ASSERT_TRUE(waitFor([&] {
+        bridge.scheduler.advance(0.2);
+        return shown.window.find("changes-turn-1") != nullptr &&
+               shown.window.find("image-turn-1-user-0") != nullptr;
+    }));
+    EXPECT_EQ(shown.text("changes-summary-turn-1"), "2 files changed  +2 −2");
+    EXPECT_EQ(shown.text("added-changes-file-0-turn-1"), "+2");
+    EXPECT_EQ(shown.text("removed-changes-file-0-turn-1"), "−1");
+    EXPECT_EQ(shown.text("removed-changes-file-1-turn-1"), "−1");
+    EXPECT_FALSE(shown.item("diff-changes-file-0-turn-1")->isVisible());
+    shown.click(shown.item("toggle-changes-file-0-turn-1"));
+    EXPECT_TRUE(waitFor([&] { return shown.item("diff-changes-file-0-turn-1")->isVisible(); }));
+    EXPECT_EQ(shown.text("diff-changes-file-0-turn-1"),
+              "@@ -1,2 +1,3 @@\n all:\n-CFLAGS=-O0\n+CFLAGS=-O2\n+LDFLAGS=-s");
+    // The reply is Markdown: a heading, then a paragraph whose markup is text and whose only link
+    // is the web one.
+    EXPECT_TRUE(waitFor([&] { return shown.window.find("markdown-heading-0") != nullptr; }));
+    QObject* paragraph = shown.window.find("markdown-paragraph-1");
+    ASSERT_TRUE(paragraph);
+    QObject* spans = nullptr;
+    for (QObject* child : paragraph->findChildren<QObject*>())
+        if (child->property("textDocument").isValid())
+            spans = child;
+    ASSERT_TRUE(spans);
+    const QTextDocument* document =
+        spans->property("textDocument").value<QQuickTextDocument*>()->textDocument();
+    EXPECT_EQ(document->toPlainText(),
+              "The flags now read -O2. <script>alert(1)</script> "
+              "<img src=\"http://127.0.0.1:9/x.png\"> run (javascript:alert(1)) docs "
+              "(https://example.com/d)");
+    QStringList anchors;
+    for (QTextBlock block = document->begin(); block.isValid(); block = block.next())
+        for (auto fragment = block.begin(); !fragment.atEnd(); ++fragment)
+            if (fragment.fragment().charFormat().isAnchor())
+                anchors.append(fragment.fragment().charFormat().anchorHref());
+    EXPECT_EQ(anchors, QStringList({"https://example.com/d"}));
 }
 
 TEST(MainWindow, ApprovalsAreDecidedInTheSheetOneAfterAnother)

@@ -5,12 +5,15 @@
 #include "support/BridgeUnderTest.h"
 #include "support/EventLoop.h"
 #include "support/PairedPeer.h"
+#include "ui/sessions/BridgeWorkspaceViewModel.h"
+#include "ui/sessions/ComposerImages.h"
 
 #include <QCommandLineParser>
 #include <QDateTime>
 #include <QDir>
 #include <QGuiApplication>
 #include <QImage>
+#include <QPainter>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QSet>
@@ -188,6 +191,126 @@ void fillSession(BridgeUnderTest& bridge, bool running, int logLines = 6)
             session.activityText = QStringLiteral("Running cmake --build build");
         }
     });
+}
+
+// An answer in Markdown with every construct the window lays out.
+const char* markdownAnswer = R"(## What was wrong
+
+The generated header `version.h` was **not a dependency** of the library, so a *clean* build compiled `main.cpp` before it existed. See [the CMake manual](https://cmake.org/cmake/help/latest/) and the note at https://example.com/notes.
+
+1. Reproduce on a clean clone
+2. Fix the dependency
+   - add `version.h` to the sources
+   - regenerate on every configure
+3. Run the tests
+
+> A clean build is what the release job runs, so it failed there first.
+
+| File | Change |
+|---|---|
+| `src/CMakeLists.txt` | **+2** −1 |
+| `cmake/Version.cmake` | +14 |
+
+```cmake
+add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/version.h
+                   COMMAND ${CMAKE_COMMAND} -P ${PROJECT_SOURCE_DIR}/cmake/Version.cmake --output ${CMAKE_CURRENT_BINARY_DIR}/version.h
+                   DEPENDS ${PROJECT_SOURCE_DIR}/cmake/Version.cmake)
+```
+
+Nothing here loads by itself: ![build graph](https://example.com/graph.png), <img src="https://example.com/t.png"> and [a script link](javascript:alert(1)) stay text.)";
+
+void fillMarkdownAnswer(BridgeUnderTest& bridge)
+{
+    bridge.workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
+        session.transcript = {
+            entry("u1", TranscriptKind::User, "You",
+                  "The build fails on a clean clone. Find out why and fix it."),
+            entry("a1", TranscriptKind::Assistant, "Codex", QString::fromUtf8(markdownAnswer))};
+    });
+}
+
+// What a turn changed: a build file edited and a script added.
+const char* sampleDiff = "diff --git a/src/CMakeLists.txt b/src/CMakeLists.txt\n"
+                         "index 3b18e51..a9c4f2d 100644\n"
+                         "--- a/src/CMakeLists.txt\n"
+                         "+++ b/src/CMakeLists.txt\n"
+                         "@@ -12,7 +12,8 @@ add_library(core STATIC\n"
+                         "     part1.cpp\n"
+                         "     part2.cpp\n"
+                         "-    part3.cpp\n"
+                         "+    part3.cpp\n"
+                         "+    ${CMAKE_CURRENT_BINARY_DIR}/version.h\n"
+                         " )\n"
+                         " target_include_directories(core PUBLIC ${CMAKE_CURRENT_BINARY_DIR})\n"
+                         " target_link_libraries(core PUBLIC Threads::Threads)\n"
+                         "diff --git a/cmake/Version.cmake b/cmake/Version.cmake\n"
+                         "new file mode 100644\n"
+                         "index 0000000..5d1e2b7\n"
+                         "--- /dev/null\n"
+                         "+++ b/cmake/Version.cmake\n"
+                         "@@ -0,0 +1,4 @@\n"
+                         "+execute_process(COMMAND git describe --always OUTPUT_VARIABLE version\n"
+                         "+                OUTPUT_STRIP_TRAILING_WHITESPACE)\n"
+                         "+file(WRITE ${output} \"#define VERSION \\\"${version}\\\"\\n\")\n"
+                         "+message(STATUS \"version ${version}\")\n";
+
+// The session's turn sent its diff and ended: the changes follow its last entry.
+void finishTurnWithChanges(BridgeUnderTest& bridge)
+{
+    fillSession(bridge, false);
+    bridge.workspace().changeSession(SessionGallery::threadID, [](CodexSessionState& session) {
+        session.transcript[3].text = QStringLiteral(
+            "/home/ada/src/nimbrel/src/CMakeLists.txt\n/home/ada/src/nimbrel/cmake/Version.cmake");
+        session.transcript.pop_back();
+    });
+    auto notify = [&](const char* method, JSONValue params) {
+        bridge.workspace().handleNotification(QString::fromLatin1(method), params);
+    };
+    notify("turn/diff/updated", JSONValue::object({{"threadId", SessionGallery::threadID},
+                                                   {"turnId", "turn-7"},
+                                                   {"diff", sampleDiff}}));
+    notify("turn/completed",
+           JSONValue::object(
+               {{"threadId", SessionGallery::threadID},
+                {"turn", JSONValue::object({{"id", "turn-7"}, {"status", "completed"}})}}));
+}
+
+// A screenshot-like picture: a window's title bar and a few lines of text, in colour.
+QImage samplePicture(int width, int height, QColor accent)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(QColor(0xf4, 0xf4, 0xf6));
+    QPainter painter(&image);
+    painter.fillRect(0, 0, width, height / 8, accent);
+    painter.setPen(QColor(0x30, 0x30, 0x38));
+    QFont font = painter.font();
+    font.setPixelSize(height / 14);
+    painter.setFont(font);
+    for (int line = 0; line < 5; ++line)
+        painter.drawText(width / 16, height / 4 + line * height / 7,
+                         QStringLiteral("error: undefined reference to 'version' (%1)").arg(line));
+    return image;
+}
+
+// A message with a screenshot in the transcript, and another attached in the composer.
+void attachImages(BridgeUnderTest& bridge, BridgeWindow& window)
+{
+    const std::optional<DraftImage> sent =
+        preparedImage(samplePicture(1600, 1000, QColor(0xd9, 0x3f, 0x3f)), "error.png");
+    bridge.workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
+        TranscriptEntry user = entry("u1", TranscriptKind::User, "You",
+                                     "The build fails like this on a clean clone. Why?");
+        user.images = {sent->url, QStringLiteral("/home/ada/Pictures/build-log.png")};
+        session.transcript = {user, entry("a1", TranscriptKind::Assistant, "Codex",
+                                          "The linker cannot find `version`: the generated header "
+                                          "is not a dependency of the library.")};
+    });
+    waitFor([] { return false; }, 300);
+    window.sessions().sessionView()->setDraft(QStringLiteral("And this one after the fix?"));
+    window.sessions().sessionView()->composerImages()->attachImage(
+        samplePicture(1200, 800, QColor(0x34, 0xa8, 0x53)), "after.png");
+    window.sessions().sessionView()->composerImages()->attachImage(
+        samplePicture(800, 1200, QColor(0x2d, 0x6c, 0xdf)), "phone.png");
 }
 
 // Codex gone from the bridge's PATH, and the bridge told so.
@@ -529,6 +652,38 @@ int main(int argc, char** argv)
                 fillSession(bridge, true, 30);
             },
             false, size);
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "markdown-answer-narrow" : "markdown-answer", sessionsScenario(),
+            [](BridgeUnderTest& bridge, BridgeWindow&) {
+                openThreeTabs(bridge);
+                fillMarkdownAnswer(bridge);
+            },
+            false, size);
+    for (const QSize size : {QSize(), narrow})
+        tour.state(
+            size.isValid() ? "composer-images-narrow" : "composer-images", sessionsScenario(),
+            [](BridgeUnderTest& bridge, BridgeWindow& window) {
+                openThreeTabs(bridge);
+                attachImages(bridge, window);
+            },
+            false, size);
+    for (const bool unfolded : {false, true})
+        for (const QSize size : {QSize(), narrow})
+            tour.state(
+                QStringLiteral("changes-card") + (unfolded ? "-unfolded" : "") +
+                    (size.isValid() ? "-narrow" : ""),
+                sessionsScenario(),
+                [unfolded](BridgeUnderTest& bridge, BridgeWindow& window) {
+                    openThreeTabs(bridge);
+                    finishTurnWithChanges(bridge);
+                    if (!unfolded)
+                        return;
+                    Tour::settle();
+                    QMetaObject::invokeMethod(window.find(QStringLiteral("change-link-f1-0")),
+                                              "clicked");
+                },
+                false, size);
     tour.state(
         "setup-cockpit-narrow", "{}",
         [](BridgeUnderTest& bridge, BridgeWindow& window) {

@@ -302,6 +302,25 @@ TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
     EXPECT_EQ(phase("s"), Phase::Idle);
 }
 
+TEST_F(ConversationTest, ImagesGoBesideTheTextAsImagesOrLocalImages)
+{
+    workspace.send("", "s", {"data:image/png;base64,iVBO", "/home/ada/shot.png"});
+    engine.last("thread/resume").completion(json("{}"));
+    // Without text, the images alone.
+    EXPECT_EQ(engine.last("turn/start").params["input"],
+              json(R"([{"type":"image","url":"data:image/png;base64,iVBO"},
+                       {"type":"localImage","path":"/home/ada/shot.png"}])"));
+    EXPECT_EQ(session("s").transcript.back().images,
+              QStringList({"data:image/png;base64,iVBO", "/home/ada/shot.png"}));
+    engine.last("turn/start").completion(json(R"({"turn":{"id":"T1"}})"));
+    notify("turn/started", R"({"threadId":"s","turn":{"id":"T1"}})");
+    workspace.send("and this", "s", {"data:image/jpeg;base64,/9j/"});
+    EXPECT_EQ(engine.last("turn/steer").params["input"], json(R"([{"type":"text","text":"and this"},
+                       {"type":"image","url":"data:image/jpeg;base64,/9j/"}])"));
+    workspace.send("  ", "s", {});
+    EXPECT_EQ(engine.count("turn/steer"), 1);
+}
+
 TEST_F(ConversationTest, TheOfflineTourAnswersWithoutTheEngine)
 {
     workspace.setDemoMode(true);

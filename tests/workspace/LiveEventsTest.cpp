@@ -173,3 +173,36 @@ TEST_F(LiveEventsTest, ReasoningToolsAndPlansKeepTheirOwnEntriesAndActivityLines
     notify("item/started", R"({"threadId":"t","item":{"type":"somethingNew","id":"n"}})");
     EXPECT_EQ(activity(), "Codex is working…");
 }
+
+TEST_F(LiveEventsTest, EachTurnKeepsItsNewestDiffWhichStaysAfterItsLastEntryOnceItEnds)
+{
+    notify("turn/started", R"({"threadId":"t","turn":{"id":"T1"}})");
+    notify("item/completed",
+           R"({"threadId":"t","turnId":"T1","item":{"type":"agentMessage","id":"a1","text":"x"}})");
+    notify("turn/diff/updated", R"({"threadId":"t","turnId":"T1","diff":"first"})");
+    notify("turn/diff/updated", R"({"threadId":"t","turnId":"T1","diff":"second"})");
+    notify("turn/diff/updated", R"({"threadId":"t","turnId":"T1"})");
+    notify("turn/diff/updated", R"({"threadId":"t","diff":"no turn"})");
+    ASSERT_EQ(session().turnDiffs, (std::vector<TurnDiff>{{"T1", "second", std::nullopt}}));
+
+    notify("item/completed",
+           R"({"threadId":"t","turnId":"T1","item":{"type":"agentMessage","id":"a2","text":"y"}})");
+    notify("turn/completed", R"({"threadId":"t","turn":{"id":"T1","status":"completed"}})");
+    notify("turn/started", R"({"threadId":"t","turn":{"id":"T2"}})");
+    notify("item/completed",
+           R"({"threadId":"t","turnId":"T2","item":{"type":"agentMessage","id":"a3","text":"z"}})");
+    notify("turn/diff/updated", R"({"threadId":"t","turnId":"T2","diff":"third"})");
+    EXPECT_EQ(session().turnDiffs, (std::vector<TurnDiff>{{"T1", "second", QString("a2")},
+                                                          {"T2", "third", std::nullopt}}));
+}
+
+TEST_F(LiveEventsTest, AUserMessageCarriesItsImagesBack)
+{
+    notify("item/completed",
+           R"({"threadId":"t","turnId":"T1","item":{"type":"userMessage","id":"u1",
+        "content":[{"type":"text","text":"look"},{"type":"image","url":"data:image/png;base64,iVBO"},
+                   {"type":"localImage","path":"/home/ada/shot.png"},{"type":"image"},{"type":"skill"}]}})");
+    EXPECT_EQ(entry("u1").text, "look");
+    EXPECT_EQ(entry("u1").images,
+              QStringList({"data:image/png;base64,iVBO", "/home/ada/shot.png"}));
+}

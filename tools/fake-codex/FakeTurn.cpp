@@ -23,7 +23,7 @@ JSONValue usage(int total, int input, int output)
 
 } // namespace
 
-std::vector<JSONValue> turnNotifications(const JSONValue& options)
+std::vector<JSONValue> turnNotifications(const JSONValue& options, const JSONValue* input)
 {
     const std::string thread = textAt(options, "threadId", "thr_1");
     const std::string turn = textAt(options, "turnId", "turn-1");
@@ -46,12 +46,14 @@ std::vector<JSONValue> turnNotifications(const JSONValue& options)
     auto id = [&](const char* part) { return turn + "-" + part; };
 
     note("turn/started", {{"turn", JSONValue::object({{"id", turn}, {"status", "inProgress"}})}});
+    const bool echo = options.find("echoInput") && input && input->isArray();
     const JSONValue user = JSONValue::object(
         {{"type", "userMessage"},
          {"id", id("user")},
          {"content",
-          JSONValue::array({JSONValue::object(
-              {{"type", "text"}, {"text", textAt(options, "prompt", "Fix the build")}})})}});
+          echo ? *input
+               : JSONValue::array({JSONValue::object(
+                     {{"type", "text"}, {"text", textAt(options, "prompt", "Fix the build")}})})}});
     item("item/started", user);
     item("item/completed", user);
 
@@ -96,6 +98,9 @@ std::vector<JSONValue> turnNotifications(const JSONValue& options)
                                                {"diff", "-CFLAGS=-O0\n+CFLAGS=-O2\n"}})})}});
     item("item/started", change);
     item("item/completed", change);
+    const JSONValue* diff = options.find("diff");
+    if (diff)
+        note("turn/diff/updated", {{"diff", *diff}});
 
     item(
         "item/started",
@@ -116,10 +121,18 @@ std::vector<JSONValue> turnNotifications(const JSONValue& options)
     std::string reply;
     item("item/started",
          JSONValue::object({{"type", "agentMessage"}, {"id", id("reply")}, {"text", ""}}));
+    const std::string written = textAt(options, "reply", "");
     for (long i = 0; i < deltas; ++i) {
-        const std::string word = "word" + std::to_string(i) + " ";
-        reply += word;
-        note("item/agentMessage/delta", {{"itemId", id("reply")}, {"delta", word}});
+        std::string piece = "word" + std::to_string(i) + " ";
+        if (options.find("reply")) {
+            const std::size_t from =
+                written.size() * static_cast<std::size_t>(i) / static_cast<std::size_t>(deltas);
+            const std::size_t to =
+                written.size() * static_cast<std::size_t>(i + 1) / static_cast<std::size_t>(deltas);
+            piece = written.substr(from, to - from);
+        }
+        reply += piece;
+        note("item/agentMessage/delta", {{"itemId", id("reply")}, {"delta", piece}});
     }
     item("item/completed",
          JSONValue::object(
@@ -129,6 +142,8 @@ std::vector<JSONValue> turnNotifications(const JSONValue& options)
          {{"tokenUsage", JSONValue::object({{"total", usage(1200, 1000, 200)},
                                             {"last", usage(400, 300, 100)},
                                             {"modelContextWindow", 200000}})}});
+    if (diff)
+        note("turn/diff/updated", {{"diff", *diff}});
     std::vector<std::pair<std::string, JSONValue>> ended{{"id", turn}, {"status", status}};
     if (const JSONValue* message = options.find("errorMessage"))
         ended.emplace_back("error", JSONValue::object({{"message", *message}}));

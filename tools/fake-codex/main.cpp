@@ -24,6 +24,8 @@ namespace {
 
 const char* recordPath = nullptr;
 int launchNumber = 1;
+// The input items of the request whose cues are being played, for turns that echo them.
+JSONValue cueInput;
 
 void record(const JSONValue& entry)
 {
@@ -125,7 +127,7 @@ void perform(const JSONValue& actions)
             const double pause =
                 (*turn)["delayMs"].value_or(JSONValue(0)).numberValue().value_or(0);
             const bool recordDeltas = turn->find("recordDeltas") != nullptr;
-            for (const JSONValue& message : turnNotifications(*turn)) {
+            for (const JSONValue& message : turnNotifications(*turn, &cueInput)) {
                 send(message);
                 // When each delta left, on the wall clock, for measuring how soon clients show it.
                 if (recordDeltas &&
@@ -241,6 +243,7 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
     if (const JSONValue* after = handler.find("after"))
         perform(*after);
     cueingParams = &params;
+    cueInput = params["input"].value_or(JSONValue());
     perform(scenario.cuedActions(*params.encode()));
     cueingParams = nullptr;
 }

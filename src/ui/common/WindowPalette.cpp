@@ -16,6 +16,15 @@ QColor WindowPalette::color(const QString& name) const
         {QStringLiteral("yellow"), QColor(0xd4, 0xa0, 0x17)},
         {QStringLiteral("red"), QColor(0xd9, 0x3f, 0x3f)},
         {QStringLiteral("accent"), QColor(0x2d, 0x6c, 0xdf)},
+        // Markdown: links, the addresses shown beside them, code and quotes.
+        {QStringLiteral("link"), QColor(0x2d, 0x6c, 0xdf)},
+        {QStringLiteral("address"), QColor(0x80, 0x80, 0x80)},
+        {QStringLiteral("codeBackground"), QColor(0x80, 0x80, 0x80, 0x1f)},
+        {QStringLiteral("quote"), QColor(0x80, 0x80, 0x80, 0x8c)},
+        // Diffs: added and removed lines, and the lines that place a hunk.
+        {QStringLiteral("added"), QColor(0x34, 0xa8, 0x53)},
+        {QStringLiteral("removed"), QColor(0xd9, 0x3f, 0x3f)},
+        {QStringLiteral("hunk"), QColor(0x5c, 0x6b, 0xc0)},
         // What dims the window behind a sheet.
         {QStringLiteral("scrim"), QColor(0x10, 0x12, 0x18, 0x73)}};
     return colours.value(name, QColor(0x80, 0x80, 0x80));

@@ -82,6 +82,7 @@ void MacSessionViewModel::followSelection()
     retire(m_transcript);
     retire(m_configuration);
     retire(m_usage);
+    retire(m_images);
     for (auto& [id, question] : m_questions)
         question->deleteLater();
     m_questions.clear();
@@ -96,6 +97,7 @@ void MacSessionViewModel::followSelection()
         m_transcript = new TranscriptViewModel(m_workspace, m_preference, m_threadID, this);
         m_configuration = new SessionConfigurationViewModel(m_workspace, m_threadID, this);
         m_usage = new UsageStatusButtonViewModel(m_workspace, m_scheduler, m_threadID, false, this);
+        m_images = new ComposerImages(m_workspace, m_threadID, this);
         connect(m_transcript, &TranscriptViewModel::pageContentChanged, this, [this] {
             if (m_followsLiveOutput && m_pageOffset == 0)
                 emit scrollRequested(QStringLiteral("bottom"));
@@ -335,8 +337,14 @@ void MacSessionViewModel::submit()
     if (!present())
         return;
     const QString text = draft();
+    QStringList images;
+    if (const CodexSessionState* state = session())
+        for (const DraftImage& image : state->draftImages)
+            images.append(image.url);
     m_workspace.setDraft(QString(), m_threadID);
-    m_workspace.send(text, m_threadID);
+    m_workspace.changeSession(m_threadID,
+                              [](CodexSessionState& state) { state.draftImages.clear(); });
+    m_workspace.send(text, m_threadID, images);
 }
 
 void MacSessionViewModel::stop()

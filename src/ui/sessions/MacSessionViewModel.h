@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Scheduler.h"
+#include "ui/sessions/ComposerImages.h"
 #include "ui/sessions/SessionPresentation.h"
 #include "ui/sessions/UserInputRequestViewModel.h"
 #include "ui/sessions/configuration/SessionConfigurationViewModel.h"
@@ -31,6 +32,7 @@ class MacSessionViewModel : public QObject {
     Q_PROPERTY(QObject* transcript READ transcript NOTIFY threadChanged)
     Q_PROPERTY(QObject* configuration READ configuration NOTIFY threadChanged)
     Q_PROPERTY(QObject* usage READ usage NOTIFY threadChanged)
+    Q_PROPERTY(QObject* images READ images NOTIFY threadChanged)
     Q_PROPERTY(QVariantList questions READ questions NOTIFY questionsChanged)
     Q_PROPERTY(QString title READ title NOTIFY changed)
     Q_PROPERTY(QString folder READ folder NOTIFY changed)
@@ -71,6 +73,8 @@ public:
     QObject* transcript() const { return m_transcript; }
     QObject* configuration() const { return m_configuration; }
     QObject* usage() const { return m_usage; }
+    QObject* images() const { return m_images; }
+    ComposerImages* composerImages() const { return m_images; }
     QVariantList questions() const;
 
     QString title() const;
@@ -138,6 +142,7 @@ private:
     TranscriptViewModel* m_transcript = nullptr;
     SessionConfigurationViewModel* m_configuration = nullptr;
     UsageStatusButtonViewModel* m_usage = nullptr;
+    ComposerImages* m_images = nullptr;
     std::map<QString, UserInputRequestViewModel*> m_questions; // by request id
 };
 

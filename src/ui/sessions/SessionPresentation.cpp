@@ -51,7 +51,7 @@ SessionStateBlock sessionStateBlock(const CodexSessionState& session)
 
 bool composerCanSend(const CodexSessionState& session)
 {
-    if (session.draft.trimmed().isEmpty())
+    if (session.draft.trimmed().isEmpty() && session.draftImages.empty())
         return false;
     const TurnControlState& turn = session.turnControl;
     return turn.phase == TurnControlState::Phase::Idle ||

@@ -31,7 +31,8 @@ struct SessionStateBlock {
 };
 SessionStateBlock sessionStateBlock(const CodexSessionState& session);
 
-// The composer's send button: a draft with more than blanks, in a phase that takes a message.
+// The composer's send button: a draft with more than blanks or an image, in a phase that takes a
+// message.
 bool composerCanSend(const CodexSessionState& session);
 
 } // namespace nimbrel

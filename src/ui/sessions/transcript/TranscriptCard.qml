@@ -3,6 +3,7 @@ import QtQuick.Controls
 import QtQuick.Controls.impl
 import QtQuick.Layouts
 import "../../common"
+import "../markdown"
 
 // One transcript entry: its title and status in its kind's colour, and its output, shortened.
 Rectangle {
@@ -19,6 +20,9 @@ Rectangle {
     required property bool monospaced
     required property string toggleLabel
     required property bool inGroup
+    required property var blocks
+    required property var links
+    required property var images
     readonly property color tint: palette_.color(accent)
 
     objectName: "card-" + entryID
@@ -54,15 +58,81 @@ Rectangle {
                 opacity: 0.8
             }
         }
+        MarkdownBlocksView {
+            objectName: "markdown-" + card.entryID
+            visible: card.blocks !== null
+            blocks: card.blocks
+            actions: card.view.markdown
+            palette_: card.palette_
+            Layout.fillWidth: true
+            Layout.preferredWidth: 1
+        }
         SelectableText {
             objectName: "output-" + card.entryID
-            visible: card.text !== ""
+            visible: card.text !== "" && card.blocks === null
             text: card.text
             monospaced: card.monospaced
             font.pointSize: card.monospaced ? 9 : Qt.application.font.pointSize
             opacity: card.muted ? 0.6 : 1
             Layout.fillWidth: true
             Layout.preferredWidth: 1
+        }
+        Flow {
+            visible: !!card.images && card.images.length > 0
+            spacing: 6
+            Layout.fillWidth: true
+            Repeater {
+                model: card.images
+                Item {
+                    required property var modelData
+                    required property int index
+                    objectName: "image-" + card.entryID + "-" + index
+                    implicitWidth: modelData.source !== "" ? picture.width : label.implicitWidth
+                    implicitHeight: modelData.source !== "" ? picture.height : label.implicitHeight
+                    width: implicitWidth
+                    height: implicitHeight
+                    Image {
+                        id: picture
+                        visible: parent.modelData.source !== ""
+                        source: parent.modelData.source
+                        width: 240
+                        height: 160
+                        sourceSize: Qt.size(480, 320)
+                        fillMode: Image.PreserveAspectFit
+                        horizontalAlignment: Image.AlignLeft
+                        asynchronous: true
+                        cache: false
+                    }
+                    Label {
+                        id: label
+                        visible: parent.modelData.source === ""
+                        text: parent.modelData.label
+                        textFormat: Text.PlainText
+                        font.family: "monospace"
+                        opacity: 0.7
+                    }
+                }
+            }
+        }
+        Flow {
+            visible: !!card.links && card.links.length > 0
+            spacing: 6
+            Layout.fillWidth: true
+            Repeater {
+                model: card.links
+                Button {
+                    required property var modelData
+                    required property int index
+                    objectName: "change-link-" + card.entryID + "-" + index
+                    text: modelData.label
+                    icon.name: modelData.symbol
+                    flat: true
+                    font.family: "monospace"
+                    palette.buttonText: card.tint
+                    Accessible.name: text
+                    onClicked: card.view.revealChange(modelData.turnID, modelData.path)
+                }
+            }
         }
         Button {
             objectName: "toggle-" + card.entryID

@@ -2,6 +2,8 @@
 
 #include "platform/TextFormatting.h"
 
+#include <QVariantMap>
+
 #include <algorithm>
 
 namespace nimbrel {
@@ -46,6 +48,39 @@ TranscriptCardStyle transcriptCardStyle(TranscriptKind kind)
     return {"edit-paste", "yellow"};
 }
 
+QString liveOutputNotice()
+{
+    return QStringLiteral("… showing latest live output …");
+}
+
+QString shortenedOutputNotice()
+{
+    return QStringLiteral("… output shortened to keep this conversation responsive …");
+}
+
+QVariantList transcriptImages(const TranscriptEntry& entry)
+{
+    static const QStringList drawn = {
+        QStringLiteral("data:image/png;base64,"), QStringLiteral("data:image/jpeg;base64,"),
+        QStringLiteral("data:image/gif;base64,"), QStringLiteral("data:image/webp;base64,")};
+    QVariantList images;
+    for (const QString& image : entry.images) {
+        const bool draws = std::any_of(drawn.begin(), drawn.end(), [&](const QString& prefix) {
+            return image.startsWith(prefix, Qt::CaseInsensitive);
+        });
+        images.append(QVariantMap{
+            {QStringLiteral("source"), draws ? image : QString()},
+            {QStringLiteral("label"), draws ? QString() : firstCharacters(image, 300)}});
+    }
+    return images;
+}
+
+bool rendersMarkdown(const TranscriptEntry& entry)
+{
+    return entry.kind == TranscriptKind::Assistant ||
+           (entry.kind == TranscriptKind::System && entry.title == QLatin1String("Plan"));
+}
+
 TranscriptOutput transcriptOutput(const TranscriptEntry& entry, bool isStreaming,
                                   bool showsFullText)
 {
@@ -69,13 +104,12 @@ TranscriptOutput transcriptOutput(const TranscriptEntry& entry, bool isStreaming
     if (showsFullText || !overLimit)
         output.text = text;
     else if (isStreaming)
-        output.text = QStringLiteral("… showing latest live output …\n\n") +
+        output.text = liveOutputNotice() + QStringLiteral("\n\n") +
                       lastCharacters(text, streamingOutputLimit);
     else
-        output.text =
-            firstCharacters(text, settledOutputHead) +
-            QStringLiteral("\n\n… output shortened to keep this conversation responsive …\n\n") +
-            lastCharacters(text, settledOutputTail);
+        output.text = firstCharacters(text, settledOutputHead) + QStringLiteral("\n\n") +
+                      shortenedOutputNotice() + QStringLiteral("\n\n") +
+                      lastCharacters(text, settledOutputTail);
     return output;
 }
 

@@ -3,6 +3,7 @@
 #include "workspace/CodexSessionState.h"
 
 #include <QString>
+#include <QVariantList>
 
 #include <optional>
 
@@ -49,6 +50,17 @@ struct TranscriptOutput {
     QString toggleLabel;
     friend bool operator==(const TranscriptOutput&, const TranscriptOutput&) = default;
 };
+// The lines that stand where long output was shortened.
+QString liveOutputNotice();
+QString shortenedOutputNotice();
+
+// The images of a user's message as the card shows them: a data URL of a picture is drawn (source);
+// any other address or path shows as its text (label) and is never loaded.
+QVariantList transcriptImages(const TranscriptEntry& entry);
+
+// Codex's answers and plans show as Markdown; everything else as it was written.
+bool rendersMarkdown(const TranscriptEntry& entry);
+
 TranscriptOutput transcriptOutput(const TranscriptEntry& entry, bool isStreaming,
                                   bool showsFullText);
 

@@ -7,6 +7,32 @@ Column {
     required property var palette_
     spacing: 8
 
+    // A file change card's link brings its file in the turn's changes into sight.
+    Connections {
+        target: rows.view
+        function onRevealRequested(name) { Qt.callLater(rows.reveal, name) }
+    }
+    function find(item, name) {
+        if (item.objectName === name)
+            return item
+        for (let i = 0; i < item.children.length; ++i) {
+            const found = find(item.children[i], name)
+            if (found)
+                return found
+        }
+        return null
+    }
+    function reveal(name) {
+        const target = find(rows, name)
+        let area = rows.parent
+        while (area && area.contentY === undefined)
+            area = area.parent
+        if (!target || !area)
+            return
+        const y = target.mapToItem(area.contentItem, 0, 0).y
+        area.contentY = Math.max(0, Math.min(y - 20, area.contentHeight - area.height))
+    }
+
     Repeater {
         model: rows.view.rows
         delegate: Loader {
@@ -15,7 +41,7 @@ Column {
             required property string rowType
             x: rowType === "card" && row.model.inGroup ? 16 : 0
             width: rows.width - x
-            sourceComponent: rowType === "header" ? headerRow : cardRow
+            sourceComponent: rowType === "header" ? headerRow : rowType === "changes" ? changesRow : cardRow
             Component {
                 id: headerRow
                 TranscriptActivityHeader {
@@ -27,6 +53,19 @@ Column {
                     accessibilityValue: row.model.accessibilityValue
                     accessibilityID: row.model.accessibilityID
                     chevron: row.model.chevron
+                }
+            }
+            Component {
+                id: changesRow
+                TurnChangesCard {
+                    palette_: rows.palette_
+                    view: rows.view
+                    turnID: row.model.entryID
+                    title: row.model.title
+                    summary: row.model.text
+                    symbol: row.model.symbol
+                    accent: row.model.accent
+                    files: row.model.blocks
                 }
             }
             Component {
@@ -44,6 +83,9 @@ Column {
                     monospaced: row.model.monospaced
                     toggleLabel: row.model.toggleLabel
                     inGroup: row.model.inGroup
+                    blocks: row.model.blocks
+                    links: row.model.links
+                    images: row.model.images
                 }
             }
         }

@@ -4,6 +4,8 @@
 #include "workspace/CodexWorkspace.h"
 #include "workspace/SessionParsers.h"
 
+#include <QQuickTextDocument>
+
 #include <span>
 
 namespace nimbrel {
@@ -12,7 +14,7 @@ const QList<QByteArray> TranscriptViewModel::roles = {
     "rowType",         "entryID", "blockID",     "title",    "status",
     "symbol",          "accent",  "text",        "muted",    "monospaced",
     "toggleLabel",     "inGroup", "updatesText", "expanded", "accessibilityValue",
-    "accessibilityID", "chevron"};
+    "accessibilityID", "chevron", "blocks",      "links",    "images"};
 
 TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
                                          SessionActivityPreference& preference, QString threadID,
@@ -21,6 +23,7 @@ TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
     , m_workspace(workspace)
     , m_preference(preference)
     , m_threadID(std::move(threadID))
+    , m_markdown(this)
 {
     connect(&m_workspace, &CodexWorkspace::sessionChanged, this, [this](const QString& id) {
         if (id == m_threadID && refresh())
@@ -62,28 +65,151 @@ void TranscriptViewModel::toggleFullText(const QString& entryID)
     refresh();
 }
 
+namespace {
+
+// The files of the turns' diffs that a file change entry names, newest turn first, each once.
+QVariantList changeLinks(const TranscriptEntry& entry, const std::vector<TurnDiff>& diffs,
+                         const std::map<QString, std::unique_ptr<ChangesCard>>& cards)
+{
+    QVariantList links;
+    if (entry.kind != TranscriptKind::FileChange)
+        return links;
+    const QStringList lines = entry.text.split(QLatin1Char('\n'));
+    QSet<QString> linked;
+    for (auto diff = diffs.rbegin(); diff != diffs.rend(); ++diff) {
+        const auto card = cards.find(diff->turnID);
+        if (card == cards.end())
+            continue;
+        for (const DiffFile& file : card->second->parsed()) {
+            const bool named = std::any_of(lines.begin(), lines.end(), [&](const QString& line) {
+                return line == file.path || line.endsWith(QLatin1Char('/') + file.path);
+            });
+            if (!named || linked.contains(file.path))
+                continue;
+            linked.insert(file.path);
+            links.append(QVariantMap{{QStringLiteral("label"), file.path},
+                                     {QStringLiteral("symbol"), QStringLiteral("go-jump")},
+                                     {QStringLiteral("turnID"), diff->turnID},
+                                     {QStringLiteral("path"), file.path}});
+        }
+    }
+    return links;
+}
+
+} // namespace
+
+void TranscriptViewModel::toggleChangedFile(const QString& turnID, const QString& path)
+{
+    if (const auto card = m_changesCards.find(turnID); card != m_changesCards.end())
+        card->second->toggleFile(path);
+}
+
+void TranscriptViewModel::toggleFullDiff(const QString& turnID, const QString& path)
+{
+    if (const auto card = m_changesCards.find(turnID); card != m_changesCards.end())
+        card->second->toggleFullDiff(path);
+}
+
+void TranscriptViewModel::revealChange(const QString& turnID, const QString& path)
+{
+    const auto card = m_changesCards.find(turnID);
+    if (card == m_changesCards.end())
+        return;
+    card->second->expandFile(path);
+    const int row = card->second->files()->rowOf(QStringLiteral("file:") + path);
+    if (row >= 0)
+        emit revealRequested(card->second->files()->value(row, "accessibilityID").toString() +
+                             QStringLiteral("-") + turnID);
+}
+
+void TranscriptViewModel::writeDiff(QObject* target, const QVariantList& lines) const
+{
+    auto* quickDocument = qobject_cast<QQuickTextDocument*>(target);
+    if (quickDocument && quickDocument->textDocument())
+        writeDiffLines(*quickDocument->textDocument(), lines, m_palette.color("added"),
+                       m_palette.color("removed"), m_palette.color("hunk"));
+}
+
+ListRecord TranscriptViewModel::changesRow(const TurnDiff& diff)
+{
+    std::unique_ptr<ChangesCard>& card = m_changesCards[diff.turnID];
+    if (!card)
+        card = std::make_unique<ChangesCard>();
+    card->show(diff.diff);
+    return {QStringLiteral("changes:") + diff.turnID,
+            {QStringLiteral("changes"),
+             diff.turnID,
+             QString(),
+             QStringLiteral("Changes"),
+             QString(),
+             QStringLiteral("document-edit"),
+             QStringLiteral("green"),
+             card->summary(),
+             false,
+             false,
+             QString(),
+             false,
+             QString(),
+             false,
+             QString(),
+             QStringLiteral("changes-") + diff.turnID,
+             QString(),
+             QVariant::fromValue<QObject*>(card->files()),
+             QVariantList(),
+             QVariantList()}};
+}
+
 ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnControlState::Phase phase,
-                                        bool inGroup, std::map<QString, CachedOutput>& outputs)
+                                        bool inGroup, std::map<QString, CachedOutput>& outputs,
+                                        const std::vector<TurnDiff>& diffs)
 {
     const bool streaming = entryIsStreaming(entry, phase);
     const bool full = m_fullTextEntries.contains(entry.id);
     // An entry that did not change keeps its shortened output: only the growing card is cut anew.
     auto cached = m_outputs.find(entry.id);
+    MarkdownCard* markdown = nullptr;
+    if (rendersMarkdown(entry)) {
+        std::unique_ptr<MarkdownCard>& card = m_markdownCards[entry.id];
+        if (!card) {
+            card = std::make_unique<MarkdownCard>();
+            cached = m_outputs.end();
+        }
+        markdown = card.get();
+    }
     if (cached == m_outputs.end() || cached->second.isStreaming != streaming ||
-        cached->second.showsFullText != full || !(cached->second.entry == entry))
+        cached->second.showsFullText != full || !(cached->second.entry == entry)) {
         cached =
             m_outputs
                 .insert_or_assign(entry.id, CachedOutput{entry, streaming, full,
                                                          transcriptOutput(entry, streaming, full)})
                 .first;
+        if (markdown)
+            markdown->show(entry.combinedText(), streaming, full);
+    }
     const TranscriptOutput& output = cached->second.output;
     outputs.insert(*cached);
     const TranscriptCardStyle style = transcriptCardStyle(entry.kind);
     return {QStringLiteral("card:") + entry.id,
-            {QStringLiteral("card"), entry.id, QString(), entry.title,
-             entry.status.value_or(QString()).toUpper(), style.symbol, style.accent, output.text,
-             output.muted, output.monospaced, output.toggleLabel, inGroup, QString(), false,
-             QString(), QString(), QString()}};
+            {QStringLiteral("card"),
+             entry.id,
+             QString(),
+             entry.title,
+             entry.status.value_or(QString()).toUpper(),
+             style.symbol,
+             style.accent,
+             output.text,
+             output.muted,
+             output.monospaced,
+             output.toggleLabel,
+             inGroup,
+             QString(),
+             false,
+             QString(),
+             QString(),
+             QString(),
+             QVariant::fromValue<QObject*>(markdown ? markdown->blocks() : nullptr),
+             changeLinks(entry, diffs, m_changesCards),
+             transcriptImages(entry)}};
 }
 
 void TranscriptViewModel::setPageOffset(qint64 offset)
@@ -109,13 +235,37 @@ bool TranscriptViewModel::refresh()
         std::span(state->transcript).subspan(page.start, page.end - page.start);
     const TurnControlState::Phase phase = state->turnControl.phase;
 
+    // Each turn's changes follow the entry that was newest when it ended; a running turn's follow
+    // the newest entry, when this page shows it.
+    std::map<QString, std::vector<const TurnDiff*>> changesAfter;
+    for (const TurnDiff& diff : state->turnDiffs) {
+        if (diff.afterEntryID)
+            changesAfter[*diff.afterEntryID].push_back(&diff);
+        else if (!state->transcript.empty() && page.end == qsizetype(state->transcript.size()))
+            changesAfter[state->transcript.back().id].push_back(&diff);
+    }
+    // The cards of every turn's changes stay, so that file change cards can link to them.
+    for (const TurnDiff& diff : state->turnDiffs) {
+        std::unique_ptr<ChangesCard>& card = m_changesCards[diff.turnID];
+        if (!card)
+            card = std::make_unique<ChangesCard>();
+        card->show(diff.diff);
+    }
+
     QList<ListRecord> rows;
     std::map<QString, CachedOutput> outputs;
     std::map<QString, bool> overrides;
+    const auto appendChanges = [&](const TranscriptBlock& block) {
+        for (const TranscriptEntry& entry : block.entries)
+            if (const auto found = changesAfter.find(entry.id); found != changesAfter.end())
+                for (const TurnDiff* diff : found->second)
+                    rows.append(changesRow(*diff));
+    };
     for (const TranscriptBlock& block : groupTranscriptBlocks(entries)) {
         if (!block.entries.front().isActivity()) {
             for (const TranscriptEntry& entry : block.entries)
-                rows.append(cardRow(entry, phase, false, outputs));
+                rows.append(cardRow(entry, phase, false, outputs, state->turnDiffs));
+            appendChanges(block);
             continue;
         }
         std::optional<bool> override;
@@ -125,21 +275,41 @@ bool TranscriptViewModel::refresh()
         }
         const bool expanded = activityGroupExpanded(override, m_preference.expanded());
         rows.append({QStringLiteral("header:") + block.id(),
-                     {QStringLiteral("header"), QString(), block.id(), QStringLiteral("Processing"),
-                      QString(), SessionActivityPreference::symbol(), QString(), QString(), false,
-                      false, QString(), false, activityUpdatesText(block.entries.size()), expanded,
-                      expansionValue(expanded), QStringLiteral("processing-") + block.id(),
-                      expanded ? QStringLiteral("go-down") : QStringLiteral("go-next")}});
+                     {QStringLiteral("header"),
+                      QString(),
+                      block.id(),
+                      QStringLiteral("Processing"),
+                      QString(),
+                      SessionActivityPreference::symbol(),
+                      QString(),
+                      QString(),
+                      false,
+                      false,
+                      QString(),
+                      false,
+                      activityUpdatesText(block.entries.size()),
+                      expanded,
+                      expansionValue(expanded),
+                      QStringLiteral("processing-") + block.id(),
+                      expanded ? QStringLiteral("go-down") : QStringLiteral("go-next"),
+                      QVariant::fromValue<QObject*>(nullptr),
+                      QVariantList(),
+                      QVariantList()}});
         if (expanded)
             for (const TranscriptEntry& entry : block.entries)
-                rows.append(cardRow(entry, phase, true, outputs));
+                rows.append(cardRow(entry, phase, true, outputs, state->turnDiffs));
+        appendChanges(block);
     }
     // What left the rows leaves the view's memory: its overrides and its unfolded outputs.
     m_outputs = std::move(outputs);
     m_groupOverrides = std::move(overrides);
     std::erase_if(m_fullTextEntries, [&](const QString& id) { return !m_outputs.contains(id); });
+
     const bool changed = rows != m_rows.records();
     m_rows.setRecords(rows);
+    // A card's blocks go once no row shows them.
+    std::erase_if(m_markdownCards,
+                  [&](const auto& card) { return !m_outputs.contains(card.first); });
     return changed;
 }
 

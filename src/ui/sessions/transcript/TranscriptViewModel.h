@@ -1,11 +1,16 @@
 #pragma once
 
 #include "ui/common/RecordListModel.h"
+#include "ui/common/WindowPalette.h"
+#include "ui/sessions/markdown/MarkdownActions.h"
+#include "ui/sessions/markdown/MarkdownCard.h"
+#include "ui/sessions/transcript/ChangesCard.h"
 #include "ui/sessions/transcript/TranscriptPresentation.h"
 
 #include <QObject>
 
 #include <map>
+#include <memory>
 #include <set>
 
 namespace nimbrel {
@@ -24,9 +29,14 @@ class TranscriptViewModel : public QObject {
     Q_PROPERTY(bool showsActivityStrip READ showsActivityStrip NOTIFY stripChanged)
     Q_PROPERTY(QString activityStripText READ activityStripText NOTIFY stripChanged)
     Q_PROPERTY(QString liveText READ liveText CONSTANT)
+    Q_PROPERTY(nimbrel::MarkdownActions* markdown READ markdown CONSTANT)
 
 public:
-    // Roles of a row. rowType is "header" or "card"; a card inside a group has inGroup.
+    // Roles of a row. rowType is "header", "card" or "changes"; a card inside a group has inGroup;
+    // a card shown as Markdown has its blocks (a list model), a changes card its files (a list
+    // model, entryID its turn), others none. A file change card links to its files in a turn's
+    // changes: links, a list of maps of label, symbol, turnID and path. A user's card has its
+    // images (see transcriptImages).
     static const QList<QByteArray> roles;
 
     TranscriptViewModel(CodexWorkspace& workspace, SessionActivityPreference& preference,
@@ -38,15 +48,26 @@ public:
     bool showsActivityStrip() const;
     QString activityStripText() const;
     static QString liveText() { return QStringLiteral("LIVE"); }
+    MarkdownActions* markdown() { return &m_markdown; }
 
     // A group's header pressed, by the id of its block; a card's output button, by its entry.
     Q_INVOKABLE void toggleGroup(const QString& blockID);
     Q_INVOKABLE void toggleFullText(const QString& entryID);
+    // A file of a turn's changes opened or closed, its long diff unfolded or folded.
+    Q_INVOKABLE void toggleChangedFile(const QString& turnID, const QString& path);
+    Q_INVOKABLE void toggleFullDiff(const QString& turnID, const QString& path);
+    // A file change card's link: the file opens in its turn's changes, and the view is asked to
+    // bring it into sight.
+    Q_INVOKABLE void revealChange(const QString& turnID, const QString& path);
+    // A file's open diff into a text item's document (a QQuickTextDocument), coloured.
+    Q_INVOKABLE void writeDiff(QObject* target, const QVariantList& lines) const;
 
 signals:
     void stripChanged();
     // The session changed what the page shows (not a fold or unfold of the user's).
     void pageContentChanged();
+    // The item with this objectName should be scrolled into sight.
+    void revealRequested(const QString& objectName);
 
 private:
     struct CachedOutput {
@@ -59,7 +80,9 @@ private:
     // Returns whether the rows changed.
     bool refresh();
     ListRecord cardRow(const TranscriptEntry& entry, TurnControlState::Phase phase, bool inGroup,
-                       std::map<QString, CachedOutput>& outputs);
+                       std::map<QString, CachedOutput>& outputs,
+                       const std::vector<TurnDiff>& diffs);
+    ListRecord changesRow(const TurnDiff& diff);
 
     CodexWorkspace& m_workspace;
     SessionActivityPreference& m_preference;
@@ -69,6 +92,10 @@ private:
     std::map<QString, bool> m_groupOverrides;
     std::set<QString> m_fullTextEntries;
     std::map<QString, CachedOutput> m_outputs;
+    std::map<QString, std::unique_ptr<MarkdownCard>> m_markdownCards;
+    std::map<QString, std::unique_ptr<ChangesCard>> m_changesCards; // by turn
+    MarkdownActions m_markdown;
+    WindowPalette m_palette;
 };
 
 } // namespace nimbrel

@@ -185,6 +185,107 @@ TEST_F(TranscriptViewModelTest, ALiveDeltaChangesOnlyItsCardAndTheStripFollowsTh
     EXPECT_EQ(view.rows()->value(last, "toggleLabel"), "Collapse output");
 }
 
+TEST_F(TranscriptViewModelTest, AnswersShowAsMarkdownBlocksThatChangeOneByOne)
+{
+    const int answer = view.rows()->rowOf("card:a1");
+    EXPECT_EQ(view.rows()->value(view.rows()->rowOf("card:c1"), "blocks").value<QObject*>(),
+              nullptr);
+    auto* blocks =
+        qobject_cast<RecordListModel*>(view.rows()->value(answer, "blocks").value<QObject*>());
+    ASSERT_NE(blocks, nullptr);
+    QAbstractItemModelTester blockTester{blocks,
+                                         QAbstractItemModelTester::FailureReportingMode::Fatal};
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.turnControl.phase = TurnControlState::Phase::Running;
+        session.transcript.back().status = QStringLiteral("running");
+        session.transcript.back().text = QStringLiteral("# Done\n\n- built\n- tested\n\nAll");
+    });
+    EXPECT_EQ(blocks->rowCount(), 4);
+    EXPECT_EQ(blocks->value(0, "blockType"), "heading");
+    EXPECT_EQ(blocks->value(1, "marker"), "•");
+    EXPECT_EQ(blocks->value(3, "plainText"), "All");
+    // Nesting however deep is drawn at most six levels in.
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.transcript.back().text = QString(500, '>') + QStringLiteral(" deep");
+    });
+    EXPECT_EQ(blocks->value(0, "quoteDepth"), 6);
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        session.transcript.back().text = QStringLiteral("# Done\n\n- built\n- tested\n\nAll");
+    });
+
+    // A delta touches only the block it grew.
+    QSignalSpy changed(blocks, &QAbstractItemModel::dataChanged);
+    QSignalSpy reset(blocks, &QAbstractItemModel::modelReset);
+    QSignalSpy inserted(blocks, &QAbstractItemModel::rowsInserted);
+    workspace.changeSession(
+        "s", [](CodexSessionState& session) { session.transcript.back().text += " green."; });
+    ASSERT_EQ(changed.size(), 1);
+    EXPECT_EQ(changed.front().at(0).toModelIndex().row(), 3);
+    EXPECT_EQ(blocks->value(3, "plainText"), "All green.");
+    EXPECT_EQ(reset.size() + inserted.size(), 0);
+
+    // Past the live limit, the newest blocks show after a notice.
+    workspace.changeSession("s", [](CodexSessionState& session) {
+        for (int i = 0; i < 100; ++i)
+            session.transcript.back().text +=
+                QStringLiteral("\n\nParagraph %1 of the answer.").arg(i);
+    });
+    EXPECT_EQ(blocks->value(0, "blockType"), "notice");
+    EXPECT_EQ(blocks->value(0, "plainText"), "… showing latest live output …");
+    EXPECT_EQ(blocks->value(blocks->rowCount() - 1, "plainText"), "Paragraph 99 of the answer.");
+    EXPECT_LT(blocks->rowCount(), 80);
+}
+
+TEST_F(TranscriptViewModelTest, ATurnsChangesFollowItsEntriesAndFileChangesLinkToThem)
+{
+    const char* diff = "diff --git a/src/a.c b/src/a.c\n--- a/src/a.c\n+++ b/src/a.c\n"
+                       "@@ -1 +1,2 @@\n-x\n+y\n+z\n";
+    workspace.changeSession("s", [&](CodexSessionState& session) {
+        session.transcript.insert(session.transcript.begin() + 2,
+                                  entry("f1", TranscriptKind::FileChange, "/work/src/a.c\n+y"));
+        session.turnDiffs = {{"T1", diff, QString("c1")}, {"T2", diff, std::nullopt}};
+    });
+    // T1 after its group (c1, f1, r1), T2 after the newest entry while its turn runs.
+    EXPECT_EQ(rowKeys(), QStringList({"card:u1", "header:c1", "card:c1", "card:f1", "card:r1",
+                                      "changes:T1", "card:a1", "changes:T2"}));
+    const int changes = view.rows()->rowOf("changes:T1");
+    EXPECT_EQ(view.rows()->value(changes, "text"), "1 file changed  +2 −1");
+    auto* files =
+        qobject_cast<RecordListModel*>(view.rows()->value(changes, "blocks").value<QObject*>());
+    ASSERT_NE(files, nullptr);
+    EXPECT_EQ(files->value(0, "path"), "src/a.c");
+    EXPECT_FALSE(files->value(0, "expanded").toBool());
+
+    // The file change links to the newest turn that changed its file; following it opens the file.
+    const QVariantList links = view.rows()->value(view.rows()->rowOf("card:f1"), "links").toList();
+    ASSERT_EQ(links.size(), 1);
+    EXPECT_EQ(links[0].toMap()["turnID"], "T2");
+    EXPECT_EQ(links[0].toMap()["path"], "src/a.c");
+    QSignalSpy revealed(&view, &TranscriptViewModel::revealRequested);
+    view.revealChange("T2", "src/a.c");
+    ASSERT_EQ(revealed.size(), 1);
+    EXPECT_EQ(revealed.front().front(), "changes-file-0-T2");
+    auto* newest = qobject_cast<RecordListModel*>(
+        view.rows()->value(view.rows()->rowOf("changes:T2"), "blocks").value<QObject*>());
+    EXPECT_TRUE(newest->value(0, "expanded").toBool());
+    EXPECT_EQ(newest->value(0, "lines").toList().size(), 4);
+}
+
+TEST_F(TranscriptViewModelTest, OnlyLinksToTheWebOrMailOpenAndOnlyWhenAsked)
+{
+    QStringList opened;
+    view.markdown()->setOpener([&](const QUrl& url) {
+        opened.append(url.toString());
+        return true;
+    });
+    for (const char* refused : {"javascript:alert(1)", "file:///etc/passwd", "data:text/html,x",
+                                "vbscript:x", "https://"})
+        EXPECT_FALSE(view.markdown()->openLink(QString::fromLatin1(refused))) << refused;
+    EXPECT_TRUE(view.markdown()->openLink("https://example.com/a?b=1"));
+    EXPECT_TRUE(view.markdown()->openLink("mailto:ada@example.com"));
+    EXPECT_EQ(opened, QStringList({"https://example.com/a?b=1", "mailto:ada@example.com"}));
+}
+
 class QuestionCardTest : public ScriptedWorkspace {
 protected:
     QuestionCardTest()

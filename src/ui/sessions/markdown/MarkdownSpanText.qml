@@ -1,0 +1,26 @@
+import QtQuick
+import QtQuick.Controls
+
+// A run of styled spans the user can select; C++ writes its formats (never markup), and a link
+// opens only when clicked, through C++.
+TextArea {
+    id: spanText
+    required property var actions
+    required property var spans
+    required property var palette_
+    readOnly: true
+    selectByMouse: true
+    textFormat: TextEdit.PlainText
+    wrapMode: TextEdit.Wrap
+    padding: 0
+    background: null
+    onSpansChanged: write()
+    Component.onCompleted: write()
+    onLinkActivated: link => actions.openLink(link)
+
+    function write() {
+        actions.write(textDocument, spans, palette_.color("link"), palette_.color("address"))
+    }
+
+    HoverHandler { cursorShape: spanText.hoveredLink !== "" ? Qt.PointingHandCursor : Qt.IBeamCursor }
+}
