@@ -76,7 +76,7 @@ export function changesCard(turnID, diff, openPaths = new Set()) {
   const added = files.reduce((sum, file) => sum + file.added, 0);
   const removed = files.reduce((sum, file) => sum + file.removed, 0);
   const card = el('section', { className: 'changes', dataset: { changes: turnID } },
-    el('h3', {}, 'Changes ', el('small', {}, files.length === 1 ? '1 file' : `${files.length} files`, ' ',
+    el('h3', {}, 'Changes ', el('small', {}, files.length === 1 ? '1 file changed' : `${files.length} files changed`, ' ',
       el('span', { className: 'added' }, `+${added}`), ' ', el('span', { className: 'removed' }, `−${removed}`))));
   if (!files.length) card.append(el('p', { className: 'muted' }, 'No changes remain from this turn.'));
   for (const file of files) card.append(fileDetails(turnID, file, openPaths));

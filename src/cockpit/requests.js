@@ -149,6 +149,7 @@ export function elicitationCard(id, body, draft, deps) {
   }
   const fields = formFields(body) || [];
   const error = el('p', { className: 'error', hidden: true });
+  card.addEventListener('input', () => { error.hidden = true; });
   for (const field of fields) card.append(fieldNode(id, field, draft));
   card.onsubmit = (event) => {
     event.preventDefault();

@@ -185,7 +185,7 @@ test('an answer reads as Markdown, and nothing in it runs or loads', async () =>
 test('what a turn changed shows as its Changes card, folded, at the end of the turn', async () => {
   await say('diff-now');
   const card = page.locator('[data-changes="turn-diff"]');
-  await card.locator('h3', { hasText: '2 files +452 −1' }).waitFor();
+  await card.locator('h3', { hasText: '2 files changed +452 −1' }).waitFor();
   await gone('#stop');
   // The card went to the end of the turn, after the answer that followed the first diff.
   assert.equal(await page.locator('#transcript > article').last().getAttribute('data-entry'), 'changes-turn-diff');
@@ -310,6 +310,42 @@ test('a question answered on the page reaches the engine', async () => {
   await page.click('#requests input[value="main"]');
   await page.click('#requests button[type=submit]');
   assert.deepEqual((await engineAnswer(8)).result, { answers: { branch: { answers: ['main'] } } });
+  await gone('#requests [data-request]');
+});
+
+test('more access and a tool server\'s form and address are decided on the page; one Codex settles itself leaves', async () => {
+  await say('access-now');
+  await shows('#requests', 'Write: /var/cache/shop');
+  assert.match(await page.locator('#requests').innerText(), /more access[\s\S]*outside the folder[\s\S]*Network access/);
+  await screenshot('more-access');
+  await page.click('#requests #accept-session');
+  assert.deepEqual((await engineAnswer(11)).result,
+    { permissions: { fileSystem: { write: ['/var/cache/shop'] }, network: { enabled: true } }, scope: 'session' });
+  await gone('#requests [data-request]');
+
+  await say('form-now');
+  await shows('#requests', 'tickets asks for your input');
+  await page.click('#requests #accept');
+  await shows('#requests .error', 'Title is required.');
+  await page.fill('#requests [data-field="title"] input', 'Login test fails one run in ten');
+  await page.check('#requests input[value="core"]');
+  await screenshot('form');
+  await page.click('#requests #accept');
+  assert.deepEqual((await engineAnswer(12)).result,
+    { action: 'accept', content: { title: 'Login test fails one run in ten', team: 'core', notify: true } });
+  await gone('#requests [data-request]');
+
+  await say('visit-now');
+  const open = page.locator('#requests #open-address');
+  await open.waitFor();
+  assert.deepEqual([await open.getAttribute('href'), await open.getAttribute('target')], ['https://calendar.example/consent', '_blank']);
+  await page.click('#requests #accept');
+  assert.deepEqual((await engineAnswer(13)).result, { action: 'accept' });
+  await gone('#requests [data-request]');
+
+  await say('withdraw-now');
+  await shows('#requests', 'Pick a label');
+  await say('settle-now');
   await gone('#requests [data-request]');
 });
 
@@ -457,7 +493,8 @@ test('installed, the page opens from its own files while the computer is away, a
   assert.equal(cached.names.length, 1);
   assert.deepEqual(cached.paths, ['/', '/app.css', '/app.js', '/attachments.js', '/attention.js', '/diff.js', '/dom.js',
     '/hello.js', '/icon-180.png', '/icon-192.png', '/icon-512.png', '/icon-maskable-512.png', '/icon.svg', '/link.js',
-    '/manifest.webmanifest', '/markdown.js', '/marked.js', '/modes.js', '/session-menu.js', '/store.js', '/transcript.js']);
+    '/manifest.webmanifest', '/markdown.js', '/marked.js', '/modes.js', '/requests.js', '/session-menu.js', '/store.js',
+    '/transcript.js']);
   await bridge.stop();
   page.errors.length = 0;
   await page.reload();
