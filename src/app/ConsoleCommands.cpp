@@ -41,8 +41,14 @@ QString ConsoleCommands::run(const QString& line)
         return answerQuestion(rest);
     if (command == QLatin1String("fill"))
         return answerForm(QStringLiteral("accept"), rest);
-    if (command == QLatin1String("done"))
+    if (command == QLatin1String("done")) {
+        // Said of an address visited, never of an approval.
+        const std::optional<ApprovalPrompt>& shownNow = m_controller.approval();
+        if (!shownNow || !shownNow->elicitation || !shownNow->elicitation->isURL)
+            return QStringLiteral("No address to visit is waiting; decide approvals with accept, "
+                                  "accept-session or decline.");
         return decideApproval(QStringLiteral("accept"), rest);
+    }
     if (command == QLatin1String("cancel"))
         return decideApproval(QStringLiteral("cancel"), rest);
     if (command == QLatin1String("login")) {

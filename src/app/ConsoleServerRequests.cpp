@@ -165,6 +165,9 @@ QString ConsoleCommands::decideApproval(const QString& decision, const QString& 
     if (approval->elicitation && !approval->elicitation->isURL &&
         decision == QLatin1String("accept"))
         return QStringLiteral("Answer a form with fill, decline or cancel.");
+    if (approval->elicitation && decision == QLatin1String("acceptForSession"))
+        return QStringLiteral("A tool server's request is answered with fill or done, decline or "
+                              "cancel.");
     if (!approval->elicitation && decision == QLatin1String("cancel"))
         return QStringLiteral("Decide an approval with accept, accept-session or decline.");
     const QString answered = approval->id;

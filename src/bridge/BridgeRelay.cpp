@@ -10,15 +10,23 @@ namespace nimbrel {
 const std::set<QString>& BridgeController::allowedEngineMethods()
 {
     static const std::set<QString> methods{
-        QStringLiteral("thread/list"),       QStringLiteral("thread/read"),
-        QStringLiteral("thread/turns/list"), QStringLiteral("thread/items/list"),
-        QStringLiteral("thread/start"),      QStringLiteral("thread/resume"),
-        QStringLiteral("turn/start"),        QStringLiteral("turn/steer"),
-        QStringLiteral("turn/interrupt"),    QStringLiteral("model/list"),
-        QStringLiteral("account/read"),      QStringLiteral("account/rateLimits/read"),
+        QStringLiteral("thread/list"),
+        QStringLiteral("thread/read"),
+        QStringLiteral("thread/turns/list"),
+        QStringLiteral("thread/items/list"),
+        QStringLiteral("thread/start"),
+        QStringLiteral("thread/resume"),
+        QStringLiteral("turn/start"),
+        QStringLiteral("turn/steer"),
+        QStringLiteral("turn/interrupt"),
+        QStringLiteral("model/list"),
+        QStringLiteral("account/read"),
+        QStringLiteral("account/rateLimits/read"),
         // Beyond the relay the protocol began with: session actions from a phone.
-        QStringLiteral("thread/name/set"),   QStringLiteral("thread/archive"),
-        QStringLiteral("thread/unarchive"),  QStringLiteral("thread/fork"),
+        QStringLiteral("thread/name/set"),
+        QStringLiteral("thread/archive"),
+        QStringLiteral("thread/unarchive"),
+        QStringLiteral("thread/fork"),
     };
     return methods;
 }

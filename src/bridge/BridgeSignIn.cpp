@@ -7,6 +7,7 @@
 #include "workspace/SessionParsers.h"
 
 #include <QPointer>
+#include <QUrl>
 
 namespace nimbrel {
 
@@ -50,6 +51,18 @@ void BridgeController::requestSignIn(const QString& type, const JSONValue& param
                          });
 }
 
+namespace {
+
+// Only a web page may be opened for signing in: the address is the engine's text.
+bool isWebAddress(const QString& text)
+{
+    const QUrl url(text, QUrl::StrictMode);
+    return url.isValid() && !url.host().isEmpty() &&
+           (url.scheme() == QLatin1String("https") || url.scheme() == QLatin1String("http"));
+}
+
+} // namespace
+
 void BridgeController::handleSignInReply(const QString& type,
                                          const AppServerClient::RequestResult& outcome)
 {
@@ -73,6 +86,9 @@ void BridgeController::handleSignInReply(const QString& type,
     }
     if (type != QLatin1String("apiKey") && waiting.url.isEmpty())
         return failSignIn(type, QStringLiteral("Codex gave no address to sign in at."));
+    if (type != QLatin1String("apiKey") && !isWebAddress(waiting.url))
+        return failSignIn(type, QStringLiteral("Codex gave an address to sign in at that is not a "
+                                               "web address, so it is not opened."));
     setSignIn(waiting);
     appendLog(type == QLatin1String("chatgptDeviceCode")
                   ? QStringLiteral("To sign Codex in, open ") + loggableText(waiting.url) +

@@ -156,7 +156,7 @@ const requestDeps = {
 function requestCard(id, method, body) {
   if (method === 'item/permissions/requestApproval') return permissionsCard(id, body, requestDeps);
   if (method === 'mcpServer/elicitation/request') {
-    if (!state.drafts.has(id)) state.drafts.set(id, {});
+    if (!state.drafts.has(id)) state.drafts.set(id, Object.create(null)); // field names are the server's
     return elicitationCard(id, body, state.drafts.get(id), requestDeps);
   }
   return approvalCard(id, method, body);
@@ -442,7 +442,10 @@ const sessionMenuActions = {
     const thread = state.threads.find((t) => t.id === threadID);
     if (thread) thread.name = name;
   },
-  opened(thread) {
+  // A copy keeps the session's permissions.
+  forkSettings: (threadID) => threadParams(sessionFor(threadID).mode || state.modeChoice),
+  opened(thread, fromID) {
+    sessionFor(thread.id).mode = sessionFor(fromID).mode || state.modeChoice;
     state.threads = [thread, ...state.threads.filter((t) => t.id !== thread.id)];
     show('session', thread.id);
     listSoon();
@@ -521,6 +524,17 @@ function fileLinks(entry, session) {
       file?.scrollIntoView({ block: 'start' });
       session.following = false;
     }, 'plain file-link'));
+}
+
+// A growing answer is drawn at most once a frame, however many deltas the frame brought.
+const redrawsDue = new Map();
+function redrawSoon(threadID, entry) {
+  if (!redrawsDue.size) requestAnimationFrame(() => {
+    const due = [...redrawsDue];
+    redrawsDue.clear();
+    for (const [held, thread] of due) redrawEntry(thread, held);
+  });
+  redrawsDue.set(entry, threadID);
 }
 
 // An entry that changed while its session is on screen: only its own node is redrawn.
@@ -806,7 +820,8 @@ function onMessage({ message }) {
   if (method === 'item/completed')
     for (const [key, approval] of state.approvals)
       if (approval.body.itemId === params.item?.id) { dropRequest(key); render(); }
-  if (entry) redrawEntry(threadID, entry);
+  if (entry && readsAsMarkdown(entry) && method.endsWith('/delta')) redrawSoon(threadID, entry);
+  else if (entry) redrawEntry(threadID, entry);
 }
 
 function setThreadStatus(threadID, type) {

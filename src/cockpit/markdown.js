@@ -10,6 +10,8 @@ import { Lexer } from './marked.js';
 import { el, button } from './dom.js';
 
 const openable = /^(https?:|mailto:)/i;
+// The longest unfinished block read again on each delta.
+export const plainTailLength = 16000;
 
 // Elements for the Markdown text, as a fragment.
 export function markdownFragment(text) {
@@ -53,6 +55,7 @@ export class MarkdownView {
     this.root.replaceChildren();
     this.settledText = '';
     this.tail = [];
+    this.lexedLength = 0;
     this.finalText = null;
   }
 
@@ -68,6 +71,15 @@ export class MarkdownView {
     if (this.finalText !== null || !text.startsWith(this.settledText)) this.reset();
     for (const node of this.tail) node.remove();
     let rest = text.slice(this.settledText.length);
+    // A single block that keeps growing past the bound (a long list or code block) shows as plain
+    // text, and is read again only each time it has grown by a quarter: each delta costs about the
+    // same however long the block has grown, and its end is still found.
+    if (rest.length > plainTailLength && rest.length < this.lexedLength * 1.25) {
+      this.tail = [el('p', { className: 'md-growing' }, rest)];
+      this.root.append(...this.tail);
+      return this.root;
+    }
+    this.lexedLength = rest.length;
     let tokens = lex(rest);
     const settled = settledLength(tokens, rest);
     if (settled > 0) {
@@ -82,8 +94,9 @@ export class MarkdownView {
       this.settledText += rest.slice(0, settled);
       rest = rest.slice(settled);
       tokens = lex(rest);
+      this.lexedLength = rest.length;
     }
-    this.tail = blocks(tokens);
+    this.tail = rest.length > plainTailLength ? [el('p', { className: 'md-growing' }, rest)] : blocks(tokens);
     this.root.append(...this.tail);
     return this.root;
   }

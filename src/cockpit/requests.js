@@ -90,7 +90,7 @@ function fieldOf(name, schema, required) {
 export function formContent(fields, values) {
   const content = {};
   for (const field of fields) {
-    const given = values[field.name];
+    const given = Object.hasOwn(values, field.name) ? values[field.name] : undefined;
     const blank = given === undefined || given === '' || (Array.isArray(given) && !given.length);
     if (blank) {
       if (field.default !== undefined) content[field.name] = field.default;
@@ -171,8 +171,10 @@ function fieldNode(id, field, draft) {
   const title = el('legend', {}, shown(field.title), field.required ? el('span', { className: 'required' }, ' (required)') : null);
   const box = el('fieldset', { dataset: { field: field.name } }, title,
     field.description ? el('small', { className: 'muted' }, shown(field.description)) : null);
-  const initial = draft[field.name] ?? field.default;
+  const initial = (Object.hasOwn(draft, field.name) ? draft[field.name] : undefined) ?? field.default;
   if (field.kind === 'boolean') {
+    // A box left alone says no.
+    draft[field.name] = initial === true;
     box.append(el('label', { className: 'option' }, el('input', { type: 'checkbox', name, checked: initial === true,
       onchange: (event) => { draft[field.name] = event.target.checked; } }), el('span', {}, 'Yes')));
   } else if (field.kind === 'choice' || field.kind === 'choices') {

@@ -9,7 +9,8 @@ export function closeSessionMenu() {
   open = null;
 }
 
-// deps: { request(method, params), render(), opened(thread), archived(threadID, title), renamed(threadID, name) }
+// deps: { request(method, params), render(), forkSettings(threadID), opened(thread, fromID),
+//         archived(threadID, title), renamed(threadID, name) }
 export function sessionMenu(threadID, title, deps) {
   const current = open?.threadID === threadID ? open : null;
   const toggle = button('⋯', () => { open = current ? null : { threadID, mode: 'menu' }; deps.render(); }, 'plain', 'session-menu');
@@ -55,9 +56,9 @@ function panel(current, title, deps) {
           'destructive', 'archive-confirm')));
   return el('div', { className: 'menu-panel card', role: 'menu' },
     button('Rename…', () => { current.mode = 'rename'; deps.render(); }, 'plain', 'rename-session'),
-    button(current.busy ? 'Forking…' : 'Fork', () => act('thread/fork', { threadId: id, excludeTurns: true }, (result) => {
-      if (result?.thread && typeof result.thread.id === 'string') deps.opened(result.thread);
-    }), 'plain', 'fork-session'),
+    button(current.busy ? 'Forking…' : 'Fork', () => act('thread/fork', { threadId: id, excludeTurns: true, ...deps.forkSettings(id) },
+      (result) => { if (result?.thread && typeof result.thread.id === 'string') deps.opened(result.thread, id); }),
+    'plain', 'fork-session'),
     button('Archive…', () => { current.mode = 'archive'; deps.render(); }, 'destructive', 'archive-session'),
     error);
 }

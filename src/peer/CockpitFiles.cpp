@@ -13,7 +13,8 @@ namespace {
 // no frames, no forms.
 constexpr char securityHeaders[] =
     "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; "
-    "img-src 'self' data:; connect-src 'self'; manifest-src 'self'; worker-src 'self'; base-uri 'none'; "
+    "img-src 'self' data:; connect-src 'self'; manifest-src 'self'; worker-src 'self'; base-uri "
+    "'none'; "
     "form-action 'none'; frame-ancestors 'none'\r\n"
     "X-Content-Type-Options: nosniff\r\n"
     "X-Frame-Options: DENY\r\n"

@@ -2,6 +2,7 @@
 #include "workspace/CodexWorkspace.h"
 
 #include "platform/TextFormatting.h"
+#include "workspace/PermissionMode.h"
 #include "workspace/SessionParsers.h"
 
 #include <QPointer>
@@ -27,30 +28,30 @@ void CodexWorkspace::renameThread(const QString& id, const QString& name)
     }
     const QString chosen = truncatedToCharacters(trimmed, nameLimit);
     QPointer<CodexWorkspace> self(this);
-    requester(QStringLiteral("thread/name/set"),
-              JSONValue::object({{"threadId", id}, {"name", chosen}}),
-              [self, id, chosen](const AppServerClient::RequestResult& outcome) {
-                  if (!self)
-                      return;
-                  if (!outcome.ok()) {
-                      self->setErrorMessage(QStringLiteral("Could not rename the session: ") +
-                                            outcome.error().text());
-                      return;
-                  }
-                  // Shown at once; the next list brings the engine's own.
-                  auto renamed = [&](CodexThread thread) {
-                      if (thread.id == id)
-                          thread.title = chosen;
-                      return thread;
-                  };
-                  if (auto cached = self->m_threadCache.find(id); cached != self->m_threadCache.end())
-                      cached->second.title = chosen;
-                  std::vector<CodexThread> listed;
-                  for (const CodexThread& thread : self->m_threads)
-                      listed.push_back(renamed(thread));
-                  self->setThreads(std::move(listed));
-                  self->refreshThreads();
-              });
+    requester(
+        QStringLiteral("thread/name/set"), JSONValue::object({{"threadId", id}, {"name", chosen}}),
+        [self, id, chosen](const AppServerClient::RequestResult& outcome) {
+            if (!self)
+                return;
+            if (!outcome.ok()) {
+                self->setErrorMessage(QStringLiteral("Could not rename the session: ") +
+                                      outcome.error().text());
+                return;
+            }
+            // Shown at once; the next list brings the engine's own.
+            auto renamed = [&](CodexThread thread) {
+                if (thread.id == id)
+                    thread.title = chosen;
+                return thread;
+            };
+            if (auto cached = self->m_threadCache.find(id); cached != self->m_threadCache.end())
+                cached->second.title = chosen;
+            std::vector<CodexThread> listed;
+            for (const CodexThread& thread : self->m_threads)
+                listed.push_back(renamed(thread));
+            self->setThreads(std::move(listed));
+            self->refreshThreads();
+        });
 }
 
 void CodexWorkspace::archiveThread(const QString& id)
@@ -85,28 +86,36 @@ void CodexWorkspace::forkThread(const QString& id)
         return;
     }
     QPointer<CodexWorkspace> self(this);
-    // The copy's history is read page by page once its tab opens.
-    requester(QStringLiteral("thread/fork"),
-              JSONValue::object({{"threadId", id}, {"excludeTurns", true}}),
-              [self](const AppServerClient::RequestResult& outcome) {
-                  if (!self)
-                      return;
-                  if (!outcome.ok()) {
-                      self->setErrorMessage(QStringLiteral("Could not fork the session: ") +
-                                            outcome.error().text());
-                      return;
-                  }
-                  const JSONValue* made = outcome.value().find("thread");
-                  const std::optional<CodexThread> thread = made ? parseThread(*made) : std::nullopt;
-                  if (!thread) {
-                      self->setErrorMessage(
-                          QStringLiteral("Codex forked the session but did not say which it made."));
-                      return;
-                  }
-                  self->rememberThread(*thread);
-                  self->openThread(thread->id);
-                  self->refreshThreads();
-              });
+    // The copy keeps the session's permissions; its history is read page by page once its tab
+    // opens.
+    const PermissionMode mode = sessionState(id).permissionMode;
+    requester(
+        QStringLiteral("thread/fork"),
+        JSONValue::object({{"threadId", id},
+                           {"excludeTurns", true},
+                           {"approvalPolicy", approvalPolicyOf(mode)},
+                           {"sandbox", sandboxModeOf(mode)}}),
+        [self, mode](const AppServerClient::RequestResult& outcome) {
+            if (!self)
+                return;
+            if (!outcome.ok()) {
+                self->setErrorMessage(QStringLiteral("Could not fork the session: ") +
+                                      outcome.error().text());
+                return;
+            }
+            const JSONValue* made = outcome.value().find("thread");
+            const std::optional<CodexThread> thread = made ? parseThread(*made) : std::nullopt;
+            if (!thread) {
+                self->setErrorMessage(
+                    QStringLiteral("Codex forked the session but did not say which it made."));
+                return;
+            }
+            self->rememberThread(*thread);
+            self->changeSession(thread->id,
+                                [mode](CodexSessionState& state) { state.permissionMode = mode; });
+            self->openThread(thread->id);
+            self->refreshThreads();
+        });
 }
 
 void CodexWorkspace::forgetThread(const QString& id)

@@ -130,7 +130,7 @@ TEST(MainWindow, MoreAccessAFormAndAnAddressAreDecidedInTheSheet)
     shown.click(shown.item("acceptButton"));
     ASSERT_TRUE(engineRead(
         bridge,
-        R"({"id":6,"result":{"action":"accept","content":{"title":"Printer jams","team":"build","notify":true}}})"));
+        R"({"id":6,"result":{"action":"accept","content":{"title":"Printer jams","notify":true}}})"));
 
     // An address opens only on the user's click, and is answered once they say they are done.
     bridge.say("address");
@@ -488,7 +488,8 @@ TEST(MainWindow, SessionsAreRenamedForkedAndArchivedFromTheirMenus)
                       row->mapToScene(QPointF(row->width() / 2, row->height() / 2)).toPoint());
     ASSERT_TRUE(waitFor([&] { return shown.item("session-rename")->isVisible(); }));
     shown.click(shown.item("session-rename"));
-    ASSERT_TRUE(waitFor([&] { return shown.window.find("rename-sheet")->property("opened").toBool(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return shown.window.find("rename-sheet")->property("opened").toBool(); }));
     EXPECT_EQ(shown.text("rename-field"), "Dark mode");
     shown.window.find("rename-field")->setProperty("text", "  Dark   mode, final ");
     shown.click(shown.item("rename-confirm"));
@@ -502,15 +503,18 @@ TEST(MainWindow, SessionsAreRenamedForkedAndArchivedFromTheirMenus)
     ASSERT_TRUE(waitFor([&] { return shown.item("session-fork")->isVisible(); }));
     shown.click(shown.item("session-fork"));
     ASSERT_TRUE(waitFor([&] { return !lastParams(bridge, "thread/fork").isNull(); }));
-    EXPECT_EQ(lastParams(bridge, "thread/fork"),
-              json(R"({"threadId":"thr_a","excludeTurns":true})"));
+    EXPECT_EQ(
+        lastParams(bridge, "thread/fork"),
+        json(
+            R"({"threadId":"thr_a","excludeTurns":true,"approvalPolicy":"never","sandbox":"danger-full-access"})"));
     EXPECT_TRUE(waitFor([&] { return shown.window.find("tab-thr_copy") != nullptr; }));
 
     // Archiving asks first, then the session leaves the list and its tab.
     shown.click(shown.item("session-actions"));
     ASSERT_TRUE(waitFor([&] { return shown.item("session-archive")->isVisible(); }));
     shown.click(shown.item("session-archive"));
-    ASSERT_TRUE(waitFor([&] { return shown.window.find("archive-sheet")->property("opened").toBool(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return shown.window.find("archive-sheet")->property("opened").toBool(); }));
     shown.click(shown.item("archive-confirm"));
     ASSERT_TRUE(waitFor([&] { return !lastParams(bridge, "thread/archive").isNull(); }));
     EXPECT_EQ(lastParams(bridge, "thread/archive"), json(R"({"threadId":"thr_copy"})"));

@@ -716,7 +716,8 @@ int main(int argc, char** argv)
             QMetaObject::invokeMethod(window.find(QStringLiteral("session-actions")), "clicked");
             if (QLatin1String(step) == QLatin1String("session-rename-sheet")) {
                 Tour::settle();
-                QMetaObject::invokeMethod(window.find(QStringLiteral("session-rename")), "triggered");
+                QMetaObject::invokeMethod(window.find(QStringLiteral("session-rename")),
+                                          "triggered");
             }
         });
     tour.state("session-loading", sessionsScenario(), [](BridgeUnderTest& bridge, BridgeWindow&) {

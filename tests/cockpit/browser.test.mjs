@@ -390,7 +390,8 @@ test('a session is renamed, forked and archived from its menu, and leaves when a
 
   await page.click('#session-menu');
   await page.click('#fork-session');
-  assert.deepEqual((await engineCall((m) => m.method === 'thread/fork')).params, { threadId: 'thr_2', excludeTurns: true });
+  assert.deepEqual((await engineCall((m) => m.method === 'thread/fork')).params,
+    { threadId: 'thr_2', excludeTurns: true, approvalPolicy: 'untrusted', sandbox: 'workspace-write' });
   await shows('.session-title', 'Add a dark mode toggle');
 
   await page.click('#session-menu');

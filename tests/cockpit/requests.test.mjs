@@ -31,8 +31,12 @@ test('a form: its fields, or nothing where the schema is not one the page can fi
     [{ title: 'Broken', count: '2.5' }, { error: 'count takes a whole number.' }],
     [{ count: '1' }, { error: 'Title is required.' }],
     [{ title: 'x', count: '1', urgent: true, team: 'app', tags: ['bug'] }, { content: { title: 'x', count: 1, urgent: true, team: 'app', tags: ['bug'] } }],
+    [{ title: 'x', count: '1', constructor: 'y' }, { content: { title: 'x', count: 1, urgent: false } }],
   ];
   for (const [values, expected] of cases) assert.deepEqual(formContent(fields, values), expected, JSON.stringify(values));
+  // Names a plain object holds already are the server's fields like any other.
+  const inherited = formFields({ requestedSchema: { type: 'object', required: ['constructor'], properties: { constructor: { type: 'string' } } } });
+  assert.deepEqual(formContent(inherited, Object.create(null)), { error: 'constructor is required.' });
   const broken = [undefined, { type: 'array' }, { type: 'object', properties: [] },
     { type: 'object', properties: { a: { type: 'object' } } }, { type: 'object', properties: { a: { type: 'string', enum: [1] } } },
     { type: 'object', properties: Object.fromEntries(Array.from({ length: 65 }, (_, i) => [`f${i}`, { type: 'string' }])) }];

@@ -83,25 +83,25 @@ TEST(ElicitationParsing, ShowableRequestsAreReadAndOthersSayWhy)
         {form(R"({"a":{"type":"array","items":{"anyOf":[{"title":"no value"}]}}})"),
          "the choices of a are not readable"},
         {form(R"({"a":{"type":"string"}})", R"([1])"), "its required fields are not texts"},
-};
-for (const Case& c : cases) {
-    const auto parsed = parseElicitation(c.params);
-    if (c.error)
-        EXPECT_EQ(parsed.ok() ? QString() : parsed.error(), c.error) << c.params.textFormUtf8();
-    else
-        EXPECT_TRUE(parsed.ok()) << parsed.error().toStdString();
-}
-const ElicitationRequest read = parseElicitation(cases[0].params).value();
-ASSERT_EQ(read.fields.size(), 8u);
-EXPECT_EQ(read.fields[3].optionTitles, QStringList({"X", "Y"}));
-EXPECT_EQ(read.fields[4].kind, ElicitationField::Kind::Choice);
-EXPECT_EQ(read.fields[6].kind, ElicitationField::Kind::Choices);
-EXPECT_EQ(read.fields[6].options, QStringList({"w"}));
+    };
+    for (const Case& c : cases) {
+        const auto parsed = parseElicitation(c.params);
+        if (c.error)
+            EXPECT_EQ(parsed.ok() ? QString() : parsed.error(), c.error) << c.params.textFormUtf8();
+        else
+            EXPECT_TRUE(parsed.ok()) << parsed.error().toStdString();
+    }
+    const ElicitationRequest read = parseElicitation(cases[0].params).value();
+    ASSERT_EQ(read.fields.size(), 8u);
+    EXPECT_EQ(read.fields[3].optionTitles, QStringList({"X", "Y"}));
+    EXPECT_EQ(read.fields[4].kind, ElicitationField::Kind::Choice);
+    EXPECT_EQ(read.fields[6].kind, ElicitationField::Kind::Choices);
+    EXPECT_EQ(read.fields[6].options, QStringList({"w"}));
 
-std::string many = "{";
-for (int i = 0; i <= maximumElicitationFields; ++i)
-    many += (i ? ",\"f" : "\"f") + std::to_string(i) + R"(":{"type":"string"})";
-EXPECT_EQ(parseElicitation(form((many + "}").c_str())).error(), "its form has too many fields");
+    std::string many = "{";
+    for (int i = 0; i <= maximumElicitationFields; ++i)
+        many += (i ? ",\"f" : "\"f") + std::to_string(i) + R"(":{"type":"string"})";
+    EXPECT_EQ(parseElicitation(form((many + "}").c_str())).error(), "its form has too many fields");
 }
 
 TEST(ElicitationContent, TypedValuesBecomeTheContentOrSayWhatIsMissing)

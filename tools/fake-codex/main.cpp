@@ -82,12 +82,12 @@ void echoUserMessage(const JSONValue& params)
     static int echoed = 0;
     send(JSONValue::object(
         {{"method", "item/completed"},
-         {"params",
-          JSONValue::object(
-              {{"threadId", thread ? *thread : JSONValue("")},
-               {"item", JSONValue::object({{"type", "userMessage"},
-                                           {"id", "user-" + std::to_string(++echoed)},
-                                           {"content", input ? *input : JSONValue::array({})}})}})}}));
+         {"params", JSONValue::object(
+                        {{"threadId", thread ? *thread : JSONValue("")},
+                         {"item", JSONValue::object(
+                                      {{"type", "userMessage"},
+                                       {"id", "user-" + std::to_string(++echoed)},
+                                       {"content", input ? *input : JSONValue::array({})}})}})}}));
 }
 
 void perform(const JSONValue& actions)

@@ -70,8 +70,9 @@ QVariantMap BridgeWorkspaceViewModel::texts()
         {"archive", QStringLiteral("Archive…")},
         {"archiveSymbol", QStringLiteral("folder-symbolic")},
         {"archiveConfirm", QStringLiteral("Archive")},
-        {"archiveText", QStringLiteral("The session leaves the list here and in the browser cockpit. "
-                                       "Codex keeps it in its archive.")},
+        {"archiveText",
+         QStringLiteral("The session leaves the list here and in the browser cockpit. "
+                        "Codex keeps it in its archive.")},
         {"cancel", QStringLiteral("Cancel")}};
 }
 

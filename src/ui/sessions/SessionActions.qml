@@ -86,6 +86,15 @@ Item {
         modal: true
         title: actions.view.archiveQuestion(actions.title)
         onAccepted: actions.view.archiveSession(actions.threadID)
+        // The session's name is anyone's text: drawn as plain text, never as markup.
+        header: Label {
+            text: archiveSheet.title
+            textFormat: Text.PlainText
+            font.bold: true
+            elide: Text.ElideRight
+            padding: 12
+            bottomPadding: 0
+        }
         contentItem: Label {
             text: actions.texts.archiveText
             wrapMode: Text.Wrap

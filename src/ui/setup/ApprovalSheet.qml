@@ -23,7 +23,7 @@ Dialog {
             for (let i = 0; i < formFields.count; ++i) {
                 const field = formFields.itemAt(i)
                 if (field)
-                    values[field.spec.name] = field.value
+                    values[field.schema.name] = field.value
             }
             formError = setup.answerForm(decision, values)
         } else {
@@ -135,9 +135,10 @@ Dialog {
                     model: sheet.kind === "form" ? sheet.prompt.fields : []
                     ElicitationFormField {
                         required property var modelData
-                        spec: modelData
+                        schema: modelData
                         palette_: sheet.palette_
                         requiredText: sheet.setup.texts.formRequired
+                        noChoiceText: sheet.setup.texts.formNoChoice
                         Layout.fillWidth: true
                     }
                 }

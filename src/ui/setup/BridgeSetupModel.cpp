@@ -145,6 +145,7 @@ QVariantMap BridgeSetupModel::texts()
         {"copyCode", "Copy Code"},
         {"openAddress", "Open Address"},
         {"formRequired", "Required"},
+        {"formNoChoice", "Not chosen"},
         {"addressDone", "I Have Finished There"},
     };
 }

@@ -121,16 +121,31 @@ Rectangle {
             Repeater {
                 model: card.links
                 Button {
+                    id: changeLink
                     required property var modelData
                     required property int index
                     objectName: "change-link-" + card.entryID + "-" + index
                     text: modelData.label
-                    icon.name: modelData.symbol
                     flat: true
-                    font.family: "monospace"
-                    palette.buttonText: card.tint
                     Accessible.name: text
                     onClicked: card.view.revealChange(modelData.turnID, modelData.path)
+                    // A file's name is the engine's text: drawn as plain text, never as markup.
+                    contentItem: RowLayout {
+                        spacing: 4
+                        IconImage {
+                            name: changeLink.modelData.symbol
+                            sourceSize: Qt.size(14, 14)
+                            color: card.tint
+                        }
+                        Label {
+                            text: changeLink.text
+                            textFormat: Text.PlainText
+                            font.family: "monospace"
+                            color: card.tint
+                            elide: Text.ElideMiddle
+                            Layout.fillWidth: true
+                        }
+                    }
                 }
             }
         }

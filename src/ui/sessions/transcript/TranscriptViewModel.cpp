@@ -176,18 +176,18 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
         }
         markdown = card.get();
     }
-    if (cached == m_outputs.end() || cached->second.isStreaming != streaming ||
-        cached->second.showsFullText != full || !(cached->second.entry == entry)) {
-        cached =
-            m_outputs
-                .insert_or_assign(entry.id, CachedOutput{entry, streaming, full,
-                                                         transcriptOutput(entry, streaming, full)})
-                .first;
-        if (markdown)
-            markdown->show(entry.combinedText(), streaming, full);
-    }
-    const TranscriptOutput& output = cached->second.output;
-    outputs.insert(*cached);
+    const bool changed = cached == m_outputs.end() || cached->second.isStreaming != streaming ||
+                         cached->second.showsFullText != full || !(cached->second.entry == entry);
+    // A copy: showing the Markdown reaches QML, which may redraw and replace m_outputs.
+    const CachedOutput current =
+        changed ? CachedOutput{entry, streaming, full, transcriptOutput(entry, streaming, full)}
+                : cached->second;
+    if (changed)
+        m_outputs.insert_or_assign(entry.id, current);
+    outputs.insert_or_assign(entry.id, current);
+    if (changed && markdown)
+        markdown->show(entry.combinedText(), streaming, full);
+    const TranscriptOutput& output = current.output;
     const TranscriptCardStyle style = transcriptCardStyle(entry.kind);
     return {QStringLiteral("card:") + entry.id,
             {QStringLiteral("card"),
