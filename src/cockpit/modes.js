@@ -5,7 +5,7 @@ export const permissionModes = [
   { key: 'full-access', title: 'Full access', tint: 'orange', approvalPolicy: 'never', sandbox: 'danger-full-access',
     summary: 'Runs commands and changes files anywhere on the computer, with network access, and never asks.' },
   { key: 'ask', title: 'Ask before acting', tint: 'green', approvalPolicy: 'untrusted', sandbox: 'workspace-write',
-    summary: 'Works in the session’s folder, and asks you before running a command that could change something and before changing files.' },
+    summary: 'Works in the session’s folder and asks you before running a command that could change something and before changing files.' },
   { key: 'read-only', title: 'Read only', tint: 'cyan', approvalPolicy: 'on-request', sandbox: 'read-only',
     summary: 'Reads files and runs harmless commands; asks you for anything else.' },
 ];

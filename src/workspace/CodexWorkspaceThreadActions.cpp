@@ -13,6 +13,17 @@ namespace {
 
 constexpr int nameLimit = 160;
 
+// Says on the workspace why an action failed, where it did.
+bool failed(CodexWorkspace& workspace, const AppServerClient::RequestResult& outcome,
+            const char* what)
+{
+    if (outcome.ok())
+        return false;
+    workspace.setErrorMessage(QStringLiteral("Could not %1: ").arg(QLatin1String(what)) +
+                              outcome.error().text());
+    return true;
+}
+
 } // namespace
 
 void CodexWorkspace::renameThread(const QString& id, const QString& name)
@@ -33,11 +44,8 @@ void CodexWorkspace::renameThread(const QString& id, const QString& name)
         [self, id, chosen](const AppServerClient::RequestResult& outcome) {
             if (!self)
                 return;
-            if (!outcome.ok()) {
-                self->setErrorMessage(QStringLiteral("Could not rename the session: ") +
-                                      outcome.error().text());
+            if (failed(*self, outcome, "rename the session"))
                 return;
-            }
             // Shown at once; the next list brings the engine's own.
             auto renamed = [&](CodexThread thread) {
                 if (thread.id == id)
@@ -70,11 +78,8 @@ void CodexWorkspace::archiveThread(const QString& id)
               [self, id](const AppServerClient::RequestResult& outcome) {
                   if (!self)
                       return;
-                  if (!outcome.ok()) {
-                      self->setErrorMessage(QStringLiteral("Could not archive the session: ") +
-                                            outcome.error().text());
+                  if (failed(*self, outcome, "archive the session"))
                       return;
-                  }
                   self->forgetThread(id);
               });
 }
@@ -98,11 +103,8 @@ void CodexWorkspace::forkThread(const QString& id)
         [self, mode](const AppServerClient::RequestResult& outcome) {
             if (!self)
                 return;
-            if (!outcome.ok()) {
-                self->setErrorMessage(QStringLiteral("Could not fork the session: ") +
-                                      outcome.error().text());
+            if (failed(*self, outcome, "fork the session"))
                 return;
-            }
             const JSONValue* made = outcome.value().find("thread");
             const std::optional<CodexThread> thread = made ? parseThread(*made) : std::nullopt;
             if (!thread) {

@@ -52,8 +52,8 @@ QString permissionModeSummary(PermissionMode mode)
         return QStringLiteral("Codex runs commands and changes files anywhere on this computer, "
                               "with network access, and never asks.");
     case PermissionMode::AskBeforeActing:
-        return QStringLiteral("Codex may write in the session's folder, but asks you before it "
-                              "runs a command that could change something and before it changes "
+        return QStringLiteral("Codex works in the session's folder and asks you before it runs "
+                              "a command that could change something and before it changes "
                               "files.");
     case PermissionMode::ReadOnly:
         return QStringLiteral("Codex may read files and run harmless commands; it asks you for "
