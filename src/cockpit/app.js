@@ -325,11 +325,22 @@ async function openSession(id) {
 }
 
 // A page of history, newest first, by items, or by turns where the engine does not page by items;
-// the newest without a cursor.
-function historyPage(id, byItems, cursor) {
-  return link.request(byItems ? 'thread/items/list' : 'thread/turns/list', {
-    threadId: id, limit: byItems ? itemsPageLimit : 1, sortDirection: 'desc',
-    ...(byItems ? {} : { itemsView: 'full' }), ...(cursor ? { cursor } : {}) });
+// the newest without a cursor. Where the computer finds the reply too large to send (photos make
+// items large), the same page is asked again with half as many items, down to one, and the session
+// keeps the smaller count.
+async function historyPage(id, byItems, cursor) {
+  const session = sessionFor(id);
+  for (;;) {
+    const limit = byItems ? session.pageLimit || itemsPageLimit : 1;
+    try {
+      return await link.request(byItems ? 'thread/items/list' : 'thread/turns/list', {
+        threadId: id, limit, sortDirection: 'desc',
+        ...(byItems ? {} : { itemsView: 'full' }), ...(cursor ? { cursor } : {}) });
+    } catch (error) {
+      if (!/too large to send/.test(error.message) || limit <= 1) throw error;
+      session.pageLimit = Math.max(1, Math.floor(limit / 2));
+    }
+  }
 }
 
 async function loadPage(id) {
@@ -526,15 +537,23 @@ function fileLinks(entry, session) {
     }, 'plain file-link'));
 }
 
-// A growing answer is drawn at most once a frame, however many deltas the frame brought.
+// A growing answer is drawn at most once a frame, however many deltas the frame brought: the first
+// delta of a frame at once, so that it waits for no frame, and the ones after it at the next frame.
 const redrawsDue = new Map();
+let framePending = false;
 function redrawSoon(threadID, entry) {
-  if (!redrawsDue.size) requestAnimationFrame(() => {
+  if (framePending) {
+    redrawsDue.set(entry, threadID);
+    return;
+  }
+  framePending = true;
+  requestAnimationFrame(() => {
+    framePending = false;
     const due = [...redrawsDue];
     redrawsDue.clear();
     for (const [held, thread] of due) redrawEntry(thread, held);
   });
-  redrawsDue.set(entry, threadID);
+  redrawEntry(threadID, entry);
 }
 
 // An entry that changed while its session is on screen: only its own node is redrawn.

@@ -2,9 +2,16 @@
 // read as markup, nothing loads by itself (an image shows as its text and address), and a link
 // opens only when the user taps it, in a new tab, and only for web and mail addresses.
 //
+// marked reads in a worker (markdown-worker.js), never on the page's own thread, and each reading
+// has a time budget: some texts take marked seconds (emphasis markers by the thousand, lists nested
+// hundreds deep), and a message whose reading runs over shows as plain text, with "Show formatted".
+// A long settled answer is read and shown a part at a time, each part about partBudget characters
+// cut where a block begins; the parts after the first are offered by "Show complete answer".
+//
 // While a message grows, the blocks before its last one are built once and kept; only the growing
-// tail is read again on each delta. Once the message settles it is read whole once more, so that a
-// list or a link definition split by the streaming comes together, and then never again.
+// tail is read again, at most one reading at a time, and the words that arrived since its last
+// reading show as text after it until the next one comes back. Once the message settles it is read
+// again, part by part, so that a list or a link definition split by the streaming comes together.
 
 import { Lexer } from './marked.js';
 import { el, button } from './dom.js';
@@ -12,8 +19,12 @@ import { el, button } from './dom.js';
 const openable = /^(https?:|mailto:)/i;
 // The longest unfinished block read again on each delta.
 export const plainTailLength = 16000;
+// The characters of one part of a settled message.
+export const partBudget = 20000;
+// How long one reading may take before its text shows plain.
+export const parseBudgetMs = 100;
 
-// Elements for the Markdown text, as a fragment.
+// Elements for the Markdown text, as a fragment (read on this thread: for short, trusted texts).
 export function markdownFragment(text) {
   const fragment = document.createDocumentFragment();
   fragment.append(...blocks(lex(text)));
@@ -43,62 +54,283 @@ export function settledLength(tokens, text) {
   return whole === text.length ? length : 0;
 }
 
-// One message's element, kept between redraws. While the message grows, settled blocks are built
-// once and stay; only the tail's elements are replaced. A settled message is built once for its text.
+const fenceOf = (line) => /^ {0,3}(`{3,}|~{3,})/.exec(line)?.[1] || '';
+
+// Where the parts of text begin, the first at 0: each part holds at most budget characters, cut
+// after the last blank line outside a code fence, else after its last line break, else after its
+// last space, else at budget (never inside a character). Reads each character about once.
+export function answerParts(text, budget = partBudget) {
+  const starts = [0];
+  let start = 0;
+  let fence = '';
+  while (text.length - start > budget) {
+    const limit = start + budget;
+    let blankCut = 0;
+    let blankFence = '';
+    let lineCut = 0;
+    let lineFence = fence;
+    for (let at = start; at < limit;) {
+      const end = text.indexOf('\n', at);
+      if (end < 0 || end >= limit) break;
+      const line = text.slice(at, end);
+      const marker = fenceOf(line);
+      if (fence) {
+        if (marker && marker[0] === fence[0] && marker.length >= fence.length && !line.slice(line.indexOf(marker) + marker.length).trim()) fence = '';
+      } else if (marker && !(marker[0] === '`' && line.slice(line.indexOf(marker) + marker.length).includes('`'))) fence = marker;
+      at = end + 1;
+      if (!fence && !line.trim()) {
+        blankCut = at;
+        blankFence = fence;
+      }
+      lineCut = at;
+      lineFence = fence;
+    }
+    let cut = blankCut || lineCut;
+    fence = blankCut ? blankFence : lineCut ? lineFence : fence;
+    if (!cut) {
+      const space = text.lastIndexOf(' ', limit - 1);
+      cut = space > start ? space + 1 : limit;
+      const code = text.charCodeAt(cut - 1);
+      if (code >= 0xd800 && code <= 0xdbff) cut -= 1;
+    }
+    starts.push(cut);
+    start = cut;
+  }
+  return starts;
+}
+
+// Reads Markdown in a worker, one text at a time, each within a time budget: the worker's tokens,
+// or null where the reading ran over (the worker is then ended, and the next reading has a new one).
+export class MarkdownReader {
+  constructor(budgetMs = parseBudgetMs) {
+    this.budgetMs = budgetMs;
+    this.queue = [];
+    this.busy = null;
+    this.worker = null;
+    this.ready = false;
+    this.next = 1;
+  }
+
+  read(text) {
+    return new Promise((resolve) => {
+      this.queue.push({ text, resolve });
+      this.pump();
+    });
+  }
+
+  pump() {
+    if (!this.worker) {
+      this.ready = false;
+      this.worker = new Worker(new URL('./markdown-worker.js', import.meta.url), { type: 'module' });
+      this.worker.onmessage = (event) => this.answered(event.data);
+      this.worker.onerror = () => this.overrun();
+    }
+    if (!this.ready || this.busy || !this.queue.length) return;
+    const job = this.queue.shift();
+    job.id = this.next++;
+    this.busy = job;
+    // The budget runs from the moment the worker has the text and its parser loaded.
+    if (Number.isFinite(this.budgetMs)) job.timer = setTimeout(() => this.overrun(), this.budgetMs);
+    this.worker.postMessage({ id: job.id, text: job.text });
+  }
+
+  answered(data) {
+    if (data?.ready) {
+      this.ready = true;
+      this.pump();
+      return;
+    }
+    const job = this.busy;
+    if (!job || data?.id !== job.id) return;
+    clearTimeout(job.timer);
+    this.busy = null;
+    job.resolve(Array.isArray(data.tokens) ? data.tokens : null);
+    this.pump();
+  }
+
+  overrun() {
+    const job = this.busy;
+    this.worker?.terminate();
+    this.worker = null;
+    this.busy = null;
+    if (job) {
+      clearTimeout(job.timer);
+      job.resolve(null);
+    } else {
+      // The worker could not start: nothing is read as Markdown.
+      for (const waiting of this.queue.splice(0)) waiting.resolve(null);
+      return;
+    }
+    if (this.queue.length) this.pump();
+  }
+}
+
+let sharedReader = null;
+const reader = () => (sharedReader ??= new MarkdownReader());
+
+// One message's element, kept between redraws.
 export class MarkdownView {
-  constructor() {
+  constructor(read = (text) => reader().read(text)) {
+    this.read = read;
     this.root = el('div', { className: 'body md' });
     this.reset();
   }
 
   reset() {
     this.root.replaceChildren();
+    this.generation = (this.generation || 0) + 1;
+    this.text = '';
+    this.streaming = false;
+    // While streaming: the finished blocks' text and the growing tail's last reading.
     this.settledText = '';
-    this.tail = [];
-    this.lexedLength = 0;
+    this.settledNodes = [];
+    this.tailText = '';
+    this.tailTokens = [];
+    this.reading = false;
+    this.plainUntil = 0;
+    // Once settled: the parts, the one shown, and whether it is read, plain or waits.
     this.finalText = null;
+    this.parts = [0];
+    this.part = 0;
+    this.paging = false;
+    this.partTokens = null;
+    this.partPlain = false;
+    this.formatting = false;
   }
 
   render(text, streaming) {
-    if (!streaming) {
-      if (this.finalText !== text) {
-        this.reset();
-        this.root.append(markdownFragment(text));
-        this.finalText = text;
-      }
+    if (streaming) {
+      if (this.finalText !== null || !text.startsWith(this.settledText)) this.reset();
+      this.text = text;
+      this.streaming = true;
+      this.drawTail();
+      this.readTail();
       return this.root;
     }
-    if (this.finalText !== null || !text.startsWith(this.settledText)) this.reset();
-    for (const node of this.tail) node.remove();
-    let rest = text.slice(this.settledText.length);
-    // A single block that keeps growing past the bound (a long list or code block) shows as plain
-    // text, and is read again only each time it has grown by a quarter: each delta costs about the
-    // same however long the block has grown, and its end is still found.
-    if (rest.length > plainTailLength && rest.length < this.lexedLength * 1.25) {
-      this.tail = [el('p', { className: 'md-growing' }, rest)];
-      this.root.append(...this.tail);
-      return this.root;
+    if (this.finalText !== text) {
+      const shownNodes = [...this.root.childNodes];
+      const wasStreaming = this.streaming && text.startsWith(this.settledText);
+      this.reset();
+      this.finalText = text;
+      this.text = text;
+      this.parts = answerParts(text);
+      // What the stream built stays in sight until the settled reading replaces it.
+      const keeps = wasStreaming && this.parts.length === 1;
+      if (keeps) this.root.append(...shownNodes);
+      this.readPart(!keeps);
     }
-    this.lexedLength = rest.length;
-    let tokens = lex(rest);
-    const settled = settledLength(tokens, rest);
-    if (settled > 0) {
-      let length = 0;
-      const kept = [];
-      for (const token of tokens) {
-        if (length >= settled) break;
-        kept.push(token);
-        length += token.raw.length;
-      }
-      this.root.append(...blocks(kept));
-      this.settledText += rest.slice(0, settled);
-      rest = rest.slice(settled);
-      tokens = lex(rest);
-      this.lexedLength = rest.length;
-    }
-    this.tail = rest.length > plainTailLength ? [el('p', { className: 'md-growing' }, rest)] : blocks(tokens);
-    this.root.append(...this.tail);
     return this.root;
+  }
+
+  // ---- streaming
+
+  drawTail() {
+    for (const node of [...this.root.childNodes]) if (!this.settledNodes.includes(node)) node.remove();
+    const rest = this.text.slice(this.settledText.length);
+    const formatted = this.tailTokens.length && rest.startsWith(this.tailText) && rest.length <= plainTailLength;
+    if (!formatted) {
+      this.root.append(el('p', { className: 'md-growing' }, rest));
+      return;
+    }
+    const nodes = blocks(this.tailTokens);
+    const newer = rest.slice(this.tailText.length);
+    if (newer) {
+      // The words since the last reading, as text at the end of the last block until it is read.
+      const last = nodes.at(-1);
+      const span = el('span', { className: 'md-newer' }, newer);
+      if (last && (last.tagName === 'P' || last.tagName === 'LI')) last.append(span);
+      else nodes.push(el('p', { className: 'md-growing' }, newer));
+    }
+    this.root.append(...nodes);
+  }
+
+  async readTail() {
+    if (this.reading) return;
+    const rest = this.text.slice(this.settledText.length);
+    // A single block that keeps growing past the bound (a long list or code block) shows as plain
+    // text, and is read again only each time it has grown by a quarter.
+    if (rest === this.tailText || rest.length > plainTailLength || rest.length < this.plainUntil) return;
+    const generation = this.generation;
+    this.reading = true;
+    const tokens = await this.read(rest);
+    if (generation !== this.generation) return;
+    this.reading = false;
+    if (!tokens) {
+      this.plainUntil = rest.length * 1.25;
+      this.tailTokens = [];
+      this.tailText = '';
+    } else {
+      const settled = settledLength(tokens, rest);
+      let kept = 0;
+      for (let length = 0; kept < tokens.length && length < settled; kept++) length += tokens[kept].raw.length;
+      const nodes = blocks(tokens.slice(0, kept));
+      for (const node of [...this.root.childNodes]) if (!this.settledNodes.includes(node)) node.remove();
+      this.root.append(...nodes);
+      this.settledNodes.push(...nodes);
+      this.settledText += rest.slice(0, settled);
+      this.tailTokens = tokens.slice(kept);
+      this.tailText = rest.slice(settled);
+      this.plainUntil = 0;
+    }
+    if (this.streaming && this.finalText === null) {
+      this.drawTail();
+      this.readTail();
+    }
+  }
+
+  // ---- settled, a part at a time
+
+  partText() {
+    return this.text.slice(this.parts[this.part], this.parts[this.part + 1] ?? this.text.length);
+  }
+
+  async readPart(drawPlainFirst = true) {
+    const generation = ++this.generation;
+    this.partTokens = null;
+    this.partPlain = false;
+    if (drawPlainFirst) this.drawPart(true);
+    // "Show formatted" reads with no time budget, in a worker of its own.
+    const tokens = await (this.formatting ? this.unbounded().read(this.partText()) : this.read(this.partText()));
+    if (generation !== this.generation) return;
+    this.partTokens = tokens;
+    this.partPlain = !tokens;
+    this.drawPart(false);
+  }
+
+  unbounded() {
+    return (this.unboundedReader ??= new MarkdownReader(Infinity));
+  }
+
+  drawPart(waiting) {
+    const text = this.partText();
+    const nodes = this.partTokens ? blocks(this.partTokens)
+      : [el('p', { className: waiting ? 'md-growing md-waiting' : 'md-growing md-plain' }, text)];
+    if (this.partPlain)
+      nodes.push(button('Show formatted', () => {
+        this.formatting = true;
+        this.readPart(false);
+      }, 'plain md-format'));
+    if (this.parts.length > 1) nodes.push(this.partControls());
+    this.root.replaceChildren(...nodes);
+  }
+
+  partControls() {
+    const go = (part, paging = true) => () => {
+      this.part = part;
+      this.paging = paging;
+      this.formatting = false;
+      this.readPart();
+    };
+    const count = this.parts.length;
+    if (!this.paging)
+      return el('div', { className: 'md-parts' },
+        el('p', { className: 'muted' }, `Showing the first ${this.parts[1].toLocaleString('en-US')} of ${this.text.length.toLocaleString('en-US')} characters.`),
+        button('Show complete answer', go(1), 'plain md-more'));
+    return el('div', { className: 'md-parts' },
+      el('p', { className: 'muted' }, `Part ${this.part + 1} of ${count}`),
+      this.part > 0 ? button('Previous part', go(this.part - 1), 'plain md-previous') : null,
+      this.part < count - 1 ? button('Next part', go(this.part + 1), 'plain md-next') : null,
+      button('Collapse answer', go(0, false), 'plain md-collapse'));
   }
 }
 
