@@ -1,6 +1,7 @@
-// The time to build and lay out a page of 20 transcript cards, each holding 4,000 characters (the
-// most a settled card shows whole), offscreen; and the same page when each entry holds a megabyte,
-// which the cards shorten.
+// The time to build and lay out a page of 20 transcript cards offscreen: answers of 4,000
+// characters each (shown whole, as Markdown), the same page when each answer holds a megabyte
+// (shown a part at a time), and, for comparison, 4,000 characters of plain text each (the user's
+// messages; answers showed so before they were Markdown).
 #include "app/BridgeWindow.h"
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
@@ -68,7 +69,8 @@ double buildAndShow(CodexWorkspace& workspace, SessionActivityPreference& prefer
 }
 
 double medianOf(CodexWorkspace& workspace, SessionActivityPreference& preference,
-                WindowPalette& palette, int characters)
+                WindowPalette& palette, int characters,
+                TranscriptKind kind = TranscriptKind::Assistant)
 {
     // Prose: words and spaces, as an agent writes.
     const QString words =
@@ -78,7 +80,7 @@ double medianOf(CodexWorkspace& workspace, SessionActivityPreference& preference
         session.transcript.clear();
         for (int i = 0; i < 20; ++i)
             session.transcript.push_back({QStringLiteral("e%1").arg(i),
-                                          TranscriptKind::Assistant,
+                                          kind,
                                           QStringLiteral("Codex"),
                                           QString::number(i) + text,
                                           std::nullopt,
@@ -111,5 +113,7 @@ int main(int argc, char** argv)
                 medianOf(workspace, preference, palette, 4000));
     std::printf("  1 MB each (shortened):  %7.1f ms\n",
                 medianOf(workspace, preference, palette, 1 << 20));
+    std::printf("  4,000 plain each:       %7.1f ms\n",
+                medianOf(workspace, preference, palette, 4000, TranscriptKind::User));
     return 0;
 }

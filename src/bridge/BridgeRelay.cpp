@@ -57,10 +57,49 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
                                              std::nullopt, outcome.value()}
                              : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id,
                                              std::nullopt, JSONValue(outcome.error().text())};
-            if (auto error = self->sendToConnection(reply, peer, connection))
-                self->appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) +
-                                QStringLiteral(": ") + *error);
+            self->sendReply(reply, peer, connection);
         });
+}
+
+namespace {
+
+QString megabytes(qint64 bytes)
+{
+    return QString::number(static_cast<double>(bytes) / (1024 * 1024), 'f', 1) +
+           QStringLiteral(" MB");
+}
+
+} // namespace
+
+void BridgeController::sendReply(const BridgeMessage& reply, const QString& peer,
+                                 quint64 connection)
+{
+    std::optional<QString> error;
+    if (connection == 0 || m_link->connectionID(peer) != connection) {
+        error = peer + QStringLiteral(" is not connected.");
+    } else if (auto encoded = encodeBridgeMessage(reply); !encoded.ok()) {
+        error = encoded.error();
+    } else {
+        const qint64 room = std::min(PeerLink::maximumMessageBytes,
+                                     PeerLink::maximumPeerBacklogBytes - m_link->backlog(peer));
+        const qint64 size = encoded.value().size();
+        if (size <= room) {
+            error = m_link->send(encoded.value(), peer);
+        } else {
+            appendLog(QStringLiteral("A reply to ") + loggableText(peer) +
+                      QStringLiteral(" was too large to send: ") + megabytes(size));
+            error = sendToPeer(
+                BridgeMessage{
+                    bridgeProtocolVersion, BridgeMessageKind::Error, reply.id, std::nullopt,
+                    JSONValue(QStringLiteral("The reply is too large to send to this "
+                                             "device (%1; it may take %2 at a time).")
+                                  .arg(megabytes(size), megabytes(std::max<qint64>(room, 0))))},
+                peer);
+        }
+    }
+    if (error)
+        appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) +
+                  QStringLiteral(": ") + *error);
 }
 
 void BridgeController::handleNotification(const QString& method, const JSONValue& params)

@@ -216,7 +216,10 @@ export class MarkdownView {
       this.parts = answerParts(text);
       // What the stream built stays in sight until the settled reading replaces it.
       const keeps = wasStreaming && this.parts.length === 1;
-      if (keeps) this.root.append(...shownNodes);
+      if (keeps) {
+        this.root.append(...shownNodes);
+        this.root.dataset.state = 'reading';
+      }
       this.readPart(!keeps);
     }
     return this.root;
@@ -225,6 +228,7 @@ export class MarkdownView {
   // ---- streaming
 
   drawTail() {
+    this.root.dataset.state = 'streaming';
     for (const node of [...this.root.childNodes]) if (!this.settledNodes.includes(node)) node.remove();
     const rest = this.text.slice(this.settledText.length);
     const formatted = this.tailTokens.length && rest.startsWith(this.tailText) && rest.length <= plainTailLength;
@@ -312,6 +316,8 @@ export class MarkdownView {
       }, 'plain md-format'));
     if (this.parts.length > 1) nodes.push(this.partControls());
     this.root.replaceChildren(...nodes);
+    // For whoever watches: being read, read as Markdown, or shown plain.
+    this.root.dataset.state = this.partTokens ? 'read' : waiting ? 'reading' : 'plain';
   }
 
   partControls() {

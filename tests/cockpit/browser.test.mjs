@@ -160,6 +160,7 @@ test('an answer reads as Markdown, and nothing in it runs or loads', async () =>
   const answer = page.locator('[data-entry="msg_md"] .md');
   await answer.getByText('The end.').waitFor();
   await gone('#stop');
+  await page.locator('[data-entry="msg_md"] .md[data-state="read"]').waitFor();
   const shape = await answer.evaluate((node) => ({
     blocks: [...node.children].map((child) => child.tagName.toLowerCase() + (child.className ? `.${child.className}` : '')),
     inline: [...node.querySelectorAll('em, strong, s, code, li, th, td, blockquote p')].map((n) => `${n.tagName.toLowerCase()}:${n.textContent}`),

@@ -10,6 +10,12 @@
 //                               "itemsUnsupported": true,     thread/items/list fails as in Codex
 //                               0.169 "notMaterialized": true}}     thread/turns/list fails: no
 //                               user message yet
+//                               "texts": ["…", …],            Codex's replies, newest first (else
+//                                                              "message <n>")
+//                               "images": {"messages": 3, "perMessage": 4, "bytes": 2800000}}}
+//                                                              the newest user messages carry that
+//                                                              many pictures (a PNG of a pixel made
+//                                                              that large) as data URLs
 // Pages run newest first; a cursor is the number of the newest item (or turn) of the next page.
 // The reply to thread/items/list or thread/turns/list for such a thread, or nothing for any other.
 std::optional<nimbrel::JSONValue> historyReply(const nimbrel::JSONValue& engine,

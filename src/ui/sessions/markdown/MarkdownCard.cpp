@@ -4,6 +4,8 @@
 
 #include <QVariantMap>
 
+#include <algorithm>
+
 namespace nimbrel {
 
 namespace {
@@ -84,6 +86,74 @@ MarkdownSlice markdownSlice(const MarkdownDocument& document, bool isStreaming, 
     return {headEnd, shortenedOutputNotice(), std::max(headEnd, blockAt(size - settledOutputTail))};
 }
 
+namespace {
+
+// The fence a line opens or closes, as its run of backticks or tildes; empty if none.
+QStringView fenceOf(QStringView line)
+{
+    qsizetype start = 0;
+    while (start < line.size() && start < 4 && line[start] == QLatin1Char(' '))
+        ++start;
+    if (start > 3 || start >= line.size() ||
+        (line[start] != QLatin1Char('`') && line[start] != QLatin1Char('~')))
+        return {};
+    qsizetype end = start;
+    while (end < line.size() && line[end] == line[start])
+        ++end;
+    return end - start >= 3 ? line.sliced(start, end - start) : QStringView();
+}
+
+} // namespace
+
+std::vector<qsizetype> markdownParts(QStringView text, qsizetype budget)
+{
+    std::vector<qsizetype> starts{0};
+    qsizetype start = 0;
+    QStringView fence; // the open fence, if any
+    while (text.size() - start > budget) {
+        const qsizetype limit = start + budget;
+        qsizetype blankCut = 0;
+        qsizetype lineCut = 0;
+        QStringView lineFence = fence;
+        for (qsizetype at = start; at < limit;) {
+            const qsizetype end = text.indexOf(QLatin1Char('\n'), at);
+            if (end < 0 || end >= limit)
+                break;
+            const QStringView line = text.sliced(at, end - at);
+            const QStringView marker = fenceOf(line);
+            const qsizetype after =
+                marker.isEmpty() ? 0 : marker.data() - line.data() + marker.size();
+            if (!fence.isEmpty()) {
+                if (!marker.isEmpty() && marker[0] == fence[0] && marker.size() >= fence.size() &&
+                    line.sliced(after).trimmed().isEmpty())
+                    fence = {};
+            } else if (!marker.isEmpty() && !(marker[0] == QLatin1Char('`') &&
+                                              line.sliced(after).contains(QLatin1Char('`')))) {
+                fence = marker;
+            }
+            at = end + 1;
+            if (fence.isEmpty() && line.trimmed().isEmpty())
+                blankCut = at;
+            lineCut = at;
+            lineFence = fence;
+        }
+        qsizetype cut = blankCut ? blankCut : lineCut;
+        if (blankCut)
+            fence = {};
+        else if (lineCut)
+            fence = lineFence;
+        if (!cut) {
+            const qsizetype space = text.lastIndexOf(QLatin1Char(' '), limit - 1);
+            cut = space > start ? space + 1 : limit;
+            if (text[cut - 1].isHighSurrogate())
+                --cut;
+        }
+        starts.push_back(cut);
+        start = cut;
+    }
+    return starts;
+}
+
 QVariantList spanValues(const MarkdownSpans& spans)
 {
     QVariantList values;
@@ -98,10 +168,29 @@ QVariantList spanValues(const MarkdownSpans& spans)
     return values;
 }
 
-void MarkdownCard::show(const QString& text, bool isStreaming, bool showsFullText)
+qsizetype MarkdownCard::partStart(int part) const
 {
-    m_document.update(text);
-    const MarkdownSlice slice = markdownSlice(m_document, isStreaming, showsFullText);
+    return part >= 0 && part < partCount() ? m_parts[static_cast<std::size_t>(part)] : m_textSize;
+}
+
+void MarkdownCard::show(const QString& text, bool isStreaming, bool showsFullText, int part)
+{
+    m_textSize = text.size();
+    MarkdownSlice slice;
+    if (isStreaming) {
+        m_partsOf.clear();
+        m_parts = {0};
+        m_document.update(text);
+        slice = markdownSlice(m_document, true, showsFullText);
+    } else {
+        if (m_partsOf.isEmpty() || m_partsOf != text) {
+            m_parts = markdownParts(text);
+            m_partsOf = text;
+        }
+        part = std::clamp(part, 0, partCount() - 1);
+        m_document.update(text.sliced(partStart(part), partStart(part + 1) - partStart(part)));
+        slice = markdownSlice(m_document, false, true);
+    }
     QList<ListRecord> rows;
     for (std::size_t index = 0; index < slice.headEnd; ++index)
         rows.append(blockRow(index, m_document.block(index)));

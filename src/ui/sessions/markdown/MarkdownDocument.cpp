@@ -118,7 +118,17 @@ void MarkdownDocument::update(const QString& text)
         std::move(settled.begin(), settled.end(), std::back_inserter(m_settled));
         m_settledEnd = m_cut;
     }
-    m_tail = parseMarkdown(QStringView(text).sliced(m_settledEnd), m_settledEnd);
+    if (text.size() - m_settledEnd <= tailLimit) {
+        m_tail = parseMarkdown(QStringView(text).sliced(m_settledEnd), m_settledEnd);
+        return;
+    }
+    qsizetype start = text.size() - plainTailShown;
+    if (text[start].isLowSurrogate())
+        ++start;
+    MarkdownBlock plain;
+    plain.spans = {MarkdownSpan{text.sliced(start), false, false, false, false, {}, false}};
+    plain.sourceStart = start;
+    m_tail = {plain};
 }
 
 } // namespace nimbrel

@@ -12,6 +12,11 @@ namespace nimbrel {
 // before starts afresh.
 class MarkdownDocument {
 public:
+    // A growing tail longer than this is not read as Markdown: its newest characters show as one
+    // plain paragraph (what a live card shows of it) until a block after it begins.
+    static constexpr qsizetype tailLimit = 20000;
+    static constexpr qsizetype plainTailShown = 2000;
+
     void update(const QString& text);
 
     // Every block, oldest first; the settled ones, then those of the growing tail.

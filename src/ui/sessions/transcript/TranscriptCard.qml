@@ -23,6 +23,9 @@ Rectangle {
     required property var blocks
     required property var links
     required property var images
+    required property string partText
+    required property int previousPart
+    required property int nextPart
     readonly property color tint: palette_.color(accent)
 
     objectName: "card-" + entryID
@@ -149,13 +152,40 @@ Rectangle {
                 }
             }
         }
-        Button {
-            objectName: "toggle-" + card.entryID
-            visible: card.toggleLabel !== ""
-            text: card.toggleLabel
-            flat: true
-            palette.buttonText: card.tint
-            onClicked: card.view.toggleFullText(card.entryID)
+        RowLayout {
+            visible: card.partText !== "" || card.toggleLabel !== ""
+            Layout.fillWidth: true
+            Label {
+                objectName: "answer-part-" + card.entryID
+                visible: card.partText !== ""
+                text: card.partText
+                textFormat: Text.PlainText
+                opacity: 0.6
+            }
+            Button {
+                objectName: "previous-part-" + card.entryID
+                visible: card.previousPart >= 0
+                text: card.view.previousPartText
+                flat: true
+                palette.buttonText: card.tint
+                onClicked: card.view.showAnswerPart(card.entryID, card.previousPart)
+            }
+            Button {
+                objectName: "next-part-" + card.entryID
+                visible: card.nextPart >= 0
+                text: card.view.nextPartText
+                flat: true
+                palette.buttonText: card.tint
+                onClicked: card.view.showAnswerPart(card.entryID, card.nextPart)
+            }
+            Button {
+                objectName: "toggle-" + card.entryID
+                visible: card.toggleLabel !== ""
+                text: card.toggleLabel
+                flat: true
+                palette.buttonText: card.tint
+                onClicked: card.view.toggleFullText(card.entryID)
+            }
         }
     }
 }

@@ -86,6 +86,9 @@ Column {
                     blocks: row.model.blocks
                     links: row.model.links
                     images: row.model.images
+                    partText: row.model.partText
+                    previousPart: row.model.previousPart
+                    nextPart: row.model.nextPart
                 }
             }
         }

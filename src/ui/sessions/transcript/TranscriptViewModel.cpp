@@ -4,6 +4,7 @@
 #include "workspace/CodexWorkspace.h"
 #include "workspace/SessionParsers.h"
 
+#include <QLocale>
 #include <QQuickTextDocument>
 
 #include <span>
@@ -11,10 +12,11 @@
 namespace nimbrel {
 
 const QList<QByteArray> TranscriptViewModel::roles = {
-    "rowType",         "entryID", "blockID",     "title",    "status",
-    "symbol",          "accent",  "text",        "muted",    "monospaced",
-    "toggleLabel",     "inGroup", "updatesText", "expanded", "accessibilityValue",
-    "accessibilityID", "chevron", "blocks",      "links",    "images"};
+    "rowType",         "entryID",      "blockID",     "title",    "status",
+    "symbol",          "accent",       "text",        "muted",    "monospaced",
+    "toggleLabel",     "inGroup",      "updatesText", "expanded", "accessibilityValue",
+    "accessibilityID", "chevron",      "blocks",      "links",    "images",
+    "partText",        "previousPart", "nextPart"};
 
 TranscriptViewModel::TranscriptViewModel(CodexWorkspace& workspace,
                                          SessionActivityPreference& preference, QString threadID,
@@ -60,8 +62,23 @@ void TranscriptViewModel::toggleGroup(const QString& blockID)
 
 void TranscriptViewModel::toggleFullText(const QString& entryID)
 {
-    if (!m_fullTextEntries.erase(entryID))
+    // A long answer's complete text is paged through, from its second part.
+    const auto card = m_markdownCards.find(entryID);
+    if (card != m_markdownCards.end() && card->second->partCount() > 1) {
+        if (!m_answerParts.erase(entryID))
+            m_answerParts[entryID] = 1;
+    } else if (!m_fullTextEntries.erase(entryID)) {
         m_fullTextEntries.insert(entryID);
+    }
+    refresh();
+}
+
+void TranscriptViewModel::showAnswerPart(const QString& entryID, int part)
+{
+    const auto card = m_markdownCards.find(entryID);
+    if (card == m_markdownCards.end() || part < 0 || part >= card->second->partCount())
+        return;
+    m_answerParts[entryID] = part;
     refresh();
 }
 
@@ -156,7 +173,10 @@ ListRecord TranscriptViewModel::changesRow(const TurnDiff& diff)
              QString(),
              QVariant::fromValue<QObject*>(card->files()),
              QVariantList(),
-             QVariantList()}};
+             QVariantList(),
+             QString(),
+             -1,
+             -1}};
 }
 
 ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnControlState::Phase phase,
@@ -176,18 +196,45 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
         }
         markdown = card.get();
     }
+    const auto paged = m_answerParts.find(entry.id);
+    const int part = markdown && !streaming && paged != m_answerParts.end() ? paged->second : 0;
     const bool changed = cached == m_outputs.end() || cached->second.isStreaming != streaming ||
-                         cached->second.showsFullText != full || !(cached->second.entry == entry);
+                         cached->second.showsFullText != full || cached->second.part != part ||
+                         !(cached->second.entry == entry);
     // A copy: showing the Markdown reaches QML, which may redraw and replace m_outputs.
-    const CachedOutput current =
-        changed ? CachedOutput{entry, streaming, full, transcriptOutput(entry, streaming, full)}
-                : cached->second;
+    CachedOutput current =
+        changed
+            ? CachedOutput{entry, streaming, full, part,
+                           markdown ? TranscriptOutput() : transcriptOutput(entry, streaming, full)}
+            : cached->second;
+    if (changed && markdown) {
+        // An answer shows as its blocks, within their bounds: a live one its newest blocks, a
+        // settled one a part at a time.
+        markdown->show(entry.combinedText(), streaming, full, part);
+        if (!streaming && markdown->partCount() > 1)
+            current.output.toggleLabel = paged != m_answerParts.end()
+                                             ? QStringLiteral("Collapse answer")
+                                             : QStringLiteral("Show complete answer");
+    }
     if (changed)
         m_outputs.insert_or_assign(entry.id, current);
     outputs.insert_or_assign(entry.id, current);
-    if (changed && markdown)
-        markdown->show(entry.combinedText(), streaming, full);
     const TranscriptOutput& output = current.output;
+    QString partText;
+    int previousPart = -1;
+    int nextPart = -1;
+    if (markdown && !streaming && markdown->partCount() > 1) {
+        const QLocale locale(QLocale::English);
+        if (paged == m_answerParts.end()) {
+            partText = QStringLiteral("Showing the first %1 of %2 characters.")
+                           .arg(locale.toString(markdown->partStart(1)),
+                                locale.toString(markdown->textSize()));
+        } else {
+            partText = QStringLiteral("Part %1 of %2").arg(part + 1).arg(markdown->partCount());
+            previousPart = part - 1;
+            nextPart = part + 1 < markdown->partCount() ? part + 1 : -1;
+        }
+    }
     const TranscriptCardStyle style = transcriptCardStyle(entry.kind);
     return {QStringLiteral("card:") + entry.id,
             {QStringLiteral("card"),
@@ -209,7 +256,10 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
              QString(),
              QVariant::fromValue<QObject*>(markdown ? markdown->blocks() : nullptr),
              changeLinks(entry, diffs, m_changesCards),
-             transcriptImages(entry)}};
+             transcriptImages(entry),
+             partText,
+             previousPart,
+             nextPart}};
 }
 
 void TranscriptViewModel::setPageOffset(qint64 offset)
@@ -294,7 +344,10 @@ bool TranscriptViewModel::refresh()
                       expanded ? QStringLiteral("go-down") : QStringLiteral("go-next"),
                       QVariant::fromValue<QObject*>(nullptr),
                       QVariantList(),
-                      QVariantList()}});
+                      QVariantList(),
+                      QString(),
+                      -1,
+                      -1}});
         if (expanded)
             for (const TranscriptEntry& entry : block.entries)
                 rows.append(cardRow(entry, phase, true, outputs, state->turnDiffs));
@@ -304,6 +357,8 @@ bool TranscriptViewModel::refresh()
     m_outputs = std::move(outputs);
     m_groupOverrides = std::move(overrides);
     std::erase_if(m_fullTextEntries, [&](const QString& id) { return !m_outputs.contains(id); });
+    std::erase_if(m_answerParts,
+                  [&](const auto& paged) { return !m_outputs.contains(paged.first); });
 
     const bool changed = rows != m_rows.records();
     m_rows.setRecords(rows);

@@ -30,13 +30,16 @@ class TranscriptViewModel : public QObject {
     Q_PROPERTY(QString activityStripText READ activityStripText NOTIFY stripChanged)
     Q_PROPERTY(QString liveText READ liveText CONSTANT)
     Q_PROPERTY(nimbrel::MarkdownActions* markdown READ markdown CONSTANT)
+    Q_PROPERTY(QString previousPartText READ previousPartText CONSTANT)
+    Q_PROPERTY(QString nextPartText READ nextPartText CONSTANT)
 
 public:
     // Roles of a row. rowType is "header", "card" or "changes"; a card inside a group has inGroup;
     // a card shown as Markdown has its blocks (a list model), a changes card its files (a list
     // model, entryID its turn), others none. A file change card links to its files in a turn's
     // changes: links, a list of maps of label, symbol, turnID and path. A user's card has its
-    // images (see transcriptImages).
+    // images (see transcriptImages). A long settled answer shows a part at a time: partText says
+    // which, previousPart and nextPart are the parts its buttons show (-1: no button).
     static const QList<QByteArray> roles;
 
     TranscriptViewModel(CodexWorkspace& workspace, SessionActivityPreference& preference,
@@ -48,11 +51,15 @@ public:
     bool showsActivityStrip() const;
     QString activityStripText() const;
     static QString liveText() { return QStringLiteral("LIVE"); }
+    static QString previousPartText() { return QStringLiteral("Previous part"); }
+    static QString nextPartText() { return QStringLiteral("Next part"); }
     MarkdownActions* markdown() { return &m_markdown; }
 
     // A group's header pressed, by the id of its block; a card's output button, by its entry.
     Q_INVOKABLE void toggleGroup(const QString& blockID);
     Q_INVOKABLE void toggleFullText(const QString& entryID);
+    // A long answer's part shown, once the user asked for the complete answer.
+    Q_INVOKABLE void showAnswerPart(const QString& entryID, int part);
     // A file of a turn's changes opened or closed, its long diff unfolded or folded.
     Q_INVOKABLE void toggleChangedFile(const QString& turnID, const QString& path);
     Q_INVOKABLE void toggleFullDiff(const QString& turnID, const QString& path);
@@ -74,6 +81,7 @@ private:
         TranscriptEntry entry;
         bool isStreaming = false;
         bool showsFullText = false;
+        int part = 0;
         TranscriptOutput output;
     };
 
@@ -91,6 +99,7 @@ private:
     RecordListModel m_rows{roles};
     std::map<QString, bool> m_groupOverrides;
     std::set<QString> m_fullTextEntries;
+    std::map<QString, int> m_answerParts; // long answers paged through, by entry: the part shown
     std::map<QString, CachedOutput> m_outputs;
     std::map<QString, std::unique_ptr<MarkdownCard>> m_markdownCards;
     std::map<QString, std::unique_ptr<ChangesCard>> m_changesCards; // by turn
