@@ -1,6 +1,9 @@
 // The browser cockpit's figures, in one run: the page's transfer size on first load, the time a
 // streamed Markdown answer takes to render at three lengths, and how long a reply delta takes from leaving the engine to showing in the page (the frame that paints it) and,
-// beside it, to reaching nimbrel-peer's standard output. Usage: node bench/cockpit_bench.mjs TREE
+// beside it, to reaching nimbrel-peer's standard output; then, with HUGE=1, huge and hostile
+// answers (emphasis markers by the thousand, a list 800 deep, a megabyte of prose) streamed and
+// opened from history: the page's longest task and how long a click on "Sessions" takes to show
+// the list. Usage: [HUGE=1] node bench/cockpit_bench.mjs TREE
 // where TREE is a build tree with the bridge, nimbrel-peer and the fake engine.
 
 import { spawn } from 'node:child_process';
@@ -13,16 +16,23 @@ import { launch, newPage } from '../tools/browser/chromium.mjs';
 
 const tree = resolve(process.argv[2] || 'build/bench');
 const deltas = 400;
+const huge = {
+  stars: '*a'.repeat(80000),
+  list: Array.from({ length: 800 }, (_, depth) => `${'  '.repeat(depth)}- level ${depth}\n`).join(''),
+  prose: 'The build passes after the header became a dependency of the library.\n\n'.repeat(14768),
+};
 const folder = mkdtempSync(join(tmpdir(), 'nimbrel-cockpit-bench-'));
 const scenario = join(folder, 'scenario.json');
 writeFileSync(scenario, JSON.stringify({
   methods: {
-    'thread/list': { result: { data: [{ id: 'thr_1', name: 'Measured', status: { type: 'idle' } }] } },
+    'thread/list': { result: { data: [{ id: 'thr_1', name: 'Measured', status: { type: 'idle' } },
+      { id: 'thr_old', name: 'Huge history', status: { type: 'idle' } }] } },
     'turn/start': { result: { turn: { id: 'turn-1', status: 'inProgress' } } },
   },
-  history: { thr_1: { items: 2 } },
+  history: { thr_1: { items: 2 }, thr_old: { items: 6, texts: [huge.prose, huge.list, huge.stars] } },
   cues: [{ when: 'measure-now', actions: [{ streamTurn: { threadId: 'thr_1', turnId: 'turn-1', prompt: 'measure-now',
-    deltas, delayMs: 5, recordDeltas: true } }] }],
+    deltas, delayMs: 5, recordDeltas: true } }] }, ...Object.entries(huge).map(([name, reply]) => ({ when: `huge-${name}`,
+    actions: [{ streamTurn: { threadId: 'thr_1', turnId: `turn-${name}`, prompt: `huge-${name}`, reply, deltas: 60, delayMs: 5 } }] }))],
 }));
 
 const sleep = (ms) => new Promise((done) => setTimeout(done, ms));
@@ -32,7 +42,7 @@ const percentile = (values, p) => {
 };
 
 const bridge = await new RunningBridge({ bridge: join(tree, 'src/nimbrel-bridge'),
-  fakeCodex: join(tree, 'tools/fake-codex/fake-codex'), scenario }).start();
+  fakeCodex: process.env.FAKE_CODEX || join(tree, 'tools/fake-codex/fake-codex'), scenario }).start();
 const browser = await launch();
 try {
   // First load: every response's bytes on the wire, as the browser counts them.
@@ -138,6 +148,42 @@ try {
   console.log(`delta to page (painted):  ${figure(toPage)}`);
   console.log(`delta to nimbrel-peer:    ${figure(toPeer)}`);
   peer.kill();
+
+  if (process.env.HUGE) {
+    // Every task of the page's main thread over 50 ms, from here on.
+    await page.evaluate(() => {
+      window.longTasks = [];
+      new PerformanceObserver((list) => { for (const entry of list.getEntries()) window.longTasks.push(entry.duration); })
+        .observe({ type: 'longtask' });
+    });
+    const clicks = [];
+    // "‹ Sessions" clicked, until the list shows; then the session opened again.
+    const backAndForth = async (thread) => {
+      const start = Date.now();
+      await page.click('#back');
+      await page.locator('[data-thread]').first().waitFor({ timeout: 120000 });
+      clicks.push(Date.now() - start);
+      await page.click(`[data-thread="${thread}"]`);
+      await page.locator('#transcript').waitFor({ timeout: 120000 });
+    };
+    for (const name of Object.keys(huge)) {
+      await page.fill('#composer', `huge-${name}`);
+      await page.click('#send');
+      await page.locator(`[data-entry="turn-${name}-reply"]`).waitFor({ timeout: 120000 });
+      await backAndForth('thr_1');
+      await page.locator('#stop').waitFor({ state: 'detached', timeout: 120000 });
+      await backAndForth('thr_1');
+    }
+    await page.click('#back');
+    await page.click('[data-thread="thr_old"]');
+    await page.locator('[data-entry="item-6"]').waitFor({ timeout: 120000 });
+    await sleep(1000);
+    await backAndForth('thr_old');
+    await sleep(1000);
+    const tasks = await page.evaluate('longTasks');
+    console.log(`huge answers streamed and opened: ${tasks.length} tasks over 50 ms, the longest ${Math.max(0, ...tasks).toFixed(0)} ms;`
+      + ` "Sessions" shown in median ${percentile(clicks, 50)} ms, at most ${Math.max(...clicks)} ms (${clicks.length} clicks)`);
+  }
 } finally {
   await browser.close();
   await bridge.dispose();

@@ -521,3 +521,36 @@ TEST_F(BridgePairingRelayTest, LaunchAtLoginFollowsTheAutostartEntry)
 }
 
 } // namespace
+
+TEST_F(BridgePairingRelayTest, AReplyLargerThanAPeerMayHoldIsAnErrorAndTheLinkHolds)
+{
+    // A page of history whose one photo makes it larger than one message to a peer may be.
+    engine.setScenario(JSONValue::object(
+        {{"history",
+          JSONValue::object(
+              {{"thr_p",
+                JSONValue::object(
+                    {{"items", 2},
+                     {"images", JSONValue::object({{"messages", 1},
+                                                   {"perMessage", 1},
+                                                   {"bytes", PeerLink::maximumMessageBytes}})}})}})}}));
+    startBridge();
+    auto peer = pairedPeer("Phone");
+    peer->request("whole", "thread/items/list",
+                  JSONValue::object({{"threadId", "thr_p"}, {"limit", 2}}));
+    const auto refused = peer->waitFor(Kind::Error);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->id, QStringLiteral("whole"));
+    EXPECT_TRUE(refused->body->stringView().value_or("").starts_with(
+        "The reply is too large to send to this device (21.3 MB; it may take 16.0 MB at a time)."))
+        << refused->body->textForm().toStdString();
+    EXPECT_TRUE(logged("A reply to Phone was too large to send: 21.3 MB"));
+
+    // The same peer, still connected, takes a page that fits.
+    peer->request("newest", "thread/items/list",
+                  JSONValue::object({{"threadId", "thr_p"}, {"limit", 1}}));
+    const auto page = peer->waitFor(Kind::Response);
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->id, QStringLiteral("newest"));
+    EXPECT_EQ(controller->link().connectedPeers(), QStringList({"Phone"}));
+}

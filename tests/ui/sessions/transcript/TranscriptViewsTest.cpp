@@ -236,6 +236,78 @@ TEST_F(TranscriptViewModelTest, AnswersShowAsMarkdownBlocksThatChangeOneByOne)
     EXPECT_LT(blocks->rowCount(), 80);
 }
 
+TEST(MarkdownParts, CutWhereABlockBeginsElseAtALineASpaceOrTheBudget)
+{
+    const struct {
+        QString text;
+        qsizetype budget;
+        QStringList parts;
+    } cases[] = {
+        {"short", 10, {"short"}},
+        {"one\n\ntwo\n\nthree four", 12, {"one\n\ntwo\n\n", "three four"}},
+        {"```\na\n\nb\n```\n\nafter the fence", 16, {"```\na\n\nb\n```\n\n", "after the fence"}},
+        {"line one\nline two\nline three", 20, {"line one\nline two\n", "line three"}},
+        {"words without breaks", 10, {"words ", "without ", "breaks"}},
+        {QStringLiteral("ab\U0001F600cd"), 3, {"ab", QStringLiteral("\U0001F600c"), "d"}},
+    };
+    for (const auto& [text, budget, parts] : cases) {
+        const std::vector<qsizetype> starts = markdownParts(text, budget);
+        QStringList cut;
+        for (std::size_t i = 0; i < starts.size(); ++i)
+            cut.append(text.sliced(starts[i], (i + 1 < starts.size() ? starts[i + 1] : text.size()) -
+                                                  starts[i]));
+        EXPECT_EQ(cut, parts) << text.toStdString();
+    }
+}
+
+TEST_F(TranscriptViewModelTest, ALongAnswerShowsAPartAtATimeAndALongLiveTailShowsPlain)
+{
+    // A megabyte in one paragraph, then in many: a part of at most the budget shows either way.
+    const QString sentence = QStringLiteral("The build passes after the header changed. ");
+    for (const QString& text : {sentence.repeated(24000), (sentence + "\n\n").repeated(23000)}) {
+        workspace.changeSession("s", [&](CodexSessionState& session) {
+            session.transcript.back().text = text;
+        });
+        const int answer = view.rows()->rowOf("card:a1");
+        auto* blocks = qobject_cast<RecordListModel*>(
+            view.rows()->value(answer, "blocks").value<QObject*>());
+        ASSERT_NE(blocks, nullptr);
+        qsizetype shown = 0;
+        for (int row = 0; row < blocks->rowCount(); ++row)
+            shown += blocks->value(row, "plainText").toString().size();
+        EXPECT_LE(shown, markdownPartBudget);
+        EXPECT_GT(shown, markdownPartBudget / 2);
+        EXPECT_EQ(view.rows()->value(answer, "text"), QString());
+        EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), "Show complete answer");
+        EXPECT_TRUE(view.rows()->value(answer, "partText").toString().startsWith("Showing the first 19,"));
+    }
+    // The complete answer, part by part, from the second.
+    const int answer = view.rows()->rowOf("card:a1");
+    view.toggleFullText("a1");
+    EXPECT_EQ(view.rows()->value(answer, "partText"), "Part 2 of 52");
+    EXPECT_EQ(view.rows()->value(answer, "previousPart"), 0);
+    EXPECT_EQ(view.rows()->value(answer, "nextPart"), 2);
+    EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), "Collapse answer");
+    view.showAnswerPart("a1", 51);
+    EXPECT_EQ(view.rows()->value(answer, "partText"), "Part 52 of 52");
+    EXPECT_EQ(view.rows()->value(answer, "nextPart"), -1);
+    view.toggleFullText("a1");
+    EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), "Show complete answer");
+
+    // Streaming, a block too long to read again on each delta shows its newest characters plain.
+    workspace.changeSession("s", [&](CodexSessionState& session) {
+        session.turnControl.phase = TurnControlState::Phase::Running;
+        session.transcript.back().status = QStringLiteral("running");
+        session.transcript.back().text = QStringLiteral("*a").repeated(40000);
+    });
+    auto* blocks =
+        qobject_cast<RecordListModel*>(view.rows()->value(answer, "blocks").value<QObject*>());
+    ASSERT_EQ(blocks->rowCount(), 2);
+    EXPECT_EQ(blocks->value(0, "blockType"), "notice");
+    EXPECT_EQ(blocks->value(1, "plainText"), QStringLiteral("*a").repeated(1000));
+    EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), QString());
+}
+
 TEST_F(TranscriptViewModelTest, ATurnsChangesFollowItsEntriesAndFileChangesLinkToThem)
 {
     const char* diff = "diff --git a/src/a.c b/src/a.c\n--- a/src/a.c\n+++ b/src/a.c\n"
