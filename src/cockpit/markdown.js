@@ -19,6 +19,8 @@ import { el, button } from './dom.js';
 const openable = /^(https?:|mailto:)/i;
 // The longest unfinished block read again on each delta.
 export const plainTailLength = 16000;
+// What shows of such a block while it grows: its newest characters.
+const streamingPlainLength = 4000;
 // The characters of one part of a settled message.
 export const partBudget = 20000;
 // How long one reading may take before its text shows plain.
@@ -64,15 +66,16 @@ export function answerParts(text, budget = partBudget) {
   let start = 0;
   let fence = '';
   while (text.length - start > budget) {
-    const limit = start + budget;
+    // Only the part's own characters are searched.
+    const part = text.slice(start, start + budget);
     let blankCut = 0;
     let blankFence = '';
     let lineCut = 0;
     let lineFence = fence;
-    for (let at = start; at < limit;) {
-      const end = text.indexOf('\n', at);
-      if (end < 0 || end >= limit) break;
-      const line = text.slice(at, end);
+    for (let at = 0; ;) {
+      const end = part.indexOf('\n', at);
+      if (end < 0) break;
+      const line = part.slice(at, end);
       const marker = fenceOf(line);
       if (fence) {
         if (marker && marker[0] === fence[0] && marker.length >= fence.length && !line.slice(line.indexOf(marker) + marker.length).trim()) fence = '';
@@ -88,13 +91,13 @@ export function answerParts(text, budget = partBudget) {
     let cut = blankCut || lineCut;
     fence = blankCut ? blankFence : lineCut ? lineFence : fence;
     if (!cut) {
-      const space = text.lastIndexOf(' ', limit - 1);
-      cut = space > start ? space + 1 : limit;
-      const code = text.charCodeAt(cut - 1);
-      if (code >= 0xd800 && code <= 0xdbff) cut -= 1;
+      const space = part.lastIndexOf(' ');
+      cut = space > 0 ? space + 1 : budget;
+      const code = part.charCodeAt(cut - 1);
+      if (cut === budget && code >= 0xd800 && code <= 0xdbff) cut -= 1;
     }
-    starts.push(cut);
-    start = cut;
+    start += cut;
+    starts.push(start);
   }
   return starts;
 }
@@ -165,6 +168,9 @@ export class MarkdownReader {
   }
 }
 
+// 1,048,576: digits in groups of three (what toLocaleString gives, without loading a locale).
+const grouped = (number) => String(number).replace(/\B(?=(\d{3})+$)/g, ',');
+
 let sharedReader = null;
 const reader = () => (sharedReader ??= new MarkdownReader());
 
@@ -184,6 +190,9 @@ export class MarkdownView {
     // While streaming: the finished blocks' text and the growing tail's last reading.
     this.settledText = '';
     this.settledNodes = [];
+    this.settledSizes = [];
+    this.dropped = null;
+    this.tailNodes = [];
     this.tailText = '';
     this.tailTokens = [];
     this.reading = false;
@@ -229,11 +238,14 @@ export class MarkdownView {
 
   drawTail() {
     this.root.dataset.state = 'streaming';
-    for (const node of [...this.root.childNodes]) if (!this.settledNodes.includes(node)) node.remove();
+    for (const node of this.tailNodes) node.remove();
     const rest = this.text.slice(this.settledText.length);
     const formatted = this.tailTokens.length && rest.startsWith(this.tailText) && rest.length <= plainTailLength;
     if (!formatted) {
-      this.root.append(el('p', { className: 'md-growing' }, rest));
+      // A block too long to read on each delta: its newest characters, as text.
+      const from = Math.max(0, rest.length - streamingPlainLength);
+      this.tailNodes = [el('p', { className: 'md-growing' }, from ? `… ${rest.slice(from)}` : rest)];
+      this.root.append(...this.tailNodes);
       return;
     }
     const nodes = blocks(this.tailTokens);
@@ -245,7 +257,28 @@ export class MarkdownView {
       if (last && (last.tagName === 'P' || last.tagName === 'LI')) last.append(span);
       else nodes.push(el('p', { className: 'md-growing' }, newer));
     }
+    this.tailNodes = nodes;
     this.root.append(...nodes);
+  }
+
+  // Finished blocks join those kept; the oldest leave the page once they pass the part budget, as
+  // a live answer shows its newest output.
+  settle(nodes, text) {
+    for (const node of this.tailNodes) node.remove();
+    this.tailNodes = [];
+    this.root.append(...nodes);
+    this.settledNodes.push(...nodes);
+    this.settledSizes.push(...nodes.map((node) => node.textContent.length));
+    let size = this.settledSizes.reduce((sum, length) => sum + length, 0);
+    while (size > partBudget && this.settledNodes.length > 1) {
+      this.settledNodes.shift().remove();
+      size -= this.settledSizes.shift();
+      if (!this.dropped) {
+        this.dropped = el('p', { className: 'muted md-dropped' }, '… showing latest live output …');
+        this.root.prepend(this.dropped);
+      }
+    }
+    this.settledText += text;
   }
 
   async readTail() {
@@ -267,11 +300,7 @@ export class MarkdownView {
       const settled = settledLength(tokens, rest);
       let kept = 0;
       for (let length = 0; kept < tokens.length && length < settled; kept++) length += tokens[kept].raw.length;
-      const nodes = blocks(tokens.slice(0, kept));
-      for (const node of [...this.root.childNodes]) if (!this.settledNodes.includes(node)) node.remove();
-      this.root.append(...nodes);
-      this.settledNodes.push(...nodes);
-      this.settledText += rest.slice(0, settled);
+      this.settle(blocks(tokens.slice(0, kept)), rest.slice(0, settled));
       this.tailTokens = tokens.slice(kept);
       this.tailText = rest.slice(settled);
       this.plainUntil = 0;
@@ -330,7 +359,7 @@ export class MarkdownView {
     const count = this.parts.length;
     if (!this.paging)
       return el('div', { className: 'md-parts' },
-        el('p', { className: 'muted' }, `Showing the first ${this.parts[1].toLocaleString('en-US')} of ${this.text.length.toLocaleString('en-US')} characters.`),
+        el('p', { className: 'muted' }, `Showing the first ${grouped(this.parts[1])} of ${grouped(this.text.length)} characters.`),
         button('Show complete answer', go(1), 'plain md-more'));
     return el('div', { className: 'md-parts' },
       el('p', { className: 'muted' }, `Part ${this.part + 1} of ${count}`),
