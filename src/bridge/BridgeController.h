@@ -197,10 +197,6 @@ private:
 
     // The relay.
     void handleRequest(const BridgeMessage& message, const QString& peer);
-    // An engine reply to a peer's request; in its place an error where it is larger than the
-    // peer may hold (one message, and what its backlog has room for), so a large page of history
-    // never closes the peer's link.
-    void sendReply(const BridgeMessage& reply, const QString& peer, quint64 connection);
     void handleNotification(const QString& method, const JSONValue& params);
     void handleServerRequest(const JSONValue& id, const QString& method, const JSONValue& params);
 

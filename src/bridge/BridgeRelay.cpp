@@ -31,6 +31,51 @@ const std::set<QString>& BridgeController::allowedEngineMethods()
     return methods;
 }
 
+namespace {
+
+QString megabytes(qint64 bytes)
+{
+    return QString::number(static_cast<double>(bytes) / (1024 * 1024), 'f', 1) +
+           QStringLiteral(" MB");
+}
+
+// An engine reply to a peer's request, only while the peer's name still belongs to that connection;
+// in its place an error where it is larger than the peer may hold (one message, and what its
+// backlog has room for), so a large page of history never closes the peer's link.
+void sendReply(BridgeController& controller, const BridgeMessage& reply, const QString& peer,
+               quint64 connection)
+{
+    PeerLink& link = controller.link();
+    std::optional<QString> error;
+    if (connection == 0 || link.connectionID(peer) != connection) {
+        error = peer + QStringLiteral(" is not connected.");
+    } else if (auto encoded = encodeBridgeMessage(reply); !encoded.ok()) {
+        error = encoded.error();
+    } else {
+        const qint64 room = std::min(PeerLink::maximumMessageBytes,
+                                     PeerLink::maximumPeerBacklogBytes - link.backlog(peer));
+        const qint64 size = encoded.value().size();
+        if (size <= room) {
+            error = link.send(encoded.value(), peer);
+        } else {
+            controller.appendLog(QStringLiteral("A reply to ") + loggableText(peer) +
+                                 QStringLiteral(" was too large to send: ") + megabytes(size));
+            error = controller.sendToPeer(
+                BridgeMessage{
+                    bridgeProtocolVersion, BridgeMessageKind::Error, reply.id, std::nullopt,
+                    JSONValue(QStringLiteral("The reply is too large to send to this "
+                                             "device (%1; it may take %2 at a time).")
+                                  .arg(megabytes(size), megabytes(std::max<qint64>(room, 0))))},
+                peer);
+        }
+    }
+    if (error)
+        controller.appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) +
+                             QStringLiteral(": ") + *error);
+}
+
+} // namespace
+
 void BridgeController::handleRequest(const BridgeMessage& message, const QString& peer)
 {
     auto refuse = [&](const char* text) {
@@ -57,49 +102,8 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
                                              std::nullopt, outcome.value()}
                              : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, id,
                                              std::nullopt, JSONValue(outcome.error().text())};
-            self->sendReply(reply, peer, connection);
+            sendReply(*self, reply, peer, connection);
         });
-}
-
-namespace {
-
-QString megabytes(qint64 bytes)
-{
-    return QString::number(static_cast<double>(bytes) / (1024 * 1024), 'f', 1) +
-           QStringLiteral(" MB");
-}
-
-} // namespace
-
-void BridgeController::sendReply(const BridgeMessage& reply, const QString& peer,
-                                 quint64 connection)
-{
-    std::optional<QString> error;
-    if (connection == 0 || m_link->connectionID(peer) != connection) {
-        error = peer + QStringLiteral(" is not connected.");
-    } else if (auto encoded = encodeBridgeMessage(reply); !encoded.ok()) {
-        error = encoded.error();
-    } else {
-        const qint64 room = std::min(PeerLink::maximumMessageBytes,
-                                     PeerLink::maximumPeerBacklogBytes - m_link->backlog(peer));
-        const qint64 size = encoded.value().size();
-        if (size <= room) {
-            error = m_link->send(encoded.value(), peer);
-        } else {
-            appendLog(QStringLiteral("A reply to ") + loggableText(peer) +
-                      QStringLiteral(" was too large to send: ") + megabytes(size));
-            error = sendToPeer(
-                BridgeMessage{
-                    bridgeProtocolVersion, BridgeMessageKind::Error, reply.id, std::nullopt,
-                    JSONValue(QStringLiteral("The reply is too large to send to this "
-                                             "device (%1; it may take %2 at a time).")
-                                  .arg(megabytes(size), megabytes(std::max<qint64>(room, 0))))},
-                peer);
-        }
-    }
-    if (error)
-        appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) +
-                  QStringLiteral(": ") + *error);
 }
 
 void BridgeController::handleNotification(const QString& method, const JSONValue& params)
