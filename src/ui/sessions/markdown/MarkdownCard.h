@@ -17,7 +17,9 @@ struct MarkdownSlice {
 MarkdownSlice markdownSlice(const MarkdownDocument& document, bool isStreaming, bool showsFullText);
 
 // A settled message shows at most about this many characters of Markdown at a time: its parts.
-inline constexpr qsizetype markdownPartBudget = 20000;
+// Laying out text costs the window in proportion to its length, so a part costs about what a
+// card of shortened output costs (4,000 characters and a notice).
+inline constexpr qsizetype markdownPartBudget = 6000;
 
 // Where the parts of text begin, the first at 0: each part holds at most budget characters, cut
 // after the last blank line outside a code fence, else after its last line break, else after its

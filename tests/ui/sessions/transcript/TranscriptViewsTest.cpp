@@ -279,17 +279,17 @@ TEST_F(TranscriptViewModelTest, ALongAnswerShowsAPartAtATimeAndALongLiveTailShow
         EXPECT_GT(shown, markdownPartBudget / 2);
         EXPECT_EQ(view.rows()->value(answer, "text"), QString());
         EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), "Show complete answer");
-        EXPECT_TRUE(view.rows()->value(answer, "partText").toString().startsWith("Showing the first 19,"));
+        EXPECT_TRUE(view.rows()->value(answer, "partText").toString().startsWith("Showing the first 5,9"));
     }
     // The complete answer, part by part, from the second.
     const int answer = view.rows()->rowOf("card:a1");
     view.toggleFullText("a1");
-    EXPECT_EQ(view.rows()->value(answer, "partText"), "Part 2 of 52");
+    EXPECT_EQ(view.rows()->value(answer, "partText"), "Part 2 of 173");
     EXPECT_EQ(view.rows()->value(answer, "previousPart"), 0);
     EXPECT_EQ(view.rows()->value(answer, "nextPart"), 2);
     EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), "Collapse answer");
-    view.showAnswerPart("a1", 51);
-    EXPECT_EQ(view.rows()->value(answer, "partText"), "Part 52 of 52");
+    view.showAnswerPart("a1", 172);
+    EXPECT_EQ(view.rows()->value(answer, "partText"), "Part 173 of 173");
     EXPECT_EQ(view.rows()->value(answer, "nextPart"), -1);
     view.toggleFullText("a1");
     EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), "Show complete answer");
