@@ -112,13 +112,16 @@ std::vector<qsizetype> markdownParts(QStringView text, qsizetype budget)
     QStringView fence; // the open fence, if any
     while (text.size() - start > budget) {
         const qsizetype limit = start + budget;
+        // Only the part's own characters are searched.
+        const QStringView part = text.sliced(start, budget);
         qsizetype blankCut = 0;
         qsizetype lineCut = 0;
         QStringView lineFence = fence;
         for (qsizetype at = start; at < limit;) {
-            const qsizetype end = text.indexOf(QLatin1Char('\n'), at);
-            if (end < 0 || end >= limit)
+            const qsizetype found = part.indexOf(QLatin1Char('\n'), at - start);
+            if (found < 0)
                 break;
+            const qsizetype end = start + found;
             const QStringView line = text.sliced(at, end - at);
             const QStringView marker = fenceOf(line);
             const qsizetype after =
@@ -143,8 +146,8 @@ std::vector<qsizetype> markdownParts(QStringView text, qsizetype budget)
         else if (lineCut)
             fence = lineFence;
         if (!cut) {
-            const qsizetype space = text.lastIndexOf(QLatin1Char(' '), limit - 1);
-            cut = space > start ? space + 1 : limit;
+            const qsizetype space = part.lastIndexOf(QLatin1Char(' '));
+            cut = space > 0 ? start + space + 1 : limit;
             if (text[cut - 1].isHighSurrogate())
                 --cut;
         }
