@@ -165,8 +165,8 @@ TEST_F(TranscriptViewModelTest, ALiveDeltaChangesOnlyItsCardAndTheStripFollowsTh
         session.transcript.back().text += QStringLiteral(" and tested");
         session.turnControl.phase = TurnControlState::Phase::Running;
     });
-    ASSERT_EQ(changed.size(), 1);
-    EXPECT_EQ(changed.front().at(0).toModelIndex().row(), 4);
+    // An answer's delta changes its blocks (see below), none of the page's rows.
+    EXPECT_EQ(changed.size(), 0);
     EXPECT_EQ(inserted.size(), 0);
     EXPECT_TRUE(view.showsActivityStrip());
     EXPECT_EQ(view.activityStripText(), "Codex is working…");
@@ -254,8 +254,8 @@ TEST(MarkdownParts, CutWhereABlockBeginsElseAtALineASpaceOrTheBudget)
         const std::vector<qsizetype> starts = markdownParts(text, budget);
         QStringList cut;
         for (std::size_t i = 0; i < starts.size(); ++i)
-            cut.append(text.sliced(starts[i], (i + 1 < starts.size() ? starts[i + 1] : text.size()) -
-                                                  starts[i]));
+            cut.append(text.sliced(
+                starts[i], (i + 1 < starts.size() ? starts[i + 1] : text.size()) - starts[i]));
         EXPECT_EQ(cut, parts) << text.toStdString();
     }
 }
@@ -265,12 +265,11 @@ TEST_F(TranscriptViewModelTest, ALongAnswerShowsAPartAtATimeAndALongLiveTailShow
     // A megabyte in one paragraph, then in many: a part of at most the budget shows either way.
     const QString sentence = QStringLiteral("The build passes after the header changed. ");
     for (const QString& text : {sentence.repeated(24000), (sentence + "\n\n").repeated(23000)}) {
-        workspace.changeSession("s", [&](CodexSessionState& session) {
-            session.transcript.back().text = text;
-        });
+        workspace.changeSession(
+            "s", [&](CodexSessionState& session) { session.transcript.back().text = text; });
         const int answer = view.rows()->rowOf("card:a1");
-        auto* blocks = qobject_cast<RecordListModel*>(
-            view.rows()->value(answer, "blocks").value<QObject*>());
+        auto* blocks =
+            qobject_cast<RecordListModel*>(view.rows()->value(answer, "blocks").value<QObject*>());
         ASSERT_NE(blocks, nullptr);
         qsizetype shown = 0;
         for (int row = 0; row < blocks->rowCount(); ++row)
@@ -279,7 +278,9 @@ TEST_F(TranscriptViewModelTest, ALongAnswerShowsAPartAtATimeAndALongLiveTailShow
         EXPECT_GT(shown, markdownPartBudget / 2);
         EXPECT_EQ(view.rows()->value(answer, "text"), QString());
         EXPECT_EQ(view.rows()->value(answer, "toggleLabel"), "Show complete answer");
-        EXPECT_TRUE(view.rows()->value(answer, "partText").toString().startsWith("Showing the first 5,9"));
+        EXPECT_TRUE(
+            view.rows()->value(answer, "partText").toString().startsWith("Showing the first 5,9"))
+            << view.rows()->value(answer, "partText").toString().toStdString();
     }
     // The complete answer, part by part, from the second.
     const int answer = view.rows()->rowOf("card:a1");
