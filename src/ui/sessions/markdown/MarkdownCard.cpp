@@ -146,7 +146,9 @@ std::vector<qsizetype> markdownParts(QStringView text, qsizetype budget)
         else if (lineCut)
             fence = lineFence;
         if (!cut) {
-            const qsizetype space = part.lastIndexOf(QLatin1Char(' '), part.size() - 1);
+            qsizetype space = part.size() - 1;
+            while (space > 0 && part[space] != QLatin1Char(' '))
+                --space;
             cut = space > 0 ? start + space + 1 : limit;
             if (text[cut - 1].isHighSurrogate())
                 --cut;
