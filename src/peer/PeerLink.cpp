@@ -143,6 +143,9 @@ PeerLinkSettings PeerLinkSettings::fromEnvironment()
     if (const uint port = qEnvironmentVariable("NIMBREL_LINK_PORT").toUInt(&ok);
         ok && port <= 65535)
         settings.port = static_cast<quint16>(port);
+    if (const qint64 bytes = qEnvironmentVariable("NIMBREL_PEER_BACKLOG_BYTES").toLongLong(&ok); ok)
+        settings.peerBacklogBytes = std::clamp(bytes, PeerLink::minimumPeerBacklogBytes,
+                                               PeerLink::maximumPeerBacklogBytes);
     return settings;
 }
 
@@ -625,7 +628,7 @@ std::optional<QString> PeerLink::send(const QByteArray& data, const QString& pee
         connection->outbox.push(data);
     pump(connection);
     if (connection->backlog > (connection->authorized || m_mode == PeerLinkMode::Client
-                                   ? maximumPeerBacklogBytes
+                                   ? m_settings.peerBacklogBytes
                                    : maximumUnauthorizedBacklogBytes))
         dropSlowPeer(connection);
     else if (m_totalBacklog > maximumTotalBacklogBytes)

@@ -28,10 +28,13 @@ struct WebResponse;
 enum class PeerLinkMode { Host, Client };
 
 // Where host mode listens: every interface on port 48215, unless NIMBREL_LINK_ADDRESS and
-// NIMBREL_LINK_PORT say otherwise (port 0 picks a free one).
+// NIMBREL_LINK_PORT say otherwise (port 0 picks a free one). NIMBREL_PEER_BACKLOG_BYTES lowers the
+// backlog an authorised peer may hold (at least a mebibyte), for a machine short of memory or a test
+// that needs a slow peer dropped soon.
 struct PeerLinkSettings {
     QHostAddress address = QHostAddress::Any;
     quint16 port = 48215;
+    qint64 peerBacklogBytes = 32 * 1024 * 1024; // PeerLink::maximumPeerBacklogBytes
     static PeerLinkSettings fromEnvironment();
 };
 
@@ -65,6 +68,7 @@ public:
     static constexpr int maximumUnauthorizedMessages = 64;
     // Data sent and not yet taken by the peer's side of the connection.
     static constexpr qint64 maximumPeerBacklogBytes = 32 * 1024 * 1024;
+    static constexpr qint64 minimumPeerBacklogBytes = 1024 * 1024;
     static constexpr qint64 maximumUnauthorizedBacklogBytes = 256 * 1024;
     static constexpr qint64 maximumTotalBacklogBytes = 128 * 1024 * 1024;
     // How much of a peer's backlog is handed to its socket at a time; the rest waits in the link.

@@ -296,15 +296,19 @@ TEST_F(BridgeEndToEndTest, AStrangerThatReadsSlowlyDoesNotHoldAPairedPhoneBack)
     for (int i = 0; i < 4; ++i)
         pester();
     const double attacked = medianCallMilliseconds(*phone, pester);
-    EXPECT_LT(attacked, idle + 10) << "idle median " << idle << " ms";
+    // Held back, a call waited more than a second; a loaded machine adds some milliseconds.
+    EXPECT_LT(attacked, idle + 250) << "idle median " << idle << " ms";
 }
 
 TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
 {
-    constexpr int deltas = 400000;
+    // Some 25 MB for each peer, several times what the stalled one may hold with the kernel's
+    // buffers on both sides, however fast or slowly the machine runs.
+    constexpr int deltas = 150000;
     engine.setScenario(floodScenario(deltas));
     environment.insert("ASAN_OPTIONS",
                        qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    environment.insert("NIMBREL_PEER_BACKLOG_BYTES", QString::number(4 * 1024 * 1024));
     QString portText;
     auto bridge = startBridge(&portText);
     const quint16 port = static_cast<quint16>(portText.toUInt());
@@ -336,7 +340,8 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
     reader->request("flood", "thread/read");
     ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000))
         << received << " of " << deltas;
-    EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."));
+    EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."))
+        << bridge->err.toStdString();
     // About 56 MiB under the sanitiser, with the stalled peer dropped.
     EXPECT_LT(bridge->peakMiB() - before, 80) << "growth of the bridge's resident memory";
 }

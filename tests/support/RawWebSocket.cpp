@@ -42,7 +42,10 @@ int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders,
         return 0;
     m_buffer = response.mid(headerEnd + 4);
     m_upgraded = true;
-    QObject::connect(&m_socket, &QIODevice::readyRead, [this] { readFrames(); });
+    QObject::connect(&m_socket, &QIODevice::readyRead, [this] {
+        if (m_reading)
+            readFrames();
+    });
     return response.split(' ').value(1).toInt();
 }
 
@@ -99,11 +102,15 @@ void RawWebSocket::sendFrameHeader(quint64 length)
 
 void RawWebSocket::stopReading()
 {
+    // Nothing here reads again, Qt takes a byte at most, and the kernel holds little.
+    m_reading = false;
     m_socket.setReadBufferSize(1);
+    m_socket.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 16 * 1024);
 }
 
 void RawWebSocket::resumeReading()
 {
+    m_reading = true;
     m_socket.setReadBufferSize(0);
     if (m_upgraded)
         readFrames();

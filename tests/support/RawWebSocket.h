@@ -31,7 +31,8 @@ public:
     // Only the header of a masked text frame announcing `length` bytes.
     void sendFrameHeader(quint64 length);
     void sendBytes(const QByteArray& bytes) { m_socket.write(bytes); }
-    // Stops taking data from the network (the kernel buffers fill, then the sender's), or resumes.
+    // Stops taking data from the network for good, until resumed: neither this class nor Qt reads,
+    // the kernel's small receive buffer fills, then the sender's.
     void stopReading();
     void resumeReading();
     // The code of the close frame received, once one has come.
@@ -51,6 +52,7 @@ private:
     QByteArray m_buffer;
     QByteArray m_received;
     bool m_upgraded = false;
+    bool m_reading = true;
     std::optional<int> m_closeCode;
 };
 
