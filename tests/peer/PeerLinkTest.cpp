@@ -222,7 +222,11 @@ TEST_F(PeerLinkTest, StrangersHoldPartOfTheSlotsAndTheOldestMakesRoom)
     // The first newcomer found a stranger's slot free again; the others each took the oldest's.
     ASSERT_TRUE(
         waitFor([&] { return strangers[7]->state() == QAbstractSocket::UnconnectedState; }));
-    settle(200);
+    ASSERT_TRUE(waitFor([&] {
+        return connectedCount() == PeerLink::maximumUnauthorizedConnections &&
+               strangers.back()->state() == QAbstractSocket::ConnectedState;
+    }));
+    settle(200); // and no more go
     EXPECT_EQ(strangers[8]->state(), QAbstractSocket::ConnectedState);
     EXPECT_EQ(connectedCount(), PeerLink::maximumUnauthorizedConnections);
     EXPECT_EQ(trusted->state(), QAbstractSocket::ConnectedState);
