@@ -472,7 +472,8 @@ test('after the computer restarts, the page reconnects by its stored key, withou
   const transcript = await page.locator('#transcript').innerText();
   assert.equal(transcript.split('message 45').length, 2);
   assert.match(transcript, /message 43[\s\S]*word39 /);
-  assert.deepEqual(page.errors, []);
+  // However long the computer takes to come back, the page may have tried while it was away.
+  assert.deepEqual(page.errors.filter((e) => !/^WebSocket connection to .*ERR_CONNECTION_REFUSED$/.test(e)), []);
 });
 
 test('a page of another origin cannot open the link', async () => {
