@@ -651,6 +651,14 @@ qint64 PeerLink::backlog(const QString& peer) const
     return connection ? connection->backlog : 0;
 }
 
+std::optional<double> PeerLink::lastHeard(const QString& peer) const
+{
+    const auto connection = openConnectionNamed(peer);
+    if (!connection)
+        return std::nullopt;
+    return connection->lastHeard;
+}
+
 // Hands queued messages to the socket while it holds less than its share.
 void PeerLink::pump(const std::shared_ptr<Connection>& connection)
 {

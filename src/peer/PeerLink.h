@@ -138,6 +138,9 @@ public:
     QHostAddress peerAddress(const QString& peer) const;
     // Bytes sent to the peer that its side has not taken yet.
     qint64 backlog(const QString& peer) const;
+    // When the link last heard from the open connection of this name (a message or a pong), in the
+    // scheduler's time; nullopt where none is open.
+    std::optional<double> lastHeard(const QString& peer) const;
     // The backlogs of all connections together.
     qint64 totalBacklog() const { return m_totalBacklog; }
     // True while an authorised peer that is still taking data is far behind: whoever feeds the

@@ -84,7 +84,8 @@ JSONValue serverRequestScenario()
              cue("crash", {JSONValue::object({{"exit", 3}})}),
              cue("deaf", {JSONValue::object({{"closeStdin", true}})}),
          })},
-        {"onEof", JSONValue::array({JSONValue::object({{"sleepMs", 3000}})})},
+        // Deaf, the engine stays until it is stopped, so a write to it fails however late it comes.
+        {"onEof", JSONValue::array({JSONValue::object({{"sleepMs", 600000}})})},
     });
 }
 

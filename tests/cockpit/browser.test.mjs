@@ -22,6 +22,10 @@ async function screenshot(name) {
   writeFileSync(join(shots, `cockpit-${name}.png`), await page.screenshot());
 }
 
+// How long a wait may take before the test gives up: only a broken test waits this long, however
+// busy the machine.
+const patience = 60000;
+
 // The engine's answer to its own request, by the request's id, and a call it received; once it has it.
 const engineAnswer = (id) => bridge.engineReceived((m) => m.id === id && !m.method);
 const engineCall = (test) => bridge.engineReceived((m) => typeof m.method === 'string' && test(m));
@@ -38,7 +42,7 @@ async function say(text, on = page) {
 
 // Resolves once a page of the session's newest history reaches the page on a connection it opens
 // from now on (the page reads it again after a reconnect).
-function newestHistoryArrives(on, limitMs = 60000) {
+function newestHistoryArrives(on, limitMs = patience) {
   return new Promise((resolve, reject) => {
     const timer = setTimeout(() => reject(new Error('The newest history never reached the page again')), limitMs);
     on.on('websocket', (socket) => socket.on('framereceived', (frame) => {
@@ -436,7 +440,7 @@ test('cut off mid-turn, the page catches up: the whole reply once, the turn ende
     const caughtUp = newestHistoryArrives(tablet);
     relay.resume();
     await caughtUp;
-    await tablet.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: 60000 });
+    await tablet.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: patience });
     await shows('#transcript', 'word59 ', tablet);
     await gone('#stop', tablet);
     const reply = await tablet.locator('[data-entry="turn-30-reply"]').innerText();
@@ -460,7 +464,7 @@ test('after the computer restarts, the page reconnects by its stored key, withou
   await bridge.start();
   await bridge.waitFor('Authenticated Ada’s Phone from 127.0.0.1.');
   assert.doesNotMatch(bridge.err, /Pairing requested/);
-  await page.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: 60000 });
+  await page.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: patience });
   // What the page shows is read again and merged with what it held: the newest page of history
   // once, and the turns streamed before.
   await caughtUp;
@@ -468,7 +472,8 @@ test('after the computer restarts, the page reconnects by its stored key, withou
   const transcript = await page.locator('#transcript').innerText();
   assert.equal(transcript.split('message 45').length, 2);
   assert.match(transcript, /message 43[\s\S]*word39 /);
-  assert.deepEqual(page.errors, []);
+  // However long the computer takes to come back, the page may have tried while it was away.
+  assert.deepEqual(page.errors.filter((e) => !/^WebSocket connection to .*ERR_CONNECTION_REFUSED$/.test(e)), []);
 });
 
 test('a page of another origin cannot open the link', async () => {
@@ -507,7 +512,7 @@ test('installed, the page opens from its own files while the computer is away, a
 test('a computer that answers with the same id and another key is refused', async () => {
   rmSync(join(bridge.home, 'data/nimbrel-bridge/secrets/com.halvenworks.Sarvane/device-signing-key'));
   await bridge.start();
-  await page.locator('#key-changed', { hasText: 'key has changed' }).waitFor({ timeout: 60000 });
+  await page.locator('#key-changed', { hasText: 'key has changed' }).waitFor({ timeout: patience });
   await screenshot('key-changed');
   assert.doesNotMatch(bridge.err, /Authenticated|Pairing requested/);
 });

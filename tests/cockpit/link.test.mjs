@@ -41,9 +41,11 @@ const computer = await crypto.subtle.generateKey(algorithm, false, ['sign', 'ver
 const computerHello = () => makeHello(crypto, computer, 'computer-1', 'Workshop');
 const browserIdentity = { keyPair: await crypto.subtle.generateKey(algorithm, false, ['sign', 'verify']), deviceID: 'browser-1' };
 
-// Lets WebCrypto's work, which runs off the event loop, finish until the condition holds.
-async function settle(condition) {
-  for (let i = 0; i < 1000 && !condition(); i++) await new Promise((resolve) => setImmediate(resolve));
+// Lets WebCrypto's work, which runs off the event loop, finish until the condition holds. The
+// limit is real time (the tests' timers may be mocked) and generous: a busy machine only slows it.
+async function settle(condition, limitMs = 60000) {
+  const deadline = Date.now() + limitMs;
+  while (!condition() && Date.now() < deadline) await new Promise((resolve) => setImmediate(resolve));
   assert.ok(condition(), `never true: ${condition}`);
 }
 

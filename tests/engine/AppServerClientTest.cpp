@@ -344,33 +344,40 @@ TEST_F(AppServerClientTest, AFailedInitializeAndTheChildsExitUseUpBothAttempts)
     EXPECT_TRUE(logged("Codex app-server exited with code 1. Retry 2 of 2."));
     EXPECT_EQ(engine.launches(), 1);
 
-    // The last launch fails too: the client gives up with that child still running and read.
+    // The last launch fails too: the client gives up with that child still running and read. The
+    // first child's output was all read before its exit was reported.
+    const std::size_t heard = notifications.size();
     scheduler.advance(1.0);
     ASSERT_TRUE(waitFor([&] { return lastStatus() == "Initialization failed: no"; }));
     EXPECT_EQ(engine.launches(), 2);
     EXPECT_FALSE(isReady());
-    const std::size_t heard = notifications.size();
     ASSERT_TRUE(waitFor([&] { return notifications.size() == heard + 1; }));
 }
 
 TEST_F(AppServerClientTest, EveryCompletionRunsOnceThroughLateRepliesAndRestarts)
 {
-    engine.setScenario(handlers({{"thread/read", JSONValue::object({{"result", JSONValue::object({})}, {"delayMs", 300}})},
+    // thread/read (the client's second request, after initialize) is answered only when thread/list
+    // comes, ahead of thread/list's own answer: after its limit, whatever the machine's load.
+    const JSONValue lateReply = JSONValue::object({{"id", 2}, {"result", JSONValue::object({})}});
+    engine.setScenario(handlers({{"thread/read", JSONValue::object({{"noReply", true}})},
+                                 {"thread/list", JSONValue::object({{"result", JSONValue::object({})},
+                                                                    {"before", actions({JSONValue::object({{"send", lateReply}})})}})},
                                  {"turn/start", JSONValue::object({{"noReply", true}})}}));
     startAndWaitUntilReady();
     int completions = 0;
     std::optional<AppServerClient::RequestResult> late;
     client->request(QStringLiteral("thread/read"), JSONValue::object({}), [&](const auto& r) { late = r; ++completions; });
     ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 3; }));
+    ASSERT_EQ(engine.received()[2]["id"], JSONValue(2));
     scheduler.advance(AppServerClient::requestTimeoutSeconds);
     ASSERT_TRUE(waitFor([&] { return late.has_value(); }));
-    settle(500); // the reply comes after its limit, and runs nothing
+    EXPECT_TRUE(call(QStringLiteral("thread/list")).ok()); // the late reply came first, and ran nothing
     EXPECT_EQ(completions, 1);
     EXPECT_EQ(late->error(), AppServerError::requestTimedOut("thread/read"));
 
     std::optional<AppServerClient::RequestResult> inFlight;
     client->request(QStringLiteral("turn/start"), JSONValue::object({}), [&](const auto& r) { inFlight = r; });
-    ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 4; }));
+    ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 5; }));
     client->start(FakeEngine::executablePath());
     ASSERT_TRUE(waitFor([&] { return inFlight.has_value(); }));
     EXPECT_EQ(inFlight->error().text(), "Codex app-server is still starting.");
@@ -475,8 +482,9 @@ TEST_F(AppServerClientTest, AnAnswerToAChildThatClosedItsInputFailsForItsCaller)
     EXPECT_TRUE(outcomes[1].has_value());
     EXPECT_GE(std::count_if(logs.begin(), logs.end(), [](const QString& l) { return l.startsWith("Write failed: "); }), 2);
     std::optional<AppServerClient::RequestResult> outcome;
+    const std::size_t armed = scheduler.pendingCount();
     client->request(QStringLiteral("thread/list"), JSONValue::object({}), [&](const auto& r) { outcome = r; });
-    settle(50);
+    ASSERT_TRUE(waitFor([&] { return scheduler.pendingCount() > armed; })); // its limit is set
     scheduler.advance(30);
     ASSERT_TRUE(waitFor([&] { return outcome.has_value(); }));
     EXPECT_EQ(outcome->error(), AppServerError::requestTimedOut("thread/list"));

@@ -34,7 +34,9 @@
 //   "authUrl": "...", "verificationUrl": "...", "userCode": "..."}
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
-//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...] }
+//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...],
+//              "replyOn": "method" }   the reply waits until a request or notification of that
+//                                      method is read, and goes ahead of that message's own answer
 //   action:  {"send": X} {"raw": "text"} {"stderr": "text"} {"stderrHex": "fffe"} {"exit": code}
 //   {"sleepMs": n}
 //            {"closeStdin": true} {"flood": {"count": n, "message": X}}

@@ -17,6 +17,7 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 using nimbrel::JSONValue;
 
@@ -153,6 +154,31 @@ void perform(const JSONValue& actions)
 std::optional<JSONValue> pendingLoginCompletion;
 std::string loginCompletesOn;
 
+// Replies held back by a handler's "replyOn", with the method that releases each.
+std::vector<std::pair<std::string, JSONValue>> heldReplies;
+
+void sendOrHold(const JSONValue& handler, JSONValue reply)
+{
+    const JSONValue* on = handler.find("replyOn");
+    if (on && on->isString())
+        heldReplies.emplace_back(std::string(*on->stringView()), std::move(reply));
+    else
+        send(reply);
+}
+
+// Sends, in the order they were held, the replies that wait for a message of this method.
+void releaseHeldReplies(const std::string& method)
+{
+    std::vector<std::pair<std::string, JSONValue>> waiting;
+    for (auto& held : heldReplies) {
+        if (held.first == method)
+            send(held.second);
+        else
+            waiting.push_back(std::move(held));
+    }
+    heldReplies = std::move(waiting);
+}
+
 std::string textIn(const JSONValue& value, std::string_view key, std::string_view fallback)
 {
     const JSONValue* found = value.find(key);
@@ -233,13 +259,13 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
             members.emplace_back("id", id);
         for (const auto& member : reply->members())
             members.emplace_back(std::string(member.name()), member.value);
-        send(JSONValue::object(std::move(members)));
+        sendOrHold(handler, JSONValue::object(std::move(members)));
     } else if (handler.find("echoParams"))
-        send(JSONValue::object({{"id", id}, {"result", params}}));
+        sendOrHold(handler, JSONValue::object({{"id", id}, {"result", params}}));
     else if (const JSONValue* error = handler.find("error"))
-        send(JSONValue::object({{"id", id}, {"error", *error}}));
+        sendOrHold(handler, JSONValue::object({{"id", id}, {"error", *error}}));
     else if (const JSONValue* result = handler.find("result"))
-        send(JSONValue::object({{"id", id}, {"result", *result}}));
+        sendOrHold(handler, JSONValue::object({{"id", id}, {"result", *result}}));
     if (const JSONValue* after = handler.find("after"))
         perform(*after);
     cueingParams = &params;
@@ -327,6 +353,7 @@ int main(int argc, char** argv)
         const JSONValue params = given ? *given : JSONValue::object({});
         if (method && method->isString()) {
             const std::string name(*method->stringView());
+            releaseHeldReplies(name);
             if (id)
                 answer(scenario, *id, name, params, calls[name]++);
             else
