@@ -160,6 +160,8 @@ void BridgeController::handlePairingRequest(const QString& peer)
     // A device already trusted, under any key, does not pair again until it is forgotten.
     if (m_trustStore.peer(remote->second.deviceID))
         return;
+    // Copies: ending an older request below may reach back into the tables.
+    const HelloPayload localHello = local->second, remoteHello = remote->second;
     const quint64 connection = m_link->connectionID(peer);
     // One request a connection: while it waits, asking again changes nothing; once it has been
     // decided or has expired, the connection is refused.
@@ -185,19 +187,9 @@ void BridgeController::handlePairingRequest(const QString& peer)
     }
     history = afterPairingRequest(history, now);
 
-    const QString code = pairingCode(local->second, remote->second);
-    PairingRequest request{peer, peer, connection, code, local->second, remote->second, address};
-    m_pairingRequests.push_back(request);
-    m_link->setAwaitingPairing(peer, true);
-    m_pairingLimits[peer] =
-        m_scheduler.schedule(this, pairingRequestLimitSeconds,
-                             [this, peer, connection] { expirePairingRequest(peer, connection); });
-    emit pairingRequestsChanged();
-    appendStrangerLog(QStringLiteral("Pairing requested by ") +
-                      loggableText(request.remoteHello.displayName) +
-                      QStringLiteral(". Compare code ") + code + QLatin1Char('.'));
-    // Only the newest few wait; an older one is ended, and its device told so.
-    while (static_cast<int>(m_pairingRequests.size()) > maximumPairingRequests) {
+    // Only the newest few wait; the oldest is ended, and its device told so, before another
+    // is shown.
+    while (static_cast<int>(m_pairingRequests.size()) >= maximumPairingRequests) {
         const PairingRequest oldest = m_pairingRequests.front();
         sendToConnection(messageOf(BridgeMessageKind::PairingRejected), oldest.peer,
                          oldest.connection);
@@ -207,6 +199,17 @@ void BridgeController::handlePairingRequest(const QString& peer)
                           loggableText(oldest.remoteHello.displayName) +
                           QStringLiteral(" ended: newer requests came."));
     }
+    const QString code = pairingCode(localHello, remoteHello);
+    PairingRequest request{peer, peer, connection, code, localHello, remoteHello, address};
+    m_pairingRequests.push_back(request);
+    m_link->setAwaitingPairing(peer, true);
+    m_pairingLimits[peer] =
+        m_scheduler.schedule(this, pairingRequestLimitSeconds,
+                             [this, peer, connection] { expirePairingRequest(peer, connection); });
+    emit pairingRequestsChanged();
+    appendStrangerLog(QStringLiteral("Pairing requested by ") +
+                      loggableText(request.remoteHello.displayName) +
+                      QStringLiteral(". Compare code ") + code + QLatin1Char('.'));
 }
 
 // A request that does not reach the window: the device hears no at once.
@@ -247,6 +250,10 @@ void BridgeController::approvePairing(PairingRequest request)
         return;
     }
     removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
+    // The user knows the address now: another device there may ask at once, and this connection
+    // may ask again should the device be forgotten.
+    m_pairingHistories.erase(request.address);
+    m_askedToPair.erase(request.peer);
     sendInitialState(request.peer);
     appendLog(QStringLiteral("Paired ") + loggableText(request.remoteHello.displayName) +
               QStringLiteral(" from ") + m_link->peerAddress(request.peer).toString() +
