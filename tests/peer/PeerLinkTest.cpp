@@ -263,7 +263,7 @@ TEST_F(PeerLinkTest, AnAddressStartsAFewHandshakesASecondAndTheRestWait)
         QSslSocket socket;
         socket.setSslConfiguration(PeerLink::tlsConfiguration());
         socket.connectToHostEncrypted("127.0.0.1", port);
-        if (!waitFor([&] { return socket.isEncrypted(); }, 1000))
+        if (!waitFor([&] { return socket.isEncrypted(); }, 5000))
             break;
         socket.abort();
         waitFor([&] { return host->statusText() == "Available on local network"; });
