@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bridge/ActivityLog.h"
+#include "bridge/PairingLimits.h"
 #include "bridge/PairingRequest.h"
 #include "bridge/PendingServerRequest.h"
 #include "bridge/PendingUserInputRequests.h"
@@ -54,7 +56,9 @@ class BridgeController : public QObject {
     Q_PROPERTY(bool signInRequired READ signInRequired NOTIFY signInChanged)
 
 public:
-    static constexpr int maximumLogLines = 100;
+    static constexpr int maximumLogLines = ActivityLog::maximumLines;
+    // Pairing requests waiting for the user at once; a newer one ends the oldest.
+    static constexpr int maximumPairingRequests = 3;
     static inline const QString customCodexPathKey = QStringLiteral("SarvaneCustomCodexPath");
     static inline const QString openTabsKey = QStringLiteral("SarvaneBridgeOpenSessionTabs");
     static constexpr double threadRefreshIntervalSeconds = 4;
@@ -81,7 +85,9 @@ public:
     // The transport names of the authorised connections, in text order.
     QStringList authorizedPeerNames() const;
     bool isAuthorized(const QString& peer) const { return m_authorizedDevices.count(peer) > 0; }
-    QStringList logs() const { return m_logs; }
+    // Newest first: what concerns paired devices, decisions and the engine, and, bounded apart
+    // from it, what strangers did.
+    QStringList logs() const { return m_log.lines(); }
     bool launchAtLogin() const { return m_launchAtLogin; }
     bool hasIdentity() const { return m_identity != nullptr; }
     const std::optional<ApprovalPrompt>& approval() const { return m_approval; }
@@ -140,6 +146,8 @@ public:
     std::optional<TrustedPeer> trustedPeerWithID(const QString& deviceID) const;
 
     void appendLog(const QString& line);
+    // A line about a connection that is not authorised (see ActivityLog).
+    void appendStrangerLog(const QString& line);
     std::optional<QString> sendToPeer(const BridgeMessage& message, const QString& peer);
     // Sends only while peer's name still belongs to that connection (PeerLink::connectionID): an
     // answer never reaches a later connection that took the name.
@@ -194,6 +202,9 @@ private:
     void setAuthorized(const QString& peer, bool authorized, const QString& deviceID = {});
     void removePairingRequests(const std::function<bool(const PairingRequest&)>& matches);
     void expirePairingRequest(const QString& id, quint64 connection);
+    void refusePairingRequest(const QString& peer, const QString& why);
+    void notePairingEnded(const PairingRequest& request);
+    void logMalformedMessage(const QString& peer, const QString& error);
 
     // The relay.
     void handleRequest(const BridgeMessage& message, const QString& peer);
@@ -234,7 +245,7 @@ private:
     QString m_codexAccountStatus = QStringLiteral("Waiting for Codex…");
     std::vector<PairingRequest> m_pairingRequests;
     std::vector<TrustedPeer> m_trustedPeers;
-    QStringList m_logs;
+    ActivityLog m_log;
     bool m_launchAtLogin = false;
 
     std::unique_ptr<PeerLink> m_link;
@@ -246,6 +257,12 @@ private:
     std::map<QString, HelloPayload> m_remoteHellos;
     // The limit of each pairing request, by its id.
     std::map<QString, TaskHandle> m_pairingLimits;
+    // The connections that have asked to pair once (by transport name, the link's number for the
+    // connection), and each address's recent requests (by its text).
+    std::map<QString, quint64> m_askedToPair;
+    std::map<QString, PairingHistory> m_pairingHistories;
+    // Malformed messages from each connection not authorised, past the first, which was logged.
+    std::map<QString, int> m_unloggedMalformed;
     // Each authorised connection, by transport name, and the device it proved to be.
     std::map<QString, QString> m_authorizedDevices;
     // Every open approval, in order of arrival, until someone answers it.

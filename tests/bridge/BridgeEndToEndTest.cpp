@@ -300,6 +300,44 @@ TEST_F(BridgeEndToEndTest, AStrangerThatReadsSlowlyDoesNotHoldAPairedPhoneBack)
     EXPECT_LT(attacked, idle + 250) << "idle median " << idle << " ms";
 }
 
+TEST_F(BridgeEndToEndTest, StrangersPingingAndNeverReadingAreClosedAndCostLittle)
+{
+    environment.insert("ASAN_OPTIONS",
+                       qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    QString portText;
+    auto bridge = startBridge(&portText);
+    const quint16 port = static_cast<quint16>(portText.toUInt());
+    auto phone = pairedPeer(*bridge, port, "Phone", "Phone");
+    const double idle = medianCallMilliseconds(*phone);
+    const double before = bridge->residentMiB();
+
+    // Four connections that never pair send ping frames for up to 15 s and read nothing.
+    std::vector<std::unique_ptr<RawWebSocket>> pingers;
+    for (int i = 0; i < 4; ++i) {
+        pingers.push_back(std::make_unique<RawWebSocket>(port));
+        ASSERT_EQ(pingers.back()->upgrade(QStringLiteral("Pinger %1").arg(i)), 101);
+        pingers.back()->stopReading();
+    }
+    const auto allClosed = [&] {
+        return std::all_of(pingers.begin(), pingers.end(),
+                           [](const auto& p) { return p->isClosed(); });
+    };
+    QElapsedTimer flooding;
+    flooding.start();
+    const auto flood = [&] {
+        for (const auto& pinger : pingers)
+            for (int i = 0; i < 200 && !pinger->isClosed(); ++i)
+                pinger->sendFrame(QByteArray(125, 'p'), 0x9);
+        settle(5);
+    };
+    const double attacked = medianCallMilliseconds(*phone, flood);
+    while (!allClosed() && flooding.elapsed() < 15000)
+        flood();
+    EXPECT_TRUE(allClosed());
+    EXPECT_LT(bridge->peakMiB() - before, 64) << "growth of the bridge's resident memory";
+    EXPECT_LT(attacked, idle + 100) << "idle median " << idle << " ms";
+}
+
 TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
 {
     // Some 25 MB for each peer, several times what the stalled one may hold with the kernel's

@@ -15,7 +15,10 @@ RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from)
                      [this] { m_socket.ignoreSslErrors(); });
     if (!from.isNull())
         m_socket.bind(from);
-    m_socket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), port);
+    m_socket.connectToHostEncrypted(from.protocol() == QAbstractSocket::IPv6Protocol
+                                        ? QStringLiteral("::1")
+                                        : QStringLiteral("127.0.0.1"),
+                                    port);
     waitFor([&] {
         return m_socket.isEncrypted() || m_socket.state() == QAbstractSocket::UnconnectedState;
     });
@@ -127,7 +130,8 @@ void RawWebSocket::readFrames()
     if (m_socket.readBufferSize() == 1)
         return; // not reading
     m_buffer += m_socket.readAll();
-    // Server frames are not masked and, here, not fragmented; only the close frame is kept.
+    // Server frames are not masked and, here, not fragmented; text messages and the close frame
+    // are kept.
     for (;;) {
         if (m_buffer.size() < 2)
             return;
@@ -152,6 +156,8 @@ void RawWebSocket::readFrames()
             return;
         const QByteArray payload = m_buffer.mid(offset, static_cast<qsizetype>(length));
         m_buffer.remove(0, offset + static_cast<qsizetype>(length));
+        if (opcode == 0x1)
+            m_texts.append(payload);
         if (opcode == 0x8 && payload.size() >= 2)
             m_closeCode = (static_cast<quint8>(payload[0]) << 8) | static_cast<quint8>(payload[1]);
     }
