@@ -554,7 +554,7 @@ void PeerLink::afterFrames(const std::shared_ptr<Connection>& connection)
     }
     account(*connection);
     if (connection->backlog >
-        (connection->authorized ? maximumPeerBacklogBytes : maximumUnauthorizedBacklogBytes))
+        (connection->authorized ? m_settings.peerBacklogBytes : maximumUnauthorizedBacklogBytes))
         dropSlowPeer(connection);
     else if (m_totalBacklog > maximumTotalBacklogBytes)
         enforceTotalBacklog();
