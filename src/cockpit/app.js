@@ -83,6 +83,7 @@ function linkScreen() {
       return el('section', { className: 'card', id: 'pairing-rejected' },
         el('h1', {}, 'Pairing refused'),
         el('p', {}, `${computer} refused to pair with this device.`),
+        el('p', { className: 'muted' }, 'It hears a new request from this device after half a minute.'),
         button('Ask again', () => link.askAgain(), 'prominent', 'ask-again'));
     case 'keyChanged':
       return el('section', { className: 'card alert', id: 'key-changed' },

@@ -73,14 +73,15 @@ export class BridgeLink extends EventTarget {
       reject(Object.assign(new Error('The connection to the computer closed before it answered.'), { lost: true }));
     }
     this.pending.clear();
-    if (this.state === 'keyChanged') return;
+    // Refused, the page waits for the person to ask again rather than asking by itself.
+    if (this.state === 'keyChanged' || this.state === 'rejected') return;
     this.setState('offline');
     this.retryTimer = setTimeout(() => this.connect(), this.retryDelayMs);
     this.retryDelayMs = Math.min(this.retryDelayMs * 2, 15000);
   }
 
   reconnectNow() {
-    if (this.state === 'keyChanged') return;
+    if (this.state === 'keyChanged' || this.state === 'rejected') return;
     this.retryDelayMs = 1000;
     if (!this.socket) this.connect();
     else this.checkLiveness();
@@ -147,9 +148,13 @@ export class BridgeLink extends EventTarget {
     else this.setState('pairing');
   }
 
+  // The computer hears one request a connection: asking again takes a new one.
   askAgain() {
-    this.send({ kind: 'pairingRequest' });
-    this.setState('pairing');
+    const refused = this.socket;
+    this.socket = null;
+    refused?.close();
+    this.retryDelayMs = 1000;
+    this.connect();
   }
 
   async accepted() {

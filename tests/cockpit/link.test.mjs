@@ -171,3 +171,21 @@ test('the name on the connection is the user’s, cut to 58 characters, with fou
   }
   assert.ok(names.size > 1);
 });
+
+test('refused, the link asks again only when told, and then on a new connection', async () => {
+  makeLink();
+  await socket().deliver({ kind: 'hello', body: await computerHello() });
+  await settle(() => socket().sent.some((m) => m.kind === 'pairingRequest'));
+  await socket().deliver({ kind: 'pairingRejected' });
+  assert.equal(link.state, 'rejected');
+  socket().drop();
+  mock.timers.tick(60000);
+  assert.equal(FakeSocket.made.length, 1, 'no new connection by itself');
+  assert.equal(link.state, 'rejected');
+
+  link.askAgain();
+  assert.equal(FakeSocket.made.length, 2);
+  await socket().deliver({ kind: 'hello', body: await computerHello() });
+  await settle(() => socket().sent.some((m) => m.kind === 'pairingRequest'));
+  assert.equal(link.state, 'pairing');
+});
