@@ -65,6 +65,9 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
         else
             completion(AppServerError::notReady());
     };
+    // Every change of a session's mode, from anywhere, reaches every peer at once.
+    connect(m_workspace.get(), &CodexWorkspace::sessionModeChanged, this,
+            [this](const QString& threadID) { broadcast(sessionModeEvent(threadID)); });
     // The link and the client deliver on this thread and die with this object.
     m_link->onConnected = [this](const QString& peer) { handleConnected(peer); };
     m_link->onDisconnected = [this](const QString& peer) { handleDisconnected(peer); };
