@@ -67,13 +67,8 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
          asked](const AppServerClient::RequestResult& outcome) {
             if (!self)
                 return;
-            if (carriesMode && outcome.ok()) {
-                if (asked && !threadID.isEmpty() &&
-                    self->m_workspace->sessionMode(threadID) != asked)
-                    self->appendLog(loggableText(peer) + QStringLiteral(" set a session to ") +
-                                    permissionModeTitle(*asked) + QStringLiteral("."));
+            if (carriesMode && outcome.ok())
                 self->m_workspace->noteSessionModeReply(method, threadID, asked, outcome.value());
-            }
             const BridgeMessage reply =
                 outcome.ok() ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, id,
                                              std::nullopt, outcome.value()}
@@ -103,9 +98,6 @@ void BridgeController::setSessionModeFromPeer(const BridgeMessage& message, cons
     const bool valid = !threadID.isEmpty() &&
                        threadID.size() <= CodexWorkspace::maximumThreadIDLength && mode &&
                        *mode != PermissionMode::Custom;
-    if (valid && m_workspace->sessionMode(threadID) != mode)
-        appendLog(loggableText(peer) + QStringLiteral(" set a session to ") +
-                  permissionModeTitle(*mode) + QStringLiteral("."));
     if (valid)
         m_workspace->recordSessionMode(threadID, *mode);
     sendToPeer(valid ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, message.id,

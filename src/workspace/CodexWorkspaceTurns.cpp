@@ -50,12 +50,16 @@ void CodexWorkspace::send(const QString& text, const QString& threadID, const QS
     }
     const CodexSessionState* held = session(threadID);
     const TurnControlState control = held ? held->turnControl : TurnControlState{};
-    if (held && held->isSendingMessage)
-        return;
+    // A message on its way is not sent twice.
+    const bool sending = held && held->isSendingMessage;
     switch (control.phase) {
     case Phase::Idle:
+        if (sending)
+            return;
         return resumeAndStart(message, threadID, images);
     case Phase::Running:
+        if (sending)
+            return;
         if (control.turnID)
             return steer(message, threadID, *control.turnID, images);
         return setErrorMessage(stillStarting);

@@ -281,39 +281,40 @@ TEST(MainWindow, ANewSessionsModeAndTheHeadersChoiceReachCodex)
         "thread/start": {"result": {"thread": {"id": "thr_new"}}},
         "turn/start": {"result": {"turn": {"id": "T1"}}}}})"));
     {
-    ShownWindow shown(bridge);
-    ASSERT_TRUE(shown.window.mainWindow());
-    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+        ShownWindow shown(bridge);
+        ASSERT_TRUE(shown.window.mainWindow());
+        ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
 
-    // The sheet offers full access first; the user asks to be asked.
-    shown.click(shown.shownItem("new-session"));
-    ASSERT_TRUE(waitFor([&] { return shown.shownItem("permission-mode-ask") != nullptr; }));
-    EXPECT_TRUE(shown.shownItem("permission-mode-full-access")->property("checked").toBool());
-    shown.click(shown.shownItem("permission-mode-ask"));
-    shown.click(shown.shownItem("new-session-create"));
-    ASSERT_TRUE(waitFor([&] { return bridge.received("thread/start") == 1; }));
-    EXPECT_EQ(lastParams(bridge, "thread/start")["approvalPolicy"], JSONValue("untrusted"));
-    EXPECT_EQ(lastParams(bridge, "thread/start")["sandbox"], JSONValue("workspace-write"));
+        // The sheet offers full access first; the user asks to be asked.
+        shown.click(shown.shownItem("new-session"));
+        ASSERT_TRUE(waitFor([&] { return shown.shownItem("permission-mode-ask") != nullptr; }));
+        EXPECT_TRUE(shown.shownItem("permission-mode-full-access")->property("checked").toBool());
+        shown.click(shown.shownItem("permission-mode-ask"));
+        shown.click(shown.shownItem("new-session-create"));
+        ASSERT_TRUE(waitFor([&] { return bridge.received("thread/start") == 1; }));
+        EXPECT_EQ(lastParams(bridge, "thread/start")["approvalPolicy"], JSONValue("untrusted"));
+        EXPECT_EQ(lastParams(bridge, "thread/start")["sandbox"], JSONValue("workspace-write"));
 
-    // The header shows the mode; read only, chosen there, goes with the next turn.
-    ASSERT_TRUE(waitFor([&] {
-        QQuickItem* pill = shown.shownItem("session-permission-selector");
-        return pill && pill->property("label").toString() == "Ask before acting";
-    }));
-    shown.click(shown.shownItem("session-permission-selector"));
-    ASSERT_TRUE(
-        waitFor([&] { return shown.shownItem("session-permission-read-only") != nullptr; }));
-    shown.click(shown.shownItem("session-permission-read-only"));
-    ASSERT_TRUE(waitFor([&] {
-        return shown.shownItem("session-permission-selector")->property("label").toString() ==
-               "Read only";
-    }));
-    shown.window.find("composer")->setProperty("text", "Look around");
-    shown.click(shown.shownItem("composer-send"));
-    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
-    EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
-    EXPECT_EQ(lastParams(bridge, "turn/start")["approvalPolicy"], JSONValue("on-request"));
-    EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+        // The header shows the mode; read only, chosen there, goes with the next turn.
+        ASSERT_TRUE(waitFor([&] {
+            QQuickItem* pill = shown.shownItem("session-permission-selector");
+            return pill && pill->property("label").toString() == "Ask before acting";
+        }));
+        shown.click(shown.shownItem("session-permission-selector"));
+        ASSERT_TRUE(
+            waitFor([&] { return shown.shownItem("session-permission-read-only") != nullptr; }));
+        shown.click(shown.shownItem("session-permission-read-only"));
+        ASSERT_TRUE(waitFor([&] {
+            return shown.shownItem("session-permission-selector")->property("label").toString() ==
+                   "Read only";
+        }));
+        shown.window.find("composer")->setProperty("text", "Look around");
+        shown.click(shown.shownItem("composer-send"));
+        ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
+        EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
+        EXPECT_EQ(lastParams(bridge, "turn/start")["approvalPolicy"], JSONValue("on-request"));
+        EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"],
+                  json(R"({"type":"readOnly"})"));
     }
 
     // After a restart the reopened tab still shows read only, and its next turn carries it.
@@ -566,10 +567,8 @@ TEST(MainWindow, SessionsAreRenamedForkedAndArchivedFromTheirMenus)
     ASSERT_TRUE(waitFor([&] { return shown.item("session-fork")->isVisible(); }));
     shown.click(shown.item("session-fork"));
     ASSERT_TRUE(waitFor([&] { return !lastParams(bridge, "thread/fork").isNull(); }));
-    EXPECT_EQ(
-        lastParams(bridge, "thread/fork"),
-        json(
-            R"({"threadId":"thr_a","excludeTurns":true,"approvalPolicy":"never","sandbox":"danger-full-access"})"));
+    EXPECT_EQ(lastParams(bridge, "thread/fork"),
+              json(R"({"threadId":"thr_a","excludeTurns":true})"));
     EXPECT_TRUE(waitFor([&] { return shown.window.find("tab-thr_copy") != nullptr; }));
 
     // Archiving asks first, then the session leaves the list and its tab.

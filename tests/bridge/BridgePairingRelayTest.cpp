@@ -326,7 +326,7 @@ TEST_F(BridgePairingRelayTest, ASessionRunsInOneModeWhoeverContinuesItAndAChange
         json(
             R"({"threadId":"thr_ro","approvalPolicy":"never","sandboxPolicy":{"type":"dangerFullAccess"}})"));
     ASSERT_TRUE(heard(*tablet, "full-access"));
-    EXPECT_TRUE(logged("Phone set a session to Full access."));
+    EXPECT_TRUE(logged("Session thr_ro now runs in Full access from its next turn."));
     // So does the header's choice, made by a peer or in the window.
     tablet->request("t2", "sarvane/setSessionMode",
                     json(R"({"threadId":"thr_ro","mode":"read-only"})"));

@@ -59,6 +59,10 @@ test('a form: its fields, or nothing where the schema is not one the page can fi
     [{ title: 'x', count: '1', constructor: 'y' }, { content: { title: 'x', count: 1, urgent: false } }],
   ];
   for (const [values, expected] of cases) assert.deepEqual(formContent(fields, values), expected, JSON.stringify(values));
+  // A choice is sent by its value, exactly, commas and all.
+  const commas = formFields({ requestedSchema: { type: 'object', properties: {
+    pick: { type: 'string', enum: ['a, b', 'c'] }, many: { type: 'array', items: { enum: ['a, b', 'c'] } } } } });
+  assert.deepEqual(formContent(commas, { pick: 'a, b', many: ['a, b', 'c'] }), { content: { pick: 'a, b', many: ['a, b', 'c'] } });
   // Names a plain object holds already are the server's fields like any other.
   const inherited = formFields({ requestedSchema: { type: 'object', required: ['constructor'], properties: { constructor: { type: 'string' } } } });
   assert.deepEqual(formContent(inherited, Object.create(null)), { error: 'constructor is required.' });

@@ -80,7 +80,6 @@ TEST_F(ConversationTest, ASessionNobodyChoseAModeForRunsAsCodexReportsAndIsKeptA
         EXPECT_EQ(engine.last("thread/resume").params,
                   JSONValue::object({{"threadId", id}, {"excludeTurns", true}}));
         engine.last("thread/resume").completion(json(answer));
-        EXPECT_FALSE(engine.last("turn/start").params.find("approvalPolicy"));
         engine.last("turn/start").completion(failure("no"));
         return workspace.sessionMode(id);
     };
@@ -303,10 +302,7 @@ TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
 
     // Idle: resumed first; a stop during the resume waits for the turn's id.
     workspace.send("  hello ", "s");
-    EXPECT_EQ(
-        engine.last("thread/resume").params,
-        json(
-            R"({"threadId":"s","approvalPolicy":"never","sandbox":"danger-full-access","excludeTurns":true})"));
+    EXPECT_EQ(engine.last("thread/resume").params, json(R"({"threadId":"s","excludeTurns":true})"));
     EXPECT_EQ(session("s").activityText, QStringLiteral("Opening this Codex session…"));
     workspace.send("again", "s");
     EXPECT_EQ(
@@ -316,10 +312,9 @@ TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
     workspace.stopTurn("s");
     EXPECT_EQ(phase("s"), Phase::Stopping);
     engine.last("thread/resume").completion(json("{}"));
-    EXPECT_EQ(
-        engine.last("turn/start").params,
-        json(R"({"threadId":"s","input":[{"type":"text","text":"hello"}],"approvalPolicy":"never",
-                       "sandboxPolicy":{"type":"dangerFullAccess"},"summary":"detailed","model":"gpt-5"})"));
+    EXPECT_EQ(engine.last("turn/start").params,
+              json(R"({"threadId":"s","input":[{"type":"text","text":"hello"}],"summary":"detailed",
+                       "model":"gpt-5"})"));
     EXPECT_EQ(phase("s"), Phase::Stopping);
     notify("turn/started", R"({"threadId":"s","turn":{"id":"T1"}})");
     EXPECT_EQ(engine.count("turn/interrupt"), 1);

@@ -145,7 +145,7 @@ TEST(ElicitationContent, TypedValuesBecomeTheContentOrSayWhatIsMissing)
     const Case cases[] = {
         {{{"name", "Ada"}, {"ok", "yes"}}, R"({"name":"Ada","count":2,"ok":true})", nullptr},
         {{{"name", "Ada"}, {"ok", "no"}, {"count", "4"}, {"size", "large"}, {"tags", "a, b"}},
-         R"({"name":"Ada","count":4,"ok":false,"size":"l","tags":["a","b"]})",
+         R"({"name":"Ada","count":4,"ok":false,"size":"l","tags":["a, b"]})",
          nullptr},
         // A value with a comma is one choice; a value is matched before any title.
         {{{"name", "Ada"}, {"ok", "yes"}, {"tags", "a, b, b"}, {"pick", "y"}},
