@@ -169,3 +169,14 @@ test('the name on the connection is the user’s, cut to 58 characters, with fou
   }
   assert.ok(names.size > 1);
 });
+
+test('a message larger than the computer takes is refused at once, saying what to do, and nothing is sent', async () => {
+  makeLink();
+  await pair();
+  const sent = socket().sent.length;
+  await assert.rejects(link.request('turn/start', { threadId: 't', input: [{ type: 'text', text: 'x'.repeat(20 * 1024 * 1024) }] }),
+    { message: /^This message is too large to send \(20 MB; the computer takes at most 16 MB\)\. Remove an image or shorten the text, then send it again\.$/ });
+  assert.equal(socket().sent.length, sent);
+  link.request('turn/start', { threadId: 't', input: [{ type: 'text', text: 'fits' }] }).catch(() => {});
+  assert.equal(socket().last.body.input[0].text, 'fits');
+});
