@@ -278,6 +278,7 @@ JSONValue lastParams(BridgeUnderTest& bridge, const char* method)
 TEST(MainWindow, ANewSessionsModeAndTheHeadersChoiceReachCodex)
 {
     BridgeUnderTest bridge(json(R"({"methods": {
+        "thread/list": {"result": {"data": [{"id": "thr_new", "preview": "Look around", "cwd": "/work"}]}},
         "thread/start": {"result": {"thread": {"id": "thr_new"}}},
         "turn/start": {"result": {"turn": {"id": "T1"}}}}})"));
     {
@@ -327,7 +328,7 @@ TEST(MainWindow, ANewSessionsModeAndTheHeadersChoiceReachCodex)
     }));
     shown.window.find("composer")->setProperty("text", "Go on");
     shown.click(shown.shownItem("composer-send"));
-    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
+    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 2; }));
     EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
     EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
 }
