@@ -64,6 +64,15 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
         else
             completion(AppServerError::notReady());
     };
+    // Every change of a session's mode, from anywhere, reaches every peer at once.
+    connect(m_workspace.get(), &CodexWorkspace::sessionModeChanged, this,
+            [this](const QString& threadID) {
+                if (const std::optional<PermissionMode> mode = m_workspace->sessionMode(threadID))
+                    appendLog(QStringLiteral("Session ") + loggableText(threadID) +
+                              QStringLiteral(" now runs in ") + permissionModeTitle(*mode) +
+                              QStringLiteral(" from its next turn."));
+                broadcast(sessionModeEvent(threadID));
+            });
     // The link and the client deliver on this thread and die with this object.
     m_link->onConnected = [this](const QString& peer) { handleConnected(peer); };
     m_link->onDisconnected = [this](const QString& peer) { handleDisconnected(peer); };

@@ -106,6 +106,17 @@ public:
         QStringLiteral("item/permissions/requestApproval");
     static inline const QString elicitationMethod = QStringLiteral("mcpServer/elicitation/request");
     static inline const QString questionMethod = QStringLiteral("item/tool/requestUserInput");
+    // A peer's change of a session's permission mode, answered by the bridge itself: body
+    // {threadId, mode} with mode "full-access", "ask" or "read-only".
+    static inline const QString setSessionModeMethod = QStringLiteral("sarvane/setSessionMode");
+    // Events: one session's mode changed ({threadId, mode}); every kept mode, on arrival ({modes}).
+    static inline const QString sessionModeEventMethod = QStringLiteral("sarvane/sessionMode");
+    static inline const QString sessionModesEventMethod = QStringLiteral("sarvane/sessionModes");
+    // The engine methods whose params carry a session's permission mode.
+    static const QStringList& modeMethods();
+    static inline const QString unreadableGrantsText =
+        QStringLiteral("Nimbrel Bridge refused this request for more access because it could not "
+                       "show everything it would grant.");
     static inline const QString questionClosedText = QStringLiteral(
         "This question has already closed, is being answered, or has an incomplete answer.");
 
@@ -209,6 +220,9 @@ private:
     // The relay.
     void handleRequest(const BridgeMessage& message, const QString& peer);
     void handleNotification(const QString& method, const JSONValue& params);
+    void setSessionModeFromPeer(const BridgeMessage& message, const QString& peer);
+    BridgeMessage sessionModeEvent(const QString& threadID) const;
+    BridgeMessage sessionModesEvent() const;
     void handleServerRequest(const JSONValue& id, const QString& method, const JSONValue& params);
 
     // Approvals and questions.

@@ -334,7 +334,7 @@ void BridgeController::sendInitialState(const QString& peer)
 {
     // Made whole before any of it goes: a send that drops a slow peer reaches back into this
     // object.
-    std::vector<BridgeMessage> messages{engineStatusEvent()};
+    std::vector<BridgeMessage> messages{engineStatusEvent(), sessionModesEvent()};
     if (m_appServerReady) {
         for (const auto& [id, session] : m_workspace->sessions()) {
             if (!session.tokenUsage)

@@ -36,6 +36,10 @@ JSONValue relayScenario()
         {{"methods",
           JSONValue::object({
               {"thread/read", JSONValue::object({{"result", nullptr}})},
+              {"thread/start",
+               JSONValue::object({{"result", JSONValue::decode(R"({"thread":{"id":"thr_ro"},
+                    "approvalPolicy":"on-request","sandbox":{"type":"readOnly"}})")
+                                                 .value()}})},
               {"turn/interrupt",
                JSONValue::object(
                    {{"error",
@@ -304,6 +308,75 @@ TEST_F(BridgePairingRelayTest, RequestsPassTheChecksInOrder)
     ASSERT_TRUE(waitFor([&] { return phone->count(Kind::Error) == 4; }));
     EXPECT_EQ(phone->received.back().id, QStringLiteral("r5"));
     EXPECT_EQ(phone->received.back().body, JSONValue("No turn to interrupt."));
+}
+
+TEST_F(BridgePairingRelayTest, ASessionRunsInOneModeWhoeverContinuesItAndAChangeIsAnnounced)
+{
+    startBridge();
+    auto tablet = pairedPeer("Tablet");
+    auto phone = pairedPeer("Phone");
+    const auto json = [](const char* text) { return JSONValue::decode(text).value(); };
+    const auto heard = [](TestPeer& peer, const char* mode) {
+        return waitFor([&] {
+            return peer.receivedText.contains(
+                QStringLiteral(
+                    R"({"version":1,"kind":"event","method":"sarvane/sessionMode","body":{"threadId":"thr_ro","mode":"%1"}})")
+                    .arg(mode));
+        });
+    };
+    const auto lastParams = [&](const char* method) {
+        const auto received = engine.received();
+        const auto found =
+            std::find_if(received.rbegin(), received.rend(),
+                         [&](const JSONValue& m) { return m["method"] == JSONValue(method); });
+        return found == received.rend() ? JSONValue() : (*found)["params"].value_or(JSONValue());
+    };
+    tablet->request("t1", "thread/start",
+                    json(R"({"approvalPolicy":"on-request","sandbox":"read-only"})"));
+    ASSERT_TRUE(heard(*phone, "read-only"));
+
+    // Continued by another peer that names no mode, and by the window: read only.
+    phone->request("p1", "thread/resume", json(R"({"threadId":"thr_ro"})"));
+    phone->request("p2", "turn/start", json(R"({"threadId":"thr_ro","input":[]})"));
+    ASSERT_TRUE(waitFor([&] { return phone->count(Kind::Response) >= 2; }));
+    EXPECT_EQ(lastParams("thread/resume")["sandbox"], JSONValue("read-only"));
+    EXPECT_EQ(lastParams("turn/start")["approvalPolicy"], JSONValue("on-request"));
+    EXPECT_EQ(lastParams("turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+    controller->workspace().send("look around", "thr_ro");
+    ASSERT_TRUE(waitFor([&] { return engineCalls("turn/start") == 2; }));
+    EXPECT_EQ(lastParams("turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+    EXPECT_EQ(controller->workspace().sessionMode("thr_ro"), PermissionMode::ReadOnly);
+
+    // A peer's own policy changes the session's mode: recorded, logged and announced.
+    phone->request(
+        "p3", "turn/start",
+        json(
+            R"({"threadId":"thr_ro","approvalPolicy":"never","sandboxPolicy":{"type":"dangerFullAccess"}})"));
+    ASSERT_TRUE(heard(*tablet, "full-access"));
+    EXPECT_TRUE(logged("Session thr_ro now runs in Full access from its next turn."));
+    // So does the header's choice, made by a peer or in the window.
+    tablet->request("t2", "sarvane/setSessionMode",
+                    json(R"({"threadId":"thr_ro","mode":"read-only"})"));
+    ASSERT_TRUE(heard(*phone, "read-only"));
+    tablet->request("t3", "sarvane/setSessionMode",
+                    json(R"({"threadId":"thr_ro","mode":"custom"})"));
+    ASSERT_TRUE(waitFor([&] { return tablet->count(Kind::Error) == 1; }));
+    controller->workspace().setPermissionMode("ask", "thr_ro");
+    ASSERT_TRUE(heard(*phone, "ask"));
+    controller->workspace().setPermissionMode("read-only", "thr_ro");
+    ASSERT_TRUE(heard(*tablet, "read-only"));
+
+    // After a restart the mode is still the session's, and a newcomer hears of it on arrival.
+    tablet.reset();
+    phone.reset();
+    controller.reset();
+    startBridge();
+    EXPECT_EQ(controller->workspace().sessionMode("thr_ro"), PermissionMode::ReadOnly);
+    auto laptop = pairedPeer("Laptop");
+    EXPECT_TRUE(waitFor([&] {
+        return laptop->receivedText.contains(
+            R"({"version":1,"kind":"event","method":"sarvane/sessionModes","body":{"modes":{"thr_ro":"read-only"}}})");
+    }));
 }
 
 TEST_F(BridgePairingRelayTest, EventsReachAuthorisedPeersOnly)

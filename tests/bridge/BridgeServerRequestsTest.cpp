@@ -263,7 +263,7 @@ TEST_F(BridgeServerRequestsTest, MoreAccessAndToolServersRequestsAreHeldLikeAppr
     EXPECT_EQ(controller->approval()->id, *offered[0].id);
     EXPECT_EQ(controller->approval()->detail, QStringLiteral("Needs the cache"));
     EXPECT_EQ(controller->approval()->access,
-              QStringList({"Write: /var/cache/app", "Network access"}));
+              QStringList({"Network access", "Write: /var/cache/app"}));
 
     // A peer grants more access for the session; the other peer's later refusal changes nothing.
     answer(*second, *offered[0].id,

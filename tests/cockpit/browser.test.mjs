@@ -353,6 +353,31 @@ test('more access and a tool server\'s form and address are decided on the page;
   await gone('#requests [data-request]');
 });
 
+test('more access shows every grant: special places by name, network first, a long list behind "and N more"; an unreadable one is refused', async () => {
+  await say('grants-now');
+  const card = page.locator('#requests [data-request]');
+  await card.waitFor();
+  const shownLines = await card.locator('.asked > ul > li').allInnerTexts();
+  assert.deepEqual(shownLines.slice(0, 3), ['Network access', 'Write: the whole disk', 'Read: the session’s project folders']);
+  assert.equal(shownLines.length, 12);
+  assert.equal(shownLines[3], `Read: /home/ada/${'x'.repeat(1990)}`);
+  await card.locator('summary', { hasText: /^and 49 more$/ }).click();
+  const rest = await card.locator('.more-grants li').allInnerTexts();
+  assert.equal(rest.length, 49);
+  assert.equal(rest.at(-1), 'Write: /srv/data/56');
+  await screenshot('more-access-long');
+  await page.click('#requests #accept-session');
+  const granted = (await engineAnswer(21)).result;
+  assert.equal(granted.scope, 'session');
+  assert.equal(granted.permissions.fileSystem.entries.length, 60);
+  await gone('#requests [data-request]');
+
+  await say('unreadable-now');
+  const refused = await bridge.engineReceived((m) => m.id === 22 && m.error);
+  assert.match(refused.error.message, /could not show everything it would grant/);
+  assert.equal(await page.locator('#requests [data-request]').count(), 0);
+});
+
 test('a new session starts in a folder with its first task', async () => {
   await page.click('#back');
   await page.click('#new-session');
@@ -381,6 +406,34 @@ test('a new session starts in a folder with its first task', async () => {
   assert.deepEqual([next.params.approvalPolicy, next.params.sandboxPolicy], ['on-request', { type: 'readOnly' }]);
 });
 
+// Waits until the session's header shows the mode.
+const modeShown = (on, title) => on.waitForFunction((title) => document.querySelector('#session-mode')?.selectedOptions[0]?.textContent === title, title);
+
+test('a session set read only on one device runs read only when the page continues it, and shows so everywhere', async () => {
+  const laptop = await pairedPage(origin, 'Ada’s Laptop');
+  try {
+    await laptop.click('[data-thread="thr_2"]');
+    assert.equal(await laptop.locator('#session-mode option:checked').innerText(), 'Not chosen yet');
+    await laptop.selectOption('#session-mode', 'read-only');
+    await page.click('#back');
+    await page.click('[data-thread="thr_2"]');
+    await modeShown(page, 'Read only');
+    await say('Only read the settings page');
+    const resumed = await engineCall((m) => m.method === 'thread/resume' && m.params.threadId === 'thr_2');
+    const started = await engineCall((m) => m.method === 'turn/start' && m.params.input[0]?.text === 'Only read the settings page');
+    assert.deepEqual([resumed.params.approvalPolicy, resumed.params.sandbox], ['on-request', 'read-only']);
+    assert.deepEqual([started.params.approvalPolicy, started.params.sandboxPolicy], ['on-request', { type: 'readOnly' }]);
+    // A change on the page reaches the other device before its next turn.
+    await page.selectOption('#session-mode', 'ask');
+    await modeShown(laptop, 'Ask before acting');
+    await page.selectOption('#session-mode', 'read-only');
+    await modeShown(laptop, 'Read only');
+    await screenshot('session-mode-shared');
+  } finally {
+    await laptop.context().close();
+  }
+});
+
 test('a session is renamed, forked and archived from its menu, and leaves when archived elsewhere', async () => {
   await page.click('#back');
   await page.click('[data-thread="thr_2"]');
@@ -395,7 +448,7 @@ test('a session is renamed, forked and archived from its menu, and leaves when a
   await page.click('#session-menu');
   await page.click('#fork-session');
   assert.deepEqual((await engineCall((m) => m.method === 'thread/fork')).params,
-    { threadId: 'thr_2', excludeTurns: true, approvalPolicy: 'untrusted', sandbox: 'workspace-write' });
+    { threadId: 'thr_2', excludeTurns: true, approvalPolicy: 'on-request', sandbox: 'read-only' });
   await shows('.session-title', 'Add a dark mode toggle');
 
   await page.click('#session-menu');
@@ -451,6 +504,67 @@ test('cut off mid-turn, the page catches up: the whole reply once, the turn ende
     assert.equal(await tablet.locator('#composer').inputValue(), 'sent-while-away');
     assert.ok(!bridge.engineRecords().some((r) => JSON.stringify(r.received ?? '').includes('sent-while-away')));
     assert.deepEqual(tablet.errors.filter((e) => !/WebSocket|ERR_CONNECTION/.test(e)), []);
+  } finally {
+    await tablet?.context().close();
+    await relay.close();
+  }
+});
+
+test('after a reconnect and after a reload, Stop and Steer act on the turn that runs', async () => {
+  const relay = await new Relay(bridge.port).listen();
+  let tablet;
+  const interrupts = () => bridge.engineRecords().filter((r) => r.received?.method === 'turn/interrupt' && r.received.params.turnId === 'turn-50').length;
+  const steered = async (text) => (await engineCall((m) => m.method === 'turn/steer' && m.params.input[0]?.text === text)).params.expectedTurnId;
+  try {
+    tablet = await pairedPage(`https://127.0.0.1:${relay.port}`, 'Ada’s Reader');
+    await tablet.click('[data-thread="thr_1"]');
+    await shows('#transcript', 'message 45', tablet);
+    for (const after of ['reconnect', 'reload']) {
+      await say('long-now', tablet);
+      await shows('#transcript', 'Working through the list', tablet);
+      if (after === 'reconnect') {
+        relay.sever();
+        await shows('#engine-status', /^Reconnecting…$/, tablet);
+        relay.resume();
+      } else {
+        await tablet.reload();
+        await tablet.click('[data-thread="thr_1"]');
+      }
+      await tablet.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: 20000 });
+      await tablet.locator('#stop').waitFor();
+      await say(`steer after ${after}`, tablet);
+      assert.equal(await steered(`steer after ${after}`), 'turn-50');
+      const before = interrupts();
+      await tablet.click('#stop');
+      await bridge.engineRecorded(() => interrupts() > before);
+      await gone('#stop', tablet);
+    }
+  } finally {
+    await tablet?.context().close();
+    await relay.close();
+  }
+});
+
+test('a message cut off before it was confirmed stays in the composer, though an earlier one had the same text', async () => {
+  const relay = await new Relay(bridge.port).listen();
+  let tablet;
+  try {
+    tablet = await pairedPage(`https://127.0.0.1:${relay.port}`, 'Ada’s Notebook');
+    await tablet.click('[data-thread="thr_1"]');
+    await shows('#transcript', 'message 45', tablet);
+    await say('continue', tablet);
+    await shows('#transcript .entry.user', /^You\s*continue$/, tablet);
+    assert.equal(await tablet.locator('#composer').inputValue(), '');
+    relay.hold();
+    await say('continue', tablet);
+    relay.sever();
+    await shows('#notice', 'The connection closed before the computer confirmed this message', tablet);
+    const caughtUp = newestHistoryArrives(tablet);
+    relay.resume();
+    await caughtUp;
+    await tablet.locator('#engine-status', { hasText: /^Codex app-server ready$/ }).waitFor({ timeout: 20000 });
+    await shows('#notice', 'The connection closed', tablet);
+    assert.equal(await tablet.locator('#composer').inputValue(), 'continue');
   } finally {
     await tablet?.context().close();
     await relay.close();

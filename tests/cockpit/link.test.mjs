@@ -189,3 +189,14 @@ test('refused, the link asks again only when told, and then on a new connection'
   await settle(() => socket().sent.some((m) => m.kind === 'pairingRequest'));
   assert.equal(link.state, 'pairing');
 });
+
+test('a message larger than the computer takes is refused at once, saying what to do, and nothing is sent', async () => {
+  makeLink();
+  await pair();
+  const sent = socket().sent.length;
+  await assert.rejects(link.request('turn/start', { threadId: 't', input: [{ type: 'text', text: 'x'.repeat(20 * 1024 * 1024) }] }),
+    { message: /^This message is too large to send \(20 MB; the computer takes at most 16 MB\)\. Remove an image or shorten the text, then send it again\.$/ });
+  assert.equal(socket().sent.length, sent);
+  link.request('turn/start', { threadId: 't', input: [{ type: 'text', text: 'fits' }] }).catch(() => {});
+  assert.equal(socket().last.body.input[0].text, 'fits');
+});

@@ -476,18 +476,31 @@ TEST_F(AppServerClientTest, AnAnswerToAChildThatClosedItsInputFailsForItsCaller)
     ASSERT_TRUE(outcomes[0].has_value());
     EXPECT_THAT(outcomes[0]->text().toStdString(), ::testing::StartsWith("Write failed: "));
     EXPECT_TRUE(logged(outcomes[0]->text()));
-    // Every later write fails and says so; the client stays, and requests end by their limit.
+    // Every later write fails and says so; the client stays, and a request fails at once rather
+    // than by its limit.
     client->respond(JSONValue("q2"), JSONValue::object({}), [&](const auto& outcome) { outcomes.push_back(outcome); });
     ASSERT_TRUE(waitFor([&] { return outcomes.size() == 2; }));
     EXPECT_TRUE(outcomes[1].has_value());
     EXPECT_GE(std::count_if(logs.begin(), logs.end(), [](const QString& l) { return l.startsWith("Write failed: "); }), 2);
     std::optional<AppServerClient::RequestResult> outcome;
-    const std::size_t armed = scheduler.pendingCount();
     client->request(QStringLiteral("thread/list"), JSONValue::object({}), [&](const auto& r) { outcome = r; });
-    ASSERT_TRUE(waitFor([&] { return scheduler.pendingCount() > armed; })); // its limit is set
-    scheduler.advance(30);
     ASSERT_TRUE(waitFor([&] { return outcome.has_value(); }));
-    EXPECT_EQ(outcome->error(), AppServerError::requestTimedOut("thread/list"));
+    EXPECT_THAT(outcome->error().text().toStdString(), ::testing::StartsWith("Write failed: "));
+}
+
+TEST_F(AppServerClientTest, ARequestLargerThanCodexReadsFailsAtOnceSayingWhatToDo)
+{
+    startAndWaitUntilReady();
+    const JSONValue params = JSONValue::object({{"text", QString(20 * 1024 * 1024, QLatin1Char('x'))}});
+    std::optional<AppServerClient::RequestResult> outcome;
+    client->request(QStringLiteral("turn/start"), params, [&](const auto& r) { outcome = r; });
+    ASSERT_TRUE(waitFor([&] { return outcome.has_value(); }));
+    EXPECT_EQ(outcome->error().text(), "This message is too large to send (20.0 MB; Codex takes at most 16 MB). "
+                                       "Remove an image or shorten the text, then send it again.");
+    // Nothing of it reached the engine, which goes on serving.
+    EXPECT_TRUE(call(QStringLiteral("model/list")).ok());
+    for (const JSONValue& record : engine.records())
+        EXPECT_NE(record["received"].value_or(JSONValue())["method"], JSONValue("turn/start"));
 }
 
 TEST_F(AppServerClientTest, AChildThatNeverReadsIsGivenAtMostSixteenMebibytes)
@@ -505,11 +518,15 @@ TEST_F(AppServerClientTest, AChildThatNeverReadsIsGivenAtMostSixteenMebibytes)
     ASSERT_TRUE(waitFor([&] { return answered.has_value(); }));
     EXPECT_EQ(answered->text(), "Write failed: Codex is not reading its input.");
     EXPECT_GE(logsEndingWith("Write failed: Codex is not reading its input."), 5); // refused requests and the answer
-    EXPECT_TRUE(outcomes.empty());
+    // The refused requests failed at once; those the pipe holds end by their limit.
+    ASSERT_GE(outcomes.size(), 4u);
+    for (const auto& outcome : outcomes)
+        EXPECT_EQ(outcome.error().text(), "Write failed: Codex is not reading its input.");
+    const std::size_t refused = outcomes.size();
     scheduler.advance(AppServerClient::requestTimeoutSeconds);
     ASSERT_TRUE(waitFor([&] { return outcomes.size() == 12; }));
-    for (const auto& outcome : outcomes)
-        EXPECT_EQ(outcome.error(), AppServerError::requestTimedOut("turn/start"));
+    for (std::size_t i = refused; i < outcomes.size(); ++i)
+        EXPECT_EQ(outcomes[i].error(), AppServerError::requestTimedOut("turn/start"));
 }
 
 } // namespace

@@ -43,6 +43,8 @@
 //            {"streamTurn": {...}}   a whole turn's notifications; see FakeTurn.h
 //            {"echoUserMessage": true}   in a cue: item/completed with a userMessage whose content
 //                                        is the cueing request's input (turn/start, turn/steer)
+//            {"completeInterruptedTurn": true}   turn/completed, status "interrupted", of the turn
+//                                        the request names (turn/interrupt's threadId and turnId)
 struct FakeScenario {
     nimbrel::JSONValue version;
     nimbrel::JSONValue engine;

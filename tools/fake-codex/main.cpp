@@ -62,8 +62,26 @@ std::string bytesFromHex(const JSONValue& hex)
     return bytes;
 }
 
+// The turn of each thread that has started and not completed, as the notifications sent tell.
+std::map<std::string, std::string> runningTurns;
+
+std::string textAtPath(const JSONValue& value, std::initializer_list<std::string_view> path)
+{
+    const JSONValue* at = &value;
+    for (std::string_view key : path)
+        if (!(at = at->find(key)))
+            return {};
+    return std::string(at->stringView().value_or(""));
+}
+
 void send(const JSONValue& message)
 {
+    const std::string method = textAtPath(message, {"method"});
+    const std::string thread = textAtPath(message, {"params", "threadId"});
+    if (method == "turn/started")
+        runningTurns[thread] = textAtPath(message, {"params", "turn", "id"});
+    else if (method == "turn/completed")
+        runningTurns.erase(thread);
     writeRaw(*message.encode() + "\n");
 }
 
@@ -83,12 +101,14 @@ void echoUserMessage(const JSONValue& params)
     static int echoed = 0;
     send(JSONValue::object(
         {{"method", "item/completed"},
-         {"params", JSONValue::object(
-                        {{"threadId", thread ? *thread : JSONValue("")},
-                         {"item", JSONValue::object(
-                                      {{"type", "userMessage"},
-                                       {"id", "user-" + std::to_string(++echoed)},
-                                       {"content", input ? *input : JSONValue::array({})}})}})}}));
+         {"params",
+          JSONValue::object(
+              {{"threadId", thread ? *thread : JSONValue("")},
+               {"item", JSONValue::object(
+                            {{"type", "userMessage"},
+                             {"id", "user-" + std::to_string(++echoed)},
+                             {"clientId", params["clientUserMessageId"].value_or(JSONValue())},
+                             {"content", input ? *input : JSONValue::array({})}})}})}}));
 }
 
 void perform(const JSONValue& actions)
@@ -101,6 +121,15 @@ void perform(const JSONValue& actions)
             send(*message);
         if (action.find("echoUserMessage") && cueingParams)
             echoUserMessage(*cueingParams);
+        if (action.find("completeInterruptedTurn") && cueingParams)
+            send(JSONValue::object(
+                {{"method", "turn/completed"},
+                 {"params",
+                  JSONValue::object(
+                      {{"threadId", textAtPath(*cueingParams, {"threadId"})},
+                       {"turn", JSONValue::object({{"id", textAtPath(*cueingParams, {"turnId"})},
+                                                   {"status", "interrupted"},
+                                                   {"items", JSONValue::array({})}})}})}}));
         if (const JSONValue* raw = action.find("raw"))
             writeRaw(raw->stringView().value_or(""));
         if (const JSONValue* text = action.find("stderr"))
@@ -239,13 +268,16 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
     const JSONValue* listed = scenario.engine.find("methods");
     if (method == "account/login/start" && !(listed && listed->find(method)))
         return answerLogin(scenario, id, params, call);
+    const auto running = runningTurns.find(textAtPath(params, {"threadId"}));
     if (!(listed && listed->find(method)))
         if (const std::optional<JSONValue> page =
-                historyReply(scenario.engine, method, id, params)) {
+                historyReply(scenario.engine, method, id, params,
+                             running == runningTurns.end() ? std::string() : running->second)) {
             send(*page);
             return;
         }
     const JSONValue handler = scenario.handlerFor(method, call);
+    cueingParams = &params;
     if (const JSONValue* before = handler.find("before"))
         perform(*before);
     if (const JSONValue* delay = handler.find("delayMs"))

@@ -51,7 +51,8 @@ SessionStateBlock sessionStateBlock(const CodexSessionState& session)
 
 bool composerCanSend(const CodexSessionState& session)
 {
-    if (session.draft.trimmed().isEmpty() && session.draftImages.empty())
+    if ((session.draft.trimmed().isEmpty() && session.draftImages.empty()) ||
+        session.isSendingMessage)
         return false;
     const TurnControlState& turn = session.turnControl;
     return turn.phase == TurnControlState::Phase::Idle ||
