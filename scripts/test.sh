@@ -8,14 +8,17 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 timings=()
+current=""
 step() {
-  local name=$1 start=$SECONDS
+  current=$1 current_start=$SECONDS
   shift
-  echo "== $name"
+  echo "== $current"
   "$@"
-  timings+=("$(printf '%-34s %5d s' "$name" $((SECONDS - start)))")
+  timings+=("$(printf '%-34s %5d s' "$current" $((SECONDS - current_start)))")
+  current=""
 }
 report() {
+  [ -z "$current" ] || timings+=("$(printf '%-34s %5d s (failed)' "$current" $((SECONDS - current_start)))")
   echo "== Time per step"
   printf '  %s\n' "${timings[@]}"
 }
