@@ -632,8 +632,8 @@ TEST_F(AskingEngineTest, MoreAccessFormsAndAddressesAreDecidedOnceByPeersOrTheCo
     ASSERT_FALSE(access.isEmpty()) << bob->out.toStdString();
     ASSERT_TRUE(bridge->saysOnError(
         "Approval " + access +
-        ": Grant additional access?\n  Needs the cache\n  Folder: /srv\n  Write: "
-        "/var/cache/app\n  Network access\n"))
+        ": Grant additional access?\n  Needs the cache\n  Folder: /srv\n  Network access\n"
+        "  Write: /var/cache/app\n"))
         << bridge->err.toStdString();
     bridge->type("accept-session");
     ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));
