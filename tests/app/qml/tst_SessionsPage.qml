@@ -83,7 +83,8 @@ TestCase {
         compare(composer.text, "Now ask me which database")
         Fixture.click(find("composer-send"))
         tryVerify(() => Fixture.received("turn/steer") === 1, patience)
-        compare(composer.text, "")
+        // The draft stays until Codex has taken the message.
+        tryCompare(composer, "text", "", patience)
         tryVerify(() => Fixture.sessions.session.questions.length === 1, patience)
         tryVerify(() => atBottom(transcript), patience)
 
