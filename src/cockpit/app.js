@@ -5,7 +5,7 @@
 import { BridgeLink } from './link.js';
 import * as store from './store.js';
 import { Transcript, entriesFromPage, isStreaming, shownText } from './transcript.js';
-import { el, clear, button, shown } from './dom.js';
+import { el, clear, button, shown, replaceKeeping } from './dom.js';
 import { sessionMenu, closeSessionMenu } from './session-menu.js';
 import { MarkdownView } from './markdown.js';
 import { changesCard, diffPathFor, fileAnchor, parseUnifiedDiff } from './diff.js';
@@ -108,8 +108,25 @@ function render() {
     return;
   }
   const screens = { sessions: sessionsScreen, session: sessionScreen, new: newSessionScreen, usage: usageScreen };
-  clear(app).append(header(), requestsRegion(), (screens[state.screen] || sessionsScreen)());
+  const next = el('div', {}, header(), requestsRegion(), (screens[state.screen] || sessionsScreen)());
+  if (!keepComposer(next)) clear(app).append(...next.childNodes);
   if (state.screen === 'session') scrollTranscriptIfFollowing(true);
+}
+
+// The composer being written in stays in the page while the rest is built again, where it still
+// holds the session's draft: a long draft is laid out once, not at every render. Elsewhere the new
+// composer takes the draft.
+function keepComposer(next) {
+  const slot = next.querySelector('textarea[data-draft]');
+  if (!slot) return false;
+  const draft = state.drafts.get(slot.dataset.draft) || '';
+  const kept = app.querySelector('textarea[data-draft]');
+  if (kept?.dataset.draft === slot.dataset.draft && kept.value === draft && replaceKeeping(app, next, kept, slot)) {
+    for (const name of ['placeholder', 'oninput', 'onkeydown', 'onpaste']) kept[name] = slot[name];
+    return true;
+  }
+  slot.value = draft;
+  return false;
 }
 
 function header() {
@@ -433,8 +450,9 @@ function sessionScreen() {
   else if (!session.transcript.entries.length && !session.error) transcript.append(el('p', { className: 'muted' }, 'No messages yet.'));
   for (const entry of session.transcript.entries) transcript.append(entryNode(entry, session));
   if (session.error) transcript.append(el('p', { className: 'error' }, session.error));
+  // Its text is the draft's, given as the page is rendered (see keepComposer).
   const draft = el('textarea', { id: 'composer', rows: 2, placeholder: session.running ? 'Steer this turn…' : 'Message Codex…',
-    'aria-label': 'Message', value: state.drafts.get(`composer-${id}`) || '',
+    'aria-label': 'Message', dataset: { draft: `composer-${id}` },
     oninput: (event) => state.drafts.set(`composer-${id}`, event.target.value),
     onkeydown: (event) => { if (event.key === 'Enter' && (event.ctrlKey || event.metaKey)) { event.preventDefault(); send(id); } },
     onpaste: (event) => pastedImages(id, event, rerenderKeepingFocus) });

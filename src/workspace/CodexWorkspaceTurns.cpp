@@ -28,6 +28,16 @@ JSONValue userInput(const QString& text, const QStringList& images)
     return JSONValue::array(std::move(items));
 }
 
+// What the message's text and images come to on Codex's input, give or take the request around
+// them.
+qint64 messageBytes(const QString& text, const QStringList& images)
+{
+    qint64 bytes = text.toUtf8().size();
+    for (const QString& image : images)
+        bytes += image.size();
+    return bytes;
+}
+
 } // namespace
 
 void CodexWorkspace::send(const QString& text, const QString& threadID)
@@ -48,6 +58,10 @@ void CodexWorkspace::send(const QString& text, const QString& threadID, const QS
         setErrorMessage(QStringLiteral("Codex app-server is not ready."));
         return;
     }
+    // Refused here, at once, where Codex could not read it: nothing of it is shown as sent.
+    if (const qint64 bytes = messageBytes(message, images);
+        bytes > AppServerClient::maximumLineBytes)
+        return setErrorMessage(AppServerClient::tooLargeText(bytes));
     const CodexSessionState* held = session(threadID);
     const TurnControlState control = held ? held->turnControl : TurnControlState{};
     // A message on its way is not sent twice.

@@ -347,6 +347,41 @@ const char* changesScenario = R"({
 
 } // namespace
 
+// A message larger than Codex reads, pasted with a photo: refused once the click is handled, before
+// anything is sent or shown as sent; the words and the photo stay in the composer.
+TEST(MainWindow, AMessageTooLargeToSendIsRefusedAtOnceAndStaysInTheComposer)
+{
+    BridgeUnderTest bridge(json(changesScenario));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return bridge.workspace().threads().size() == 1; }));
+    bridge.workspace().openThread("thr_1");
+    bridge.workspace().selectThread("thr_1");
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-attach") != nullptr; }));
+    QImage photo(4000, 3000, QImage::Format_ARGB32);
+    photo.fill(QColor(0x20, 0x80, 0xc0, 0x80));
+    const QString path = bridge.home.filePath("photo.png");
+    ASSERT_TRUE(photo.save(path));
+    MacSessionViewModel* session = shown.window.sessions().sessionView();
+    session->composerImages()->attachFiles({QUrl::fromLocalFile(path)});
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-image-0") != nullptr; }));
+
+    const QString line =
+        QStringLiteral("A line of a log pasted whole into the message. ").repeated(20) + '\n';
+    QString huge;
+    while (huge.size() < 20 * 1024 * 1024)
+        huge += line;
+    session->setDraft(huge);
+    shown.click(shown.item("composer-send"));
+    ASSERT_TRUE(bridge.workspace().errorMessage().has_value());
+    EXPECT_TRUE(
+        shown.text("codexAlertMessage").startsWith("This message is too large to send (20."))
+        << shown.text("codexAlertMessage").left(200).toStdString();
+    EXPECT_EQ(shown.text("composer").size(), huge.size());
+    EXPECT_NE(shown.window.find("composer-image-0"), nullptr);
+    EXPECT_EQ(bridge.received("turn/start") + bridge.received("thread/resume"), 0);
+}
+
 TEST(MainWindow, ATurnSentWithAnImageShowsItAndItsChangesCard)
 {
     BridgeUnderTest bridge(json(changesScenario));

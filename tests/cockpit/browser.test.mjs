@@ -241,6 +241,41 @@ test('an image attached on the page reaches the engine shrunk, and shows in the 
   await gone('#stop');
 });
 
+// The whole page is built again at each change, except the field being written in.
+test('a message too large to send is refused at once, and its words and image stay', async () => {
+  const png = Buffer.from(await page.evaluate(() => {
+    const canvas = Object.assign(document.createElement('canvas'), { width: 40, height: 30 });
+    canvas.getContext('2d').fillRect(0, 0, 10, 10);
+    return canvas.toDataURL('image/png').split(',')[1];
+  }), 'base64');
+  await page.setInputFiles('#attach-input', { name: 'dot.png', mimeType: 'image/png', buffer: png });
+  await page.locator('#attachments img').waitFor();
+  // The field is hidden while it holds the text, so that the browser spends no time laying out
+  // 20 MiB: what is tested is what the page does with it.
+  const line = 'A line of a log pasted whole into the message.\n';
+  await page.locator('#composer').evaluate((box, line) => {
+    box.style.display = 'none';
+    box.value = line.repeat(460000);
+    box.dispatchEvent(new Event('input', { bubbles: true }));
+    box.pasted = true;
+  }, line);
+  const starts = () => bridge.engineRecords().filter((r) => r.received?.method === 'turn/start').length;
+  const before = starts();
+  await page.click('#send');
+  await shows('#notice', /^This message is too large to send \(2\d(\.\d)? MB; the computer takes at most 16 MB\)\./);
+  // The same field, not laid out again: the refusal is all that changed.
+  assert.deepEqual(await page.locator('#composer').evaluate((box) => [box.pasted, box.value.length]),
+    [true, line.length * 460000]);
+  assert.equal(await page.locator('#attachments img').count(), 1);
+  assert.equal(starts(), before);
+  await page.locator('#composer').evaluate((box) => {
+    box.value = '';
+    box.dispatchEvent(new Event('input', { bubbles: true }));
+    box.style.display = '';
+  });
+  await page.getByRole('button', { name: 'Remove image' }).click();
+});
+
 test('a running turn is steered, then stopped', async () => {
   await say('hold-now');
   await page.locator('#stop').waitFor();
