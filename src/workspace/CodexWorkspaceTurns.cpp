@@ -29,10 +29,14 @@ JSONValue userInput(const QString& text, const QStringList& images)
 }
 
 // What the message's text and images come to on Codex's input, give or take the request around
-// them.
-qint64 messageBytes(const QString& text, const QStringList& images)
+// them; counted in place, as a message too large to send is refused without a copy of it.
+qint64 messageBytes(QStringView text, const QStringList& images)
 {
-    qint64 bytes = text.toUtf8().size();
+    qint64 bytes = 0;
+    for (const QChar c : text) {
+        const char16_t unit = c.unicode();
+        bytes += unit < 0x80 ? 1 : (unit < 0x800 || QChar::isSurrogate(unit)) ? 2 : 3;
+    }
     for (const QString& image : images)
         bytes += image.size();
     return bytes;
@@ -47,10 +51,11 @@ void CodexWorkspace::send(const QString& text, const QString& threadID)
 
 void CodexWorkspace::send(const QString& text, const QString& threadID, const QStringList& images)
 {
-    const QString message = text.trimmed();
-    if (message.isEmpty() && images.isEmpty())
+    const QStringView trimmed = QStringView(text).trimmed();
+    if (trimmed.isEmpty() && images.isEmpty())
         return;
     if (m_isDemoMode) {
+        const QString message = trimmed.toString();
         sendInDemo(message, threadID);
         return finishSending(threadID, message, images, true);
     }
@@ -59,9 +64,10 @@ void CodexWorkspace::send(const QString& text, const QString& threadID, const QS
         return;
     }
     // Refused here, at once, where Codex could not read it: nothing of it is shown as sent.
-    if (const qint64 bytes = messageBytes(message, images);
+    if (const qint64 bytes = messageBytes(trimmed, images);
         bytes > AppServerClient::maximumLineBytes)
         return setErrorMessage(AppServerClient::tooLargeText(bytes));
+    const QString message = trimmed.toString();
     const CodexSessionState* held = session(threadID);
     const TurnControlState control = held ? held->turnControl : TurnControlState{};
     // A message on its way is not sent twice.
