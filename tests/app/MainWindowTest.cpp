@@ -345,6 +345,22 @@ const char* changesScenario = R"({
         "echoInput": true, "reply": "## Fixed\n\nThe flags now read `-O2`. <script>alert(1)</script> <img src=\"http://127.0.0.1:9/x.png\"> [run](javascript:alert(1)) [docs](https://example.com/d)\n",
         "diff": "diff --git a/Makefile b/Makefile\n--- a/Makefile\n+++ b/Makefile\n@@ -1,2 +1,3 @@\n all:\n-CFLAGS=-O0\n+CFLAGS=-O2\n+LDFLAGS=-s\ndiff --git a/notes.txt b/notes.txt\ndeleted file mode 100644\n--- a/notes.txt\n+++ /dev/null\n@@ -1 +0,0 @@\n-old\n"}}]}]})";
 
+// The listed session opened in the window, with a photo larger than the limit attached, chosen as
+// the file dialog would hand it over.
+void openWithPhoto(BridgeUnderTest& bridge, ShownWindow& shown, const QImage& photo)
+{
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return bridge.workspace().threads().size() == 1; }));
+    bridge.workspace().openThread("thr_1");
+    bridge.workspace().selectThread("thr_1");
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-attach") != nullptr; }));
+    const QString path = bridge.home.filePath("photo.png");
+    ASSERT_TRUE(photo.save(path));
+    shown.window.sessions().sessionView()->composerImages()->attachFiles(
+        {QUrl::fromLocalFile(path)});
+    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-image-0") != nullptr; }));
+}
+
 } // namespace
 
 // A message larger than Codex reads, pasted with a photo: refused once the click is handled, before
@@ -353,18 +369,10 @@ TEST(MainWindow, AMessageTooLargeToSendIsRefusedAtOnceAndStaysInTheComposer)
 {
     BridgeUnderTest bridge(json(changesScenario));
     ShownWindow shown(bridge);
-    ASSERT_TRUE(shown.window.mainWindow());
-    ASSERT_TRUE(waitFor([&] { return bridge.workspace().threads().size() == 1; }));
-    bridge.workspace().openThread("thr_1");
-    bridge.workspace().selectThread("thr_1");
-    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-attach") != nullptr; }));
     QImage photo(4000, 3000, QImage::Format_ARGB32);
     photo.fill(QColor(0x20, 0x80, 0xc0, 0x80));
-    const QString path = bridge.home.filePath("photo.png");
-    ASSERT_TRUE(photo.save(path));
+    ASSERT_NO_FATAL_FAILURE(openWithPhoto(bridge, shown, photo));
     MacSessionViewModel* session = shown.window.sessions().sessionView();
-    session->composerImages()->attachFiles({QUrl::fromLocalFile(path)});
-    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-image-0") != nullptr; }));
 
     const QString line =
         QStringLiteral("A line of a log pasted whole into the message. ").repeated(20) + '\n';
@@ -386,20 +394,10 @@ TEST(MainWindow, ATurnSentWithAnImageShowsItAndItsChangesCard)
 {
     BridgeUnderTest bridge(json(changesScenario));
     ShownWindow shown(bridge);
-    ASSERT_TRUE(shown.window.mainWindow());
-    ASSERT_TRUE(waitFor([&] { return bridge.workspace().threads().size() == 1; }));
-    bridge.workspace().openThread("thr_1");
-    bridge.workspace().selectThread("thr_1");
-    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-attach") != nullptr; }));
-
-    // A photo larger than the limit, chosen as the file dialog would hand it over.
     QImage photo(4000, 3000, QImage::Format_RGB32);
     photo.fill(QColor(0x20, 0x80, 0xc0));
-    const QString path = bridge.home.filePath("photo.png");
-    ASSERT_TRUE(photo.save(path));
+    ASSERT_NO_FATAL_FAILURE(openWithPhoto(bridge, shown, photo));
     MacSessionViewModel* session = shown.window.sessions().sessionView();
-    session->composerImages()->attachFiles({QUrl::fromLocalFile(path)});
-    ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-image-0") != nullptr; }));
     session->setDraft(QStringLiteral("Fix the build"));
     shown.click(shown.item("composer-send"));
 
