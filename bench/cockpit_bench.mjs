@@ -14,7 +14,7 @@ import { join, resolve } from 'node:path';
 import { RunningBridge } from '../tools/browser/bridge.mjs';
 import { launch, newPage } from '../tools/browser/chromium.mjs';
 
-const tree = resolve(process.argv[2] || 'build/bench');
+const tree = resolve(process.argv[2] || 'build/release');
 const deltas = 400;
 const huge = {
   stars: '*a'.repeat(80000),
