@@ -2,6 +2,8 @@
 
 #include "platform/TextFormatting.h"
 
+#include <algorithm>
+
 namespace nimbrel {
 
 namespace {
@@ -424,6 +426,10 @@ bool TranscriptEntry::isActivity() const
 
 QString TranscriptEntry::combinedText() const
 {
+    // Most entries have no progress messages: their text is shared, not copied.
+    if (std::none_of(progressMessages.begin(), progressMessages.end(),
+                     [](const QString& message) { return !message.isEmpty(); }))
+        return text;
     return joinNonEmpty(progressMessages + QStringList{text}, blankLine);
 }
 

@@ -43,6 +43,8 @@ void writeSpans(QTextDocument& document, const QVariantList& spans, const QColor
 {
     document.clear();
     QTextCursor cursor(&document);
+    // One edit, so that the document is laid out once, not once a span.
+    cursor.beginEditBlock();
     for (const QVariant& value : spans) {
         const QVariantMap span = value.toMap();
         QTextCharFormat format;
@@ -67,6 +69,7 @@ void writeSpans(QTextDocument& document, const QVariantList& spans, const QColor
         }
         cursor.insertText(span.value(QStringLiteral("text")).toString(), format);
     }
+    cursor.endEditBlock();
 }
 
 } // namespace nimbrel

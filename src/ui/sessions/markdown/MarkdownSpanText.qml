@@ -14,8 +14,13 @@ TextArea {
     wrapMode: TextEdit.Wrap
     padding: 0
     background: null
-    onSpansChanged: write()
-    Component.onCompleted: write()
+    // Written once when made (its spans are set while it is made), then on every change.
+    property bool made: false
+    onSpansChanged: if (made) write()
+    Component.onCompleted: {
+        made = true
+        write()
+    }
     onLinkActivated: link => actions.openLink(link)
 
     function write() {
