@@ -3,7 +3,8 @@
 // beside it, to reaching nimbrel-peer's standard output; then, with HUGE=1, huge and hostile
 // answers (emphasis markers by the thousand, a list 800 deep, a megabyte of prose) streamed and
 // opened from history: the page's longest task and how long a click on "Sessions" takes to show
-// the list. Usage: [HUGE=1] node bench/cockpit_bench.mjs TREE
+// the list; with FRAMES=1 as well, the page's slowest frames and the functions that took its time.
+// Usage: [HUGE=1 [FRAMES=1]] node bench/cockpit_bench.mjs TREE
 // where TREE is a build tree with the bridge, nimbrel-peer and the fake engine.
 
 import { spawn } from 'node:child_process';
@@ -119,21 +120,33 @@ try {
   bridge.type(`approve ${peerCode}`);
   await bridge.waitFor('Paired Bench Tool');
 
-  // The page stamps each word at the frame after the one whose DOM change brought it.
+  // The page stamps each word once the frame that paints its DOM change has been drawn: a change
+  // made in a task waits for the next frame; one made while a frame runs its callbacks is drawn by
+  // that frame. "Drawn" is when a message posted from the frame arrives, after its paint.
   await page.click('[data-thread="thr_1"]');
   await page.waitForFunction(() => document.querySelectorAll('[data-entry]').length === 2);
   await page.evaluate(`(() => {
     window.seenAt = {};
-    const pending = new Set();
+    let inFrame = false;
+    const frame = window.requestAnimationFrame.bind(window);
+    window.requestAnimationFrame = (callback) => frame((time) => {
+      inFrame = true;
+      try { callback(time); } finally { queueMicrotask(() => { inFrame = false; }); }
+    });
+    const drawn = new MessageChannel();
+    const waiting = [];
+    drawn.port1.onmessage = () => {
+      const at = performance.timeOrigin + performance.now();
+      for (const words of waiting.splice(0, 1)) for (const word of words) seenAt[word] = at;
+    };
+    const afterPaint = (words) => { waiting.push(words); drawn.port2.postMessage(0); };
     new MutationObserver(() => {
+      const words = [];
       for (const match of (document.getElementById('transcript')?.textContent || '').matchAll(/word(\\d+) /g))
-        if (!(match[1] in seenAt) && !pending.has(match[1])) pending.add(match[1]);
-      if (pending.size) {
-        const words = [...pending];
-        pending.clear();
-        for (const word of words) seenAt[word] = 0;
-        requestAnimationFrame(() => { const at = performance.timeOrigin + performance.now(); for (const word of words) seenAt[word] = at; });
-      }
+        if (!(match[1] in seenAt)) { seenAt[match[1]] = 0; words.push(match[1]); }
+      if (!words.length) return;
+      if (inFrame) afterPaint(words);
+      else frame(() => afterPaint(words));
     }).observe(document.body, { subtree: true, childList: true, characterData: true });
   })()`);
   await page.fill('#composer', 'measure-now');
@@ -155,7 +168,20 @@ try {
       window.longTasks = [];
       new PerformanceObserver((list) => { for (const entry of list.getEntries()) window.longTasks.push(entry.duration); })
         .observe({ type: 'longtask' });
+      window.longFrames = [];
+      new PerformanceObserver((list) => {
+        for (const entry of list.getEntries())
+          window.longFrames.push({ duration: Math.round(entry.duration), blocking: Math.round(entry.blockingDuration),
+            render: Math.round(entry.duration - (entry.renderStart - entry.startTime)),
+            scripts: entry.scripts.map((s) => `${s.invoker} ${s.sourceFunctionName}@${s.sourceURL.split('/').pop()}:${s.sourceCharPosition} ${Math.round(s.duration)}ms`) });
+      }).observe({ type: 'long-animation-frame' });
     });
+    const profiler = process.env.FRAMES && await page.context().newCDPSession(page);
+    if (profiler) {
+      await profiler.send('Profiler.enable');
+      await profiler.send('Profiler.setSamplingInterval', { interval: 200 });
+      await profiler.send('Profiler.start');
+    }
     const clicks = [];
     // "‹ Sessions" clicked, until the list shows; then the session opened again.
     const backAndForth = async (thread) => {
@@ -181,6 +207,19 @@ try {
     await backAndForth('thr_old');
     await sleep(1000);
     const tasks = await page.evaluate('longTasks');
+    if (profiler) {
+      const { profile } = await profiler.send('Profiler.stop');
+      const self = new Map();
+      const interval = (profile.endTime - profile.startTime) / profile.samples.length / 1000;
+      for (const node of profile.nodes) {
+        const { functionName, url, lineNumber } = node.callFrame;
+        const key = `${functionName || '(anon)'} ${url.split('/').pop()}:${lineNumber + 1}`;
+        self.set(key, (self.get(key) || 0) + node.hitCount * interval);
+      }
+      for (const [key, ms] of [...self].sort((a, b) => b[1] - a[1]).slice(0, 25)) console.log(`${ms.toFixed(0).padStart(6)} ms  ${key}`);
+    }
+    if (process.env.FRAMES)
+      for (const frame of (await page.evaluate('longFrames')).filter((f) => f.blocking > 0)) console.log(JSON.stringify(frame));
     console.log(`huge answers streamed and opened: ${tasks.length} tasks over 50 ms, the longest ${Math.max(0, ...tasks).toFixed(0)} ms;`
       + ` "Sessions" shown in median ${percentile(clicks, 50)} ms, at most ${Math.max(...clicks)} ms (${clicks.length} clicks)`);
   }

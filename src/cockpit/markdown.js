@@ -18,11 +18,11 @@ import { el, button } from './dom.js';
 
 const openable = /^(https?:|mailto:)/i;
 // The longest unfinished block read again on each delta.
-export const plainTailLength = 16000;
+export const plainTailLength = 8000;
 // What shows of such a block while it grows: its newest characters.
 const streamingPlainLength = 4000;
 // The characters of one part of a settled message.
-export const partBudget = 20000;
+export const partBudget = 8000;
 // How long one reading may take before its text shows plain.
 export const parseBudgetMs = 100;
 
