@@ -649,7 +649,7 @@ test('installed, the page opens from its own files while the computer is away, a
   assert.equal(cached.names.length, 1);
   assert.deepEqual(cached.paths, ['/', '/app.css', '/app.js', '/attachments.js', '/attention.js', '/diff.js', '/dom.js',
     '/hello.js', '/icon-180.png', '/icon-192.png', '/icon-512.png', '/icon-maskable-512.png', '/icon.svg', '/link.js',
-    '/manifest.webmanifest', '/markdown.js', '/marked.js', '/modes.js', '/requests.js', '/session-menu.js', '/store.js',
+    '/manifest.webmanifest', '/markdown-worker.js', '/markdown.js', '/marked.js', '/modes.js', '/requests.js', '/session-menu.js', '/store.js',
     '/transcript.js']);
   await bridge.stop();
   page.errors.length = 0;

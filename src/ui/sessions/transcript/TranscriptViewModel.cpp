@@ -8,6 +8,7 @@
 #include <QQuickTextDocument>
 
 #include <span>
+#include <utility>
 
 namespace nimbrel {
 
@@ -211,6 +212,7 @@ ListRecord TranscriptViewModel::cardRow(const TranscriptEntry& entry, TurnContro
         // An answer shows as its blocks, within their bounds: a live one its newest blocks, a
         // settled one a part at a time.
         markdown->show(entry.combinedText(), streaming, full, part);
+        m_blocksChanged = true;
         if (!streaming && markdown->partCount() > 1)
             current.output.toggleLabel = paged != m_answerParts.end()
                                              ? QStringLiteral("Collapse answer")
@@ -360,7 +362,8 @@ bool TranscriptViewModel::refresh()
     std::erase_if(m_answerParts,
                   [&](const auto& paged) { return !m_outputs.contains(paged.first); });
 
-    const bool changed = rows != m_rows.records();
+    // An answer's delta changes its blocks, not the rows: the page's content changed all the same.
+    const bool changed = std::exchange(m_blocksChanged, false) || rows != m_rows.records();
     m_rows.setRecords(rows);
     // A card's blocks go once no row shows them.
     std::erase_if(m_markdownCards,

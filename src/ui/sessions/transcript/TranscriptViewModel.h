@@ -100,6 +100,7 @@ private:
     std::map<QString, bool> m_groupOverrides;
     std::set<QString> m_fullTextEntries;
     std::map<QString, int> m_answerParts; // long answers paged through, by entry: the part shown
+    bool m_blocksChanged = false; // a refresh showed some answer's blocks anew
     std::map<QString, CachedOutput> m_outputs;
     std::map<QString, std::unique_ptr<MarkdownCard>> m_markdownCards;
     std::map<QString, std::unique_ptr<ChangesCard>> m_changesCards; // by turn
