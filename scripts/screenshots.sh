@@ -13,5 +13,5 @@ export QT_QPA_PLATFORM=offscreen
 build/release/tests/screenshot-tour "$out" "${@:2}"
 NIMBREL_BRIDGE="$PWD/build/release/src/nimbrel-bridge" FAKE_CODEX="$PWD/build/release/tools/fake-codex/fake-codex" \
   COCKPIT_SCENARIO="$PWD/tests/cockpit/scenario.json" COCKPIT_SCREENSHOTS="$out" \
-  node --test tests/cockpit/browser.test.mjs >/dev/null
+  node --test --test-concurrency=1 tests/cockpit/browser.test.mjs tests/cockpit/large-content.test.mjs >/dev/null
 ls "$out"/cockpit-*.png

@@ -229,6 +229,17 @@ void fillMarkdownAnswer(BridgeUnderTest& bridge)
     });
 }
 
+// An answer of some hundred kilobytes: shown a part at a time.
+void fillLongAnswer(BridgeUnderTest& bridge)
+{
+    bridge.workspace().changeSession(SessionGallery::threadID, [&](CodexSessionState& session) {
+        session.transcript = {
+            entry("u1", TranscriptKind::User, "You", "Write down everything the build does."),
+            entry("a1", TranscriptKind::Assistant, "Codex",
+                  QString::fromUtf8(markdownAnswer).repeated(60))};
+    });
+}
+
 // What a turn changed: a build file edited and a script added.
 const char* sampleDiff = "diff --git a/src/CMakeLists.txt b/src/CMakeLists.txt\n"
                          "index 3b18e51..a9c4f2d 100644\n"
@@ -660,6 +671,20 @@ int main(int argc, char** argv)
                 fillMarkdownAnswer(bridge);
             },
             false, size);
+    for (const bool paged : {false, true})
+        tour.state(paged ? "long-answer-paged" : "long-answer", sessionsScenario(),
+                   [paged](BridgeUnderTest& bridge, BridgeWindow& window) {
+                       openThreeTabs(bridge);
+                       fillLongAnswer(bridge);
+                       if (!paged)
+                           return;
+                       Tour::settle();
+                       QMetaObject::invokeMethod(window.find(QStringLiteral("toggle-a1")),
+                                                 "clicked");
+                       Tour::settle();
+                       QMetaObject::invokeMethod(window.find(QStringLiteral("next-part-a1")),
+                                                 "clicked");
+                   });
     for (const QSize size : {QSize(), narrow})
         tour.state(
             size.isValid() ? "composer-images-narrow" : "composer-images", sessionsScenario(),

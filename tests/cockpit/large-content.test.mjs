@@ -5,7 +5,7 @@
 // checks what the page does: where Markdown is read, what shows, that the link holds.
 
 import assert from 'node:assert/strict';
-import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { after, before, test } from 'node:test';
@@ -42,6 +42,14 @@ writeFileSync(scenario, JSON.stringify({
 }));
 
 let bridge, browser, page;
+
+// With COCKPIT_SCREENSHOTS set, the states a long answer shows in are written there too.
+async function screenshot(name) {
+  const shots = process.env.COCKPIT_SCREENSHOTS;
+  if (!shots) return;
+  mkdirSync(shots, { recursive: true });
+  writeFileSync(join(shots, `cockpit-${name}.png`), await page.screenshot());
+}
 const workers = [];
 const sockets = [];
 
@@ -83,9 +91,13 @@ async function checkHostile(name, entry) {
     // A part at a time; the rest a button away, part by part.
     await settled(entry, 'read');
     assert.match(await answer(entry).locator('.md-parts').innerText(), /Showing the first 7,\d{3} of 1,048,528 characters\./);
+    await answer(entry).locator('.md-parts').scrollIntoViewIfNeeded();
+    await screenshot('long-answer');
     await answer(entry).locator('button.md-more').click();
     await settled(entry, 'read');
     assert.match(await answer(entry).locator('.md-parts').innerText(), /^Part 2 of 132$/m);
+    await answer(entry).locator('.md-parts').scrollIntoViewIfNeeded();
+    await screenshot('long-answer-paged');
     await answer(entry).locator('button.md-collapse').click();
     await settled(entry, 'read');
   } else {
