@@ -236,7 +236,7 @@ void fillLongAnswer(BridgeUnderTest& bridge)
         session.transcript = {
             entry("u1", TranscriptKind::User, "You", "Write down everything the build does."),
             entry("a1", TranscriptKind::Assistant, "Codex",
-                  QString::fromUtf8(markdownAnswer).repeated(60))};
+                  (QString::fromUtf8(markdownAnswer) + QStringLiteral("\n\n")).repeated(60))};
     });
 }
 
