@@ -248,11 +248,12 @@ TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
     EXPECT_EQ(page.tabs()->value(page.selectedTab(), "threadID"), "thr_x");
 }
 
-// Ten thousand entries stream in while the window shows the session: it holds no more than its
+// A thousand entries stream in while the window shows the session: it holds no more than its
 // bound, and scrolling back reads the rest from the engine, every entry once and in order.
-TEST_F(SessionPageTest, ScrollingBackThroughTenThousandLiveEntriesShowsEachOnceInOrder)
+TEST_F(SessionPageTest, ScrollingBackThroughAThousandLiveEntriesShowsEachOnceInOrder)
 {
     const TranscriptBound bound{100, 1 << 20};
+    const int live = 1000;
     workspace.setTranscriptBound(bound);
     // The engine holds item-1 to item-<holds> and answers every page asked for.
     int holds = 0;
@@ -273,7 +274,7 @@ TEST_F(SessionPageTest, ScrollingBackThroughTenThousandLiveEntriesShowsEachOnceI
     workspace.handleNotification(
         "turn/started",
         JSONValue::decode(R"({"threadId":"thr_1","turn":{"id":"turn-1"}})").value());
-    for (holds = 1; holds <= 10000; ++holds) {
+    for (holds = 1; holds <= live; ++holds) {
         workspace.handleNotification(
             "item/completed",
             JSONValue::object(
@@ -283,7 +284,7 @@ TEST_F(SessionPageTest, ScrollingBackThroughTenThousandLiveEntriesShowsEachOnceI
                                              {"text", "message " + std::to_string(holds)}})}}));
         ASSERT_LE(workspace.session("thr_1")->transcript.size(), bound.entries);
     }
-    holds = 10000;
+    holds = live;
     workspace.handleNotification(
         "turn/completed",
         JSONValue::decode(R"({"threadId":"thr_1","turn":{"id":"turn-1","status":"completed"}})")
@@ -292,7 +293,7 @@ TEST_F(SessionPageTest, ScrollingBackThroughTenThousandLiveEntriesShowsEachOnceI
 
     const auto number = [](const QString& id) { return id.mid(5).toInt(); };
     QStringList page = shownEntries();
-    ASSERT_EQ(page.last(), "item-10000");
+    ASSERT_EQ(page.last(), QStringLiteral("item-%1").arg(live));
     int oldestShown = number(page.first());
     int presses = 0;
     while (session.showsEarlier() && presses++ < 2000) {
@@ -311,12 +312,12 @@ TEST_F(SessionPageTest, ScrollingBackThroughTenThousandLiveEntriesShowsEachOnceI
     EXPECT_EQ(oldestShown, 1);
     // Held once each, in order.
     const std::vector<TranscriptEntry>& held = workspace.session("thr_1")->transcript;
-    ASSERT_EQ(held.size(), 10000u);
+    ASSERT_EQ(held.size(), static_cast<std::size_t>(live));
     for (std::size_t index = 0; index < held.size(); ++index)
         ASSERT_EQ(number(held[index].id), static_cast<int>(index) + 1);
 
     // Back on the newest page, the session keeps no more than its bound again.
     session.followLive();
     EXPECT_LE(workspace.session("thr_1")->transcript.size(), bound.entries);
-    EXPECT_EQ(shownEntries().last(), "item-10000");
+    EXPECT_EQ(shownEntries().last(), QStringLiteral("item-%1").arg(live));
 }
