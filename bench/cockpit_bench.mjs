@@ -11,7 +11,7 @@ import { join, resolve } from 'node:path';
 import { RunningBridge } from '../tools/browser/bridge.mjs';
 import { launch, newPage } from '../tools/browser/chromium.mjs';
 
-const tree = resolve(process.argv[2] || 'build/bench');
+const tree = resolve(process.argv[2] || 'build/release');
 const deltas = 400;
 const folder = mkdtempSync(join(tmpdir(), 'nimbrel-cockpit-bench-'));
 const scenario = join(folder, 'scenario.json');

@@ -68,6 +68,7 @@ QString answerLine(int n)
 
 int main(int argc, char** argv)
 {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv);
     MemoryUserDefaults defaults;
     SystemScheduler scheduler;

@@ -43,8 +43,10 @@ env -u DISPLAY -u WAYLAND_DISPLAY HOME="$root/home" XDG_CONFIG_HOME="$root/home/
   NIMBREL_LINK_ADDRESS=127.0.0.1 NIMBREL_LINK_PORT=0 \
   "$prefix/bin/nimbrel-bridge" --headless < /dev/null 2> "$root/bridge.log" &
 bridge=$!
-for _ in $(seq 100); do
+# A generous bound, for a loaded machine: it only keeps a broken start from hanging the check.
+for _ in $(seq 600); do
   grep -q "Codex app-server ready" "$root/bridge.log" && break
+  kill -0 "$bridge" 2>/dev/null || break
   sleep 0.1
 done
 grep -q "Codex app-server ready" "$root/bridge.log" ||

@@ -45,9 +45,8 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
     } else {
         // The engine and the window go on; pairing stays off for this run.
         m_appServerStatus = QStringLiteral("Secure identity unavailable: ") + identity.error();
-        m_logs =
-            QStringList{QStringLiteral("Keychain identity creation failed. Pairing is disabled "
-                                       "until the app has valid signing entitlements.")};
+        m_log.append(QStringLiteral("Keychain identity creation failed. Pairing is disabled until "
+                                    "the app has valid signing entitlements."));
     }
     rebuildTrustedPeers();
 
@@ -65,6 +64,15 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
         else
             completion(AppServerError::notReady());
     };
+    // Every change of a session's mode, from anywhere, reaches every peer at once.
+    connect(m_workspace.get(), &CodexWorkspace::sessionModeChanged, this,
+            [this](const QString& threadID) {
+                if (const std::optional<PermissionMode> mode = m_workspace->sessionMode(threadID))
+                    appendLog(QStringLiteral("Session ") + loggableText(threadID) +
+                              QStringLiteral(" now runs in ") + permissionModeTitle(*mode) +
+                              QStringLiteral(" from its next turn."));
+                broadcast(sessionModeEvent(threadID));
+            });
     // The link and the client deliver on this thread and die with this object.
     m_link->onConnected = [this](const QString& peer) { handleConnected(peer); };
     m_link->onDisconnected = [this](const QString& peer) { handleDisconnected(peer); };
@@ -72,7 +80,12 @@ BridgeController::BridgeController(Scheduler& scheduler, UserDefaults& defaults,
         handleData(data, peer);
     };
     m_link->onSlowPeer = [this](const QString& peer) {
-        appendLog(loggableText(peer) + QStringLiteral(" was disconnected: it is not keeping up."));
+        const QString line =
+            loggableText(peer) + QStringLiteral(" was disconnected: it is not keeping up.");
+        if (isAuthorized(peer))
+            appendLog(line);
+        else
+            appendStrangerLog(line);
     };
     // While a peer that is reading falls far behind, the engine's events wait for it.
     connect(m_link.get(), &PeerLink::congestedChanged, this,
@@ -110,9 +123,17 @@ void BridgeController::appendLog(const QString& text)
         return;
     // One event is one line, whatever the texts inside it hold.
     const QString line = withEscapedControlCharacters(text);
-    m_logs.prepend(line);
-    while (m_logs.size() > maximumLogLines)
-        m_logs.removeLast();
+    m_log.append(line);
+    emit logAppended(line);
+    emit logsChanged();
+}
+
+void BridgeController::appendStrangerLog(const QString& text)
+{
+    if (text.isEmpty())
+        return;
+    const QString line = withEscapedControlCharacters(text);
+    m_log.appendAboutStranger(line);
     emit logAppended(line);
     emit logsChanged();
 }

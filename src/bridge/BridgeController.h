@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bridge/ActivityLog.h"
+#include "bridge/PairingLimits.h"
 #include "bridge/PairingRequest.h"
 #include "bridge/PendingServerRequest.h"
 #include "bridge/PendingUserInputRequests.h"
@@ -54,7 +56,9 @@ class BridgeController : public QObject {
     Q_PROPERTY(bool signInRequired READ signInRequired NOTIFY signInChanged)
 
 public:
-    static constexpr int maximumLogLines = 100;
+    static constexpr int maximumLogLines = ActivityLog::maximumLines;
+    // Pairing requests waiting for the user at once; a newer one ends the oldest.
+    static constexpr int maximumPairingRequests = 3;
     static inline const QString customCodexPathKey = QStringLiteral("SarvaneCustomCodexPath");
     static inline const QString openTabsKey = QStringLiteral("SarvaneBridgeOpenSessionTabs");
     static constexpr double threadRefreshIntervalSeconds = 4;
@@ -81,7 +85,9 @@ public:
     // The transport names of the authorised connections, in text order.
     QStringList authorizedPeerNames() const;
     bool isAuthorized(const QString& peer) const { return m_authorizedDevices.count(peer) > 0; }
-    QStringList logs() const { return m_logs; }
+    // Newest first: what concerns paired devices, decisions and the engine, and, bounded apart
+    // from it, what strangers did.
+    QStringList logs() const { return m_log.lines(); }
     bool launchAtLogin() const { return m_launchAtLogin; }
     bool hasIdentity() const { return m_identity != nullptr; }
     const std::optional<ApprovalPrompt>& approval() const { return m_approval; }
@@ -100,6 +106,17 @@ public:
         QStringLiteral("item/permissions/requestApproval");
     static inline const QString elicitationMethod = QStringLiteral("mcpServer/elicitation/request");
     static inline const QString questionMethod = QStringLiteral("item/tool/requestUserInput");
+    // A peer's change of a session's permission mode, answered by the bridge itself: body
+    // {threadId, mode} with mode "full-access", "ask" or "read-only".
+    static inline const QString setSessionModeMethod = QStringLiteral("sarvane/setSessionMode");
+    // Events: one session's mode changed ({threadId, mode}); every kept mode, on arrival ({modes}).
+    static inline const QString sessionModeEventMethod = QStringLiteral("sarvane/sessionMode");
+    static inline const QString sessionModesEventMethod = QStringLiteral("sarvane/sessionModes");
+    // The engine methods whose params carry a session's permission mode.
+    static const QStringList& modeMethods();
+    static inline const QString unreadableGrantsText =
+        QStringLiteral("Nimbrel Bridge refused this request for more access because it could not "
+                       "show everything it would grant.");
     static inline const QString questionClosedText = QStringLiteral(
         "This question has already closed, is being answered, or has an incomplete answer.");
 
@@ -140,6 +157,8 @@ public:
     std::optional<TrustedPeer> trustedPeerWithID(const QString& deviceID) const;
 
     void appendLog(const QString& line);
+    // A line about a connection that is not authorised (see ActivityLog).
+    void appendStrangerLog(const QString& line);
     std::optional<QString> sendToPeer(const BridgeMessage& message, const QString& peer);
     // Sends only while peer's name still belongs to that connection (PeerLink::connectionID): an
     // answer never reaches a later connection that took the name.
@@ -194,10 +213,16 @@ private:
     void setAuthorized(const QString& peer, bool authorized, const QString& deviceID = {});
     void removePairingRequests(const std::function<bool(const PairingRequest&)>& matches);
     void expirePairingRequest(const QString& id, quint64 connection);
+    void refusePairingRequest(const QString& peer, const QString& why);
+    void notePairingEnded(const PairingRequest& request);
+    void logMalformedMessage(const QString& peer, const QString& error);
 
     // The relay.
     void handleRequest(const BridgeMessage& message, const QString& peer);
     void handleNotification(const QString& method, const JSONValue& params);
+    void setSessionModeFromPeer(const BridgeMessage& message, const QString& peer);
+    BridgeMessage sessionModeEvent(const QString& threadID) const;
+    BridgeMessage sessionModesEvent() const;
     void handleServerRequest(const JSONValue& id, const QString& method, const JSONValue& params);
 
     // Approvals and questions.
@@ -234,7 +259,7 @@ private:
     QString m_codexAccountStatus = QStringLiteral("Waiting for Codex…");
     std::vector<PairingRequest> m_pairingRequests;
     std::vector<TrustedPeer> m_trustedPeers;
-    QStringList m_logs;
+    ActivityLog m_log;
     bool m_launchAtLogin = false;
 
     std::unique_ptr<PeerLink> m_link;
@@ -246,6 +271,12 @@ private:
     std::map<QString, HelloPayload> m_remoteHellos;
     // The limit of each pairing request, by its id.
     std::map<QString, TaskHandle> m_pairingLimits;
+    // The connections that have asked to pair once (by transport name, the link's number for the
+    // connection), and each address's recent requests (by its text).
+    std::map<QString, quint64> m_askedToPair;
+    std::map<QString, PairingHistory> m_pairingHistories;
+    // Malformed messages from each connection not authorised, past the first, which was logged.
+    std::map<QString, int> m_unloggedMalformed;
     // Each authorised connection, by transport name, and the device it proved to be.
     std::map<QString, QString> m_authorizedDevices;
     // Every open approval, in order of arrival, until someone answers it.

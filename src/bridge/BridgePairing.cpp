@@ -47,6 +47,14 @@ void BridgeController::handleDisconnected(const QString& peer)
     removePairingRequests([&](const PairingRequest& request) { return request.peer == peer; });
     m_localHellos.erase(peer);
     m_remoteHellos.erase(peer);
+    m_askedToPair.erase(peer);
+    if (const auto unlogged = m_unloggedMalformed.find(peer);
+        unlogged != m_unloggedMalformed.end()) {
+        const int more = unlogged->second;
+        m_unloggedMalformed.erase(unlogged);
+        if (more > 0)
+            appendStrangerLog(QStringLiteral("…and %1 more from ").arg(more) + loggableText(peer));
+    }
 }
 
 // ---- receiving
@@ -89,8 +97,24 @@ void BridgeController::handleData(const QByteArray& data, const QString& peer)
         }
     }
     if (failure)
-        appendLog(QStringLiteral("Rejected malformed message from ") + loggableText(peer) +
-                  QStringLiteral(": ") + loggableText(*failure));
+        logMalformedMessage(peer, *failure);
+}
+
+// A connection's malformed messages: each one where it is authorised; from a stranger the first,
+// and how many more followed when it goes.
+void BridgeController::logMalformedMessage(const QString& peer, const QString& error)
+{
+    const QString line = QStringLiteral("Rejected malformed message from ") + loggableText(peer) +
+                         QStringLiteral(": ") + loggableText(error);
+    if (isAuthorized(peer)) {
+        appendLog(line);
+        return;
+    }
+    const auto [unlogged, first] = m_unloggedMalformed.try_emplace(peer, 0);
+    if (first)
+        appendStrangerLog(line);
+    else
+        ++unlogged->second;
 }
 
 std::optional<QString> BridgeController::handleHello(const std::optional<JSONValue>& body,
@@ -136,19 +160,74 @@ void BridgeController::handlePairingRequest(const QString& peer)
     // A device already trusted, under any key, does not pair again until it is forgotten.
     if (m_trustStore.peer(remote->second.deviceID))
         return;
-    const QString code = pairingCode(local->second, remote->second);
+    // Copies: ending an older request below may reach back into the tables.
+    const HelloPayload localHello = local->second, remoteHello = remote->second;
     const quint64 connection = m_link->connectionID(peer);
-    PairingRequest request{peer, peer, connection, code, local->second, remote->second};
-    removePairingRequests([&](const PairingRequest& other) { return other.id == peer; });
+    // One request a connection: while it waits, asking again changes nothing; once it has been
+    // decided or has expired, the connection is refused.
+    if (pairingRequestWithID(peer))
+        return;
+    const auto asked = m_askedToPair.find(peer);
+    if (asked != m_askedToPair.end() && asked->second == connection) {
+        sendToConnection(messageOf(BridgeMessageKind::PairingRejected), peer, connection);
+        return;
+    }
+    m_askedToPair[peer] = connection;
+    const QString address = m_link->peerAddress(peer).toString();
+    const double now = m_scheduler.now();
+    if (m_pairingHistories.size() > 256)
+        std::erase_if(m_pairingHistories,
+                      [&](const auto& entry) { return isSpent(entry.second, now); });
+    PairingHistory& history = m_pairingHistories[address];
+    if (!mayRequestPairing(history, now)) {
+        refusePairingRequest(peer, now < history.pausedUntil
+                                       ? QStringLiteral("too many of its requests were refused.")
+                                       : QStringLiteral("it asked again too soon."));
+        return;
+    }
+    history = afterPairingRequest(history, now);
+
+    // Only the newest few wait; the oldest is ended, and its device told so, before another
+    // is shown.
+    while (static_cast<int>(m_pairingRequests.size()) >= maximumPairingRequests) {
+        const PairingRequest oldest = m_pairingRequests.front();
+        sendToConnection(messageOf(BridgeMessageKind::PairingRejected), oldest.peer,
+                         oldest.connection);
+        removePairingRequests([&](const PairingRequest& other) { return other.id == oldest.id; });
+        m_link->setAwaitingPairing(oldest.peer, false);
+        appendStrangerLog(QStringLiteral("Pairing request from ") +
+                          loggableText(oldest.remoteHello.displayName) +
+                          QStringLiteral(" ended: newer requests came."));
+    }
+    const QString code = pairingCode(localHello, remoteHello);
+    PairingRequest request{peer, peer, connection, code, localHello, remoteHello, address};
     m_pairingRequests.push_back(request);
     m_link->setAwaitingPairing(peer, true);
     m_pairingLimits[peer] =
         m_scheduler.schedule(this, pairingRequestLimitSeconds,
                              [this, peer, connection] { expirePairingRequest(peer, connection); });
     emit pairingRequestsChanged();
-    appendLog(QStringLiteral("Pairing requested by ") +
-              loggableText(request.remoteHello.displayName) + QStringLiteral(". Compare code ") +
-              code + QLatin1Char('.'));
+    appendStrangerLog(QStringLiteral("Pairing requested by ") +
+                      loggableText(request.remoteHello.displayName) +
+                      QStringLiteral(". Compare code ") + code + QLatin1Char('.'));
+}
+
+// A request that does not reach the window: the device hears no at once.
+void BridgeController::refusePairingRequest(const QString& peer, const QString& why)
+{
+    sendToPeer(messageOf(BridgeMessageKind::PairingRejected), peer);
+    const auto remote = m_remoteHellos.find(peer);
+    appendStrangerLog(
+        QStringLiteral("Refused pairing with ") +
+        loggableText(remote != m_remoteHellos.end() ? remote->second.displayName : peer) +
+        QStringLiteral(": ") + why);
+}
+
+// A rejection or an expiry counts against the address it came from.
+void BridgeController::notePairingEnded(const PairingRequest& request)
+{
+    PairingHistory& history = m_pairingHistories[request.address];
+    history = afterPairingEnded(history, m_scheduler.now());
 }
 
 // ---- the user's decisions
@@ -171,6 +250,10 @@ void BridgeController::approvePairing(PairingRequest request)
         return;
     }
     removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
+    // The user knows the address now: another device there may ask at once, and this connection
+    // may ask again should the device be forgotten.
+    m_pairingHistories.erase(request.address);
+    m_askedToPair.erase(request.peer);
     sendInitialState(request.peer);
     appendLog(QStringLiteral("Paired ") + loggableText(request.remoteHello.displayName) +
               QStringLiteral(" from ") + m_link->peerAddress(request.peer).toString() +
@@ -184,6 +267,7 @@ void BridgeController::rejectPairing(PairingRequest request)
     sendToPeer(messageOf(BridgeMessageKind::PairingRejected), request.peer);
     removePairingRequests([&](const PairingRequest& other) { return other.id == request.id; });
     m_link->setAwaitingPairing(request.peer, false);
+    notePairingEnded(request);
     appendLog(QStringLiteral("Rejected pairing from ") +
               loggableText(request.remoteHello.displayName) + QLatin1Char('.'));
 }
@@ -197,6 +281,7 @@ void BridgeController::expirePairingRequest(const QString& id, quint64 connectio
     sendToConnection(messageOf(BridgeMessageKind::PairingRejected), request->peer, connection);
     removePairingRequests([&](const PairingRequest& other) { return other.id == id; });
     m_link->setAwaitingPairing(request->peer, false);
+    notePairingEnded(*request);
     appendLog(QStringLiteral("Pairing request from ") +
               loggableText(request->remoteHello.displayName) +
               QStringLiteral(" expired: nobody compared its code within two minutes."));
@@ -249,7 +334,7 @@ void BridgeController::sendInitialState(const QString& peer)
 {
     // Made whole before any of it goes: a send that drops a slow peer reaches back into this
     // object.
-    std::vector<BridgeMessage> messages{engineStatusEvent()};
+    std::vector<BridgeMessage> messages{engineStatusEvent(), sessionModesEvent()};
     if (m_appServerReady) {
         for (const auto& [id, session] : m_workspace->sessions()) {
             if (!session.tokenUsage)

@@ -2,6 +2,7 @@
 #include "bridge/BridgeController.h"
 
 #include "platform/TextFormatting.h"
+#include "workspace/SessionParsers.h"
 
 #include <QPointer>
 
@@ -40,18 +41,34 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
     };
     if (!isAuthorized(peer))
         return refuse("Pair this device first.");
+    if (message.id && message.method == setSessionModeMethod)
+        return setSessionModeFromPeer(message, peer);
     if (!message.id || !message.method || !allowedEngineMethods().count(*message.method))
         return refuse("That method is not available through Nimbrel.");
 
-    const JSONValue params = message.body.value_or(JSONValue::object({}));
+    JSONValue params = message.body.value_or(JSONValue::object({}));
+    const QString method = *message.method;
+    // A session runs in its one mode whoever continues it: a request that names none carries the
+    // session's; one that names its own changes the session's, and everyone hears of it.
+    const bool carriesMode = modeMethods().contains(method) && params.isObject();
+    const QString threadID =
+        carriesMode ? stringAt(params, "threadId").value_or(QString()) : QString();
+    const std::optional<PermissionMode> asked =
+        carriesMode ? permissionModeIn(params) : std::nullopt;
+    if (carriesMode && !asked && !threadID.isEmpty())
+        if (const std::optional<PermissionMode> kept = m_workspace->sessionMode(threadID))
+            params = withPermissionMode(params, *kept, method == QLatin1String("turn/start"));
     QPointer<BridgeController> self(this);
     const QString id = *message.id;
     const quint64 connection = m_link->connectionID(peer);
     m_appServer->request(
-        *message.method, params,
-        [self, id, peer, connection](const AppServerClient::RequestResult& outcome) {
+        method, params,
+        [self, id, peer, connection, carriesMode, method, threadID,
+         asked](const AppServerClient::RequestResult& outcome) {
             if (!self)
                 return;
+            if (carriesMode && outcome.ok())
+                self->m_workspace->noteSessionModeReply(method, threadID, asked, outcome.value());
             const BridgeMessage reply =
                 outcome.ok() ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, id,
                                              std::nullopt, outcome.value()}
@@ -61,6 +78,54 @@ void BridgeController::handleRequest(const BridgeMessage& message, const QString
                 self->appendLog(QStringLiteral("Could not reply to ") + loggableText(peer) +
                                 QStringLiteral(": ") + *error);
         });
+}
+
+const QStringList& BridgeController::modeMethods()
+{
+    static const QStringList methods{QStringLiteral("thread/start"),
+                                     QStringLiteral("thread/resume"), QStringLiteral("thread/fork"),
+                                     QStringLiteral("turn/start")};
+    return methods;
+}
+
+// A peer's change of a session's mode, made in its header: recorded, then announced to all.
+void BridgeController::setSessionModeFromPeer(const BridgeMessage& message, const QString& peer)
+{
+    const JSONValue body = message.body.value_or(JSONValue());
+    const QString threadID = stringAt(body, "threadId").value_or(QString());
+    const std::optional<PermissionMode> mode =
+        permissionModeFromKey(stringAt(body, "mode").value_or(QString()));
+    const bool valid = !threadID.isEmpty() &&
+                       threadID.size() <= CodexWorkspace::maximumThreadIDLength && mode &&
+                       *mode != PermissionMode::Custom;
+    if (valid)
+        m_workspace->recordSessionMode(threadID, *mode);
+    sendToPeer(valid ? BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Response, message.id,
+                                     std::nullopt, JSONValue::object({})}
+                     : BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Error, message.id,
+                                     std::nullopt,
+                                     JSONValue("Choose full-access, ask or read-only for a "
+                                               "session by its threadId.")},
+               peer);
+}
+
+BridgeMessage BridgeController::sessionModeEvent(const QString& threadID) const
+{
+    const std::optional<PermissionMode> mode = m_workspace->sessionMode(threadID);
+    return BridgeMessage{
+        bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt, sessionModeEventMethod,
+        JSONValue::object({{"threadId", threadID},
+                           {"mode", mode ? JSONValue(permissionModeKey(*mode)) : JSONValue()}})};
+}
+
+BridgeMessage BridgeController::sessionModesEvent() const
+{
+    std::vector<std::pair<std::string, JSONValue>> modes;
+    for (const auto& [threadID, mode] : m_workspace->sessionModes())
+        modes.emplace_back(threadID.toStdString(), permissionModeKey(mode));
+    return BridgeMessage{bridgeProtocolVersion, BridgeMessageKind::Event, std::nullopt,
+                         sessionModesEventMethod,
+                         JSONValue::object({{"modes", JSONValue::object(std::move(modes))}})};
 }
 
 void BridgeController::handleNotification(const QString& method, const JSONValue& params)

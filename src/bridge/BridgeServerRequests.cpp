@@ -98,6 +98,13 @@ void BridgeController::handleServerRequest(const JSONValue& id, const QString& m
             return;
         }
     }
+    // Whatever is granted must have been seen: a request not readable in full is refused.
+    if (method == permissionsMethod && !requestedPermissionLines(params)) {
+        m_appServer->respondError(id, unreadableGrantsText);
+        appendLog(QStringLiteral("Codex asked for more access that could not be shown in full; it "
+                                 "was refused."));
+        return;
+    }
     const PendingServerRequest pending{randomUUIDText(), id, method, params};
     m_pendingServerRequests.push_back(pending);
     ApprovalPrompt prompt = makeApprovalPrompt(pending.localID, method, params);

@@ -12,6 +12,7 @@ struct PairingRequest {
     QString code;           // six digits
     HelloPayload localHello;
     HelloPayload remoteHello;
+    QString address; // where the connection comes from, as text
 
     friend bool operator==(const PairingRequest&, const PairingRequest&) = default;
 };

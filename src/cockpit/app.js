@@ -5,13 +5,13 @@
 import { BridgeLink } from './link.js';
 import * as store from './store.js';
 import { Transcript, entriesFromPage, isStreaming, shownText } from './transcript.js';
-import { el, clear, button, shown } from './dom.js';
+import { el, clear, button, shown, replaceKeeping } from './dom.js';
 import { sessionMenu, closeSessionMenu } from './session-menu.js';
 import { MarkdownView } from './markdown.js';
 import { changesCard, diffPathFor, fileAnchor, parseUnifiedDiff } from './diff.js';
-import { defaultModeKey, modeFor, permissionModes, threadParams, turnParams } from './modes.js';
+import { customMode, defaultModeKey, modeFor, permissionModes, threadParams, unchosenMode } from './modes.js';
 import { elicitationCard, permissionsCard } from './requests.js';
-import { attachControls, attachedImages, messageImages, pastedImages, restoreImages, takeImageInputs } from './attachments.js';
+import { attachControls, attachedImages, dropImages, imageInputs, messageImages, pastedImages } from './attachments.js';
 import { Attention } from './attention.js';
 
 const app = document.getElementById('app');
@@ -34,7 +34,8 @@ const state = {
   usage: null,
   usageError: '',
   notice: '',
-  modeChoice: defaultModeKey, // the mode new sessions start in, and sessions the page has not set
+  modeChoice: defaultModeKey, // the mode new sessions start in
+  modes: new Map(), // each session's mode as the computer keeps it, by thread id
 };
 let link;
 const attention = new Attention();
@@ -83,6 +84,7 @@ function linkScreen() {
       return el('section', { className: 'card', id: 'pairing-rejected' },
         el('h1', {}, 'Pairing refused'),
         el('p', {}, `${computer} refused to pair with this device.`),
+        el('p', { className: 'muted' }, 'It hears a new request from this device after half a minute.'),
         button('Ask again', () => link.askAgain(), 'prominent', 'ask-again'));
     case 'keyChanged':
       return el('section', { className: 'card alert', id: 'key-changed' },
@@ -106,8 +108,25 @@ function render() {
     return;
   }
   const screens = { sessions: sessionsScreen, session: sessionScreen, new: newSessionScreen, usage: usageScreen };
-  clear(app).append(header(), requestsRegion(), (screens[state.screen] || sessionsScreen)());
+  const next = el('div', {}, header(), requestsRegion(), (screens[state.screen] || sessionsScreen)());
+  if (!keepComposer(next)) clear(app).append(...next.childNodes);
   if (state.screen === 'session') scrollTranscriptIfFollowing(true);
+}
+
+// The composer being written in stays in the page while the rest is built again, where it still
+// holds the session's draft: a long draft is laid out once, not at every render. Elsewhere the new
+// composer takes the draft.
+function keepComposer(next) {
+  const slot = next.querySelector('textarea[data-draft]');
+  if (!slot) return false;
+  const draft = state.drafts.get(slot.dataset.draft) || '';
+  const kept = app.querySelector('textarea[data-draft]');
+  if (kept?.dataset.draft === slot.dataset.draft && kept.value === draft && replaceKeeping(app, next, kept, slot)) {
+    for (const name of ['placeholder', 'oninput', 'onkeydown', 'onpaste']) kept[name] = slot[name];
+    return true;
+  }
+  slot.value = draft;
+  return false;
 }
 
 function header() {
@@ -347,6 +366,7 @@ async function loadPage(id) {
     }
     session.transcript.prepend(entriesFromPage(page, session.byItems));
     session.cursor = typeof page?.nextCursor === 'string' ? page.nextCursor : null;
+    if (first) noteNewestTurn(session, page);
     session.error = '';
   } catch (error) {
     if (first && /not materialized/.test(error.message)) session.cursor = null;
@@ -373,12 +393,7 @@ async function catchUp(id) {
     }
     if (wasEmpty || session.transcript.entries.length === entries.length)
       session.cursor = typeof page?.nextCursor === 'string' ? page.nextCursor : null;
-    // A page of turns tells whether the newest still runs; one that ended while away shows ended.
-    const newest = session.byItems ? null : Array.isArray(page?.data) ? page.data[0] : null;
-    if (newest && typeof newest === 'object') {
-      const running = newest.status === 'inProgress';
-      Object.assign(session, { running, turnID: running ? text(newest.id) : null });
-    }
+    noteNewestTurn(session, page);
     session.error = '';
     settleUnconfirmed(id);
   } catch (error) {
@@ -388,19 +403,39 @@ async function catchUp(id) {
   if (state.screen === 'session' && state.current === id) rerenderKeepingFocus();
 }
 
+// A page of turns, newest first, tells whether the newest still runs, and its id; one that ended
+// while away shows ended. A page of items tells neither.
+function noteNewestTurn(session, page) {
+  const newest = session.byItems ? null : Array.isArray(page?.data) ? page.data[0] : null;
+  if (!newest || typeof newest !== 'object') return;
+  const running = newest.status === 'inProgress' && !!text(newest.id);
+  Object.assign(session, { running, turnID: running ? text(newest.id) : null });
+}
+
+// The id of the turn the session runs, where the page knows that one runs but not which (after a
+// reload or a reconnect, or a turn another device started): Codex's newest turn, if it still runs.
+async function runningTurnID(id) {
+  const session = sessionFor(id);
+  if (session.turnID || !session.running) return session.turnID;
+  const page = await link.request('thread/turns/list', { threadId: id, limit: 1, sortDirection: 'desc', itemsView: 'notLoaded' });
+  const newest = Array.isArray(page?.data) ? page.data[0] : null;
+  const running = newest?.status === 'inProgress' && !!text(newest?.id);
+  Object.assign(session, { running, turnID: running ? text(newest.id) : null });
+  return session.turnID;
+}
+
 // A message whose sending the connection cut stays in the composer; once the session is read
-// again and shows it as the newest message from the user, it went through, and leaves the composer.
+// again and holds a message from the user with its id, it went through, and leaves the composer.
 function settleUnconfirmed(id) {
   const session = sessionFor(id);
   if (!session.unconfirmed) return;
-  const users = session.transcript.entries.filter((entry) => entry.kind === 'user');
-  if (users.at(-1)?.text.trim() === session.unconfirmed) {
-    if ((state.drafts.get(`composer-${id}`) || '').trim() === session.unconfirmed) {
-      state.drafts.delete(`composer-${id}`);
-      state.notice = '';
-    }
+  const { id: sentID, images } = session.unconfirmed;
+  if (session.transcript.entries.some((entry) => entry.kind === 'user' && entry.clientId === sentID)) {
+    state.drafts.delete(`composer-${id}`);
+    dropImages(id, images);
+    state.notice = '';
   }
-  session.unconfirmed = '';
+  session.unconfirmed = null;
 }
 
 function sessionScreen() {
@@ -415,8 +450,9 @@ function sessionScreen() {
   else if (!session.transcript.entries.length && !session.error) transcript.append(el('p', { className: 'muted' }, 'No messages yet.'));
   for (const entry of session.transcript.entries) transcript.append(entryNode(entry, session));
   if (session.error) transcript.append(el('p', { className: 'error' }, session.error));
+  // Its text is the draft's, given as the page is rendered (see keepComposer).
   const draft = el('textarea', { id: 'composer', rows: 2, placeholder: session.running ? 'Steer this turn…' : 'Message Codex…',
-    'aria-label': 'Message', value: state.drafts.get(`composer-${id}`) || '',
+    'aria-label': 'Message', dataset: { draft: `composer-${id}` },
     oninput: (event) => state.drafts.set(`composer-${id}`, event.target.value),
     onkeydown: (event) => { if (event.key === 'Enter' && (event.ctrlKey || event.metaKey)) { event.preventDefault(); send(id); } },
     onpaste: (event) => pastedImages(id, event, rerenderKeepingFocus) });
@@ -442,10 +478,9 @@ const sessionMenuActions = {
     const thread = state.threads.find((t) => t.id === threadID);
     if (thread) thread.name = name;
   },
-  // A copy keeps the session's permissions.
-  forkSettings: (threadID) => threadParams(sessionFor(threadID).mode || state.modeChoice),
-  opened(thread, fromID) {
-    sessionFor(thread.id).mode = sessionFor(fromID).mode || state.modeChoice;
+  // A copy keeps the session's permissions: the computer adds them, as it does to every request.
+  forkSettings: () => ({}),
+  opened(thread) {
     state.threads = [thread, ...state.threads.filter((t) => t.id !== thread.id)];
     show('session', thread.id);
     listSoon();
@@ -559,45 +594,51 @@ function scrollTranscriptIfFollowing(always = false) {
   if (transcript && session && (always || session.following)) transcript.scrollTop = transcript.scrollHeight;
 }
 
+// The message stays in the composer, with its images, until Codex has taken it; it carries an id
+// of its own, by which the session's history shows whether it went through. The session's mode
+// is the computer's to add: the page sends none.
 async function send(id) {
   const session = sessionFor(id);
-  const message = (state.drafts.get(`composer-${id}`) || '').trim();
-  if (!message && !attachedImages(id).length) return;
-  const { images, inputs } = takeImageInputs(id);
-  const input = [...(message ? [{ type: 'text', text: message }] : []), ...inputs];
-  state.drafts.delete(`composer-${id}`);
+  const key = `composer-${id}`;
+  const message = (state.drafts.get(key) || '').trim();
+  const images = attachedImages(id);
+  if ((!message && !images.length) || session.sending) return;
+  const input = [...(message ? [{ type: 'text', text: message }] : []), ...imageInputs(images)];
+  const clientUserMessageId = crypto.randomUUID();
+  session.sending = true;
   state.notice = '';
   try {
+    if (session.running) await runningTurnID(id);
     if (session.running && session.turnID) {
-      await link.request('turn/steer', { threadId: id, expectedTurnId: session.turnID, input });
+      await link.request('turn/steer', { threadId: id, expectedTurnId: session.turnID, input, clientUserMessageId });
     } else {
       const thread = state.threads.find((t) => t.id === id);
-      session.mode ||= state.modeChoice;
       if (!session.resumed && threadStatus(thread || {}) !== 'idle' && threadStatus(thread || {}) !== 'active')
-        await link.request('thread/resume', { threadId: id, ...threadParams(session.mode), excludeTurns: true });
+        await link.request('thread/resume', { threadId: id, excludeTurns: true });
       session.resumed = true;
       session.running = true;
-      await link.request('turn/start', { threadId: id, input, ...turnParams(session.mode), summary: 'detailed', ...turnSettings() });
+      await link.request('turn/start', { threadId: id, input, clientUserMessageId, summary: 'detailed', ...turnSettings() });
     }
+    if ((state.drafts.get(key) || '').trim() === message) state.drafts.delete(key);
+    dropImages(id, images);
   } catch (error) {
     // Kept for the user to send again, never sent again by the page: where the connection closed
     // before the computer answered, Codex may have it already.
-    if (!(state.drafts.get(`composer-${id}`) || '').trim()) state.drafts.set(`composer-${id}`, message);
-    restoreImages(id, images);
-    session.unconfirmed = error.lost ? message : '';
+    session.unconfirmed = error.lost ? { id: clientUserMessageId, images } : null;
     state.notice = error.lost
       ? 'The connection closed before the computer confirmed this message. It is kept below; once reconnected, check the session before sending it again.'
       : error.message;
     session.running = session.running && !!session.turnID;
   }
+  session.sending = false;
   rerenderKeepingFocus();
 }
 
 async function stop(id) {
-  const session = sessionFor(id);
-  if (!session.turnID) return;
   try {
-    await link.request('turn/interrupt', { threadId: id, turnId: session.turnID });
+    const turnID = await runningTurnID(id);
+    if (!turnID) return rerenderKeepingFocus();
+    await link.request('turn/interrupt', { threadId: id, turnId: turnID });
   } catch (error) {
     state.notice = error.message;
     render();
@@ -650,14 +691,25 @@ function modeChoices() {
       el('span', { className: 'mode-title' }, mode.title), el('small', {}, mode.summary))));
 }
 
-// The session's mode in its header, in its colour; a change applies from the next turn.
+// The session's mode in its header, in its colour, as the computer keeps it for every device; a
+// change goes to the computer at once, which tells every device, and applies from the next turn.
 function modePicker(id) {
-  const session = sessionFor(id);
-  const current = modeFor(session.mode || state.modeChoice);
-  const picker = el('select', { id: 'session-mode', className: `mode mode-${current.tint}`, 'aria-label': 'Permissions',
-    onchange: (event) => { session.mode = event.target.value; rerenderKeepingFocus(); } },
-  permissionModes.map((mode) => el('option', { value: mode.key, selected: mode.key === current.key }, mode.title)));
-  return picker;
+  const key = state.modes.get(id);
+  const current = key === 'custom' ? customMode : key ? modeFor(key) : unchosenMode;
+  const choices = permissionModes.includes(current) ? permissionModes : [current, ...permissionModes];
+  return el('select', { id: 'session-mode', className: `mode mode-${current.tint}`, 'aria-label': 'Permissions',
+    title: current.summary, onchange: (event) => chooseMode(id, event.target.value) },
+  choices.map((mode) => el('option', { value: mode.key, selected: mode === current, disabled: !permissionModes.includes(mode) }, mode.title)));
+}
+
+async function chooseMode(id, key) {
+  try {
+    await link.request('sarvane/setSessionMode', { threadId: id, mode: key });
+    state.modes.set(id, key);
+  } catch (error) {
+    state.notice = `The permissions could not be changed: ${error.message}`;
+  }
+  rerenderKeepingFocus();
 }
 
 function newSessionScreen() {
@@ -678,7 +730,7 @@ function newSessionScreen() {
       const session = sessionFor(id);
       session.loaded = true;
       session.resumed = true;
-      session.mode = chosen;
+      state.modes.set(id, chosen);
       state.threads.unshift(created.thread);
       state.drafts.set(`composer-${id}`, task.value);
       show('session', id);
@@ -773,6 +825,16 @@ function onMessage({ message }) {
       }
       render();
       return;
+    case 'sarvane/sessionModes':
+      state.modes = new Map(Object.entries(params.modes && typeof params.modes === 'object' ? params.modes : {})
+        .filter(([, key]) => typeof key === 'string'));
+      render();
+      return;
+    case 'sarvane/sessionMode':
+      if (threadID && typeof params.mode === 'string') state.modes.set(threadID, params.mode);
+      else if (threadID) state.modes.delete(threadID);
+      if (state.screen === 'session' && state.current === threadID) rerenderKeepingFocus();
+      return;
     case 'sarvane/userInputResolved':
     case 'sarvane/serverRequestResolved':
       dropRequest(params.requestId);
@@ -845,15 +907,17 @@ function threadName(threadID) {
 // After pairing, after a reconnect, and when the engine becomes ready: read again what is shown.
 async function reread() {
   if (link.state !== 'ready') return;
+  // The open session keeps what it holds and catches up; the others are read anew when opened.
+  // Whether a turn runs, and which, is learnt again: until then no Stop is offered.
+  const open = state.screen === 'session' ? state.current : null;
+  if (state.engine.ready)
+    for (const [id, session] of state.sessions) {
+      if (id !== open)
+        Object.assign(session, { loaded: false, cursor: null, byItems: true, transcript: new Transcript() });
+      Object.assign(session, { running: false, turnID: null });
+    }
   render();
   if (!state.engine.ready) return;
-  // The open session keeps what it holds and catches up; the others are read anew when opened.
-  const open = state.screen === 'session' ? state.current : null;
-  for (const [id, session] of state.sessions) {
-    if (id !== open)
-      Object.assign(session, { loaded: false, cursor: null, byItems: true, transcript: new Transcript() });
-    Object.assign(session, { running: false, turnID: null });
-  }
   await Promise.all([readThreads(), readModels(), state.screen === 'usage' || state.usage ? readUsage() : null]);
   // A turn that runs on is known by its session's status; its events bring the rest.
   for (const thread of state.threads)

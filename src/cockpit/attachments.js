@@ -1,13 +1,15 @@
 // Images attached to a message: from the camera or the photo library, or pasted. Each is shrunk to
-// at most 2048 pixels on its long side (screenshots stay PNG unless that is large, photos become
-// JPEG), so that a message with them stays well under the link's limit, and goes to Codex as an
-// image input item beside the text.
+// at most 2048 pixels on its long side and to a byte budget (screenshots stay PNG unless that is
+// large, photos become JPEG), so that a message with the most images stays well under the link's
+// limit, and goes to Codex as an image input item beside the text.
 
 import { el, button } from './dom.js';
 
 export const longestSide = 2048;
 export const maxImages = 4;
-const pngBudget = 2 * 1024 * 1024;
+// Bytes one image may take, so that a message with the most images stays well under the link's
+// 16 MB once written as text: 4 × 2 MB grows by a third to under 11 MB.
+export const imageByteBudget = 2 * 1024 * 1024;
 const jpegQuality = 0.85;
 
 const held = new Map(); // thread id → { images: [{ id, url, width, height }], error }
@@ -25,19 +27,19 @@ export function scaledSize(width, height, limit = longestSide) {
 
 export const attachedImages = (threadID) => held.get(threadID)?.images || [];
 
-// The images as the engine takes them, and the thread's attachments emptied; put them back with
-// restoreImages where the message could not be sent.
-export function takeImageInputs(threadID) {
-  const images = attachedImages(threadID);
-  held.delete(threadID);
-  return { images, inputs: images.map((image) => ({ type: 'image', url: image.url })) };
+// The images as the engine takes them; they stay attached until the message is accepted.
+export const imageInputs = (images) => images.map((image) => ({ type: 'image', url: image.url }));
+
+// Once the message that carried them is accepted: those images leave; any added since stay.
+export function dropImages(threadID, images) {
+  const sent = new Set(images.map((image) => image.id));
+  const attachments = held.get(threadID);
+  if (!attachments) return;
+  attachments.images = attachments.images.filter((image) => !sent.has(image.id));
+  if (!attachments.images.length && !attachments.error) held.delete(threadID);
 }
 
-export function restoreImages(threadID, images) {
-  if (images.length) of(threadID).images = [...images, ...attachedImages(threadID)].slice(0, maxImages);
-}
-
-const blobOf = (canvas, type) => new Promise((resolve) => canvas.toBlob(resolve, type, jpegQuality));
+const blobOf = (canvas, type, quality = jpegQuality) => new Promise((resolve) => canvas.toBlob(resolve, type, quality));
 const dataURLOf = (blob) => new Promise((resolve, reject) => {
   const reader = new FileReader();
   reader.onload = () => resolve(reader.result);
@@ -45,15 +47,36 @@ const dataURLOf = (blob) => new Promise((resolve, reject) => {
   reader.readAsDataURL(blob);
 });
 
+function drawn(bitmap, size, background) {
+  const canvas = el('canvas', { width: size.width, height: size.height });
+  const pen = canvas.getContext('2d');
+  if (background) {
+    pen.fillStyle = background;
+    pen.fillRect(0, 0, size.width, size.height);
+  }
+  pen.drawImage(bitmap, 0, 0, size.width, size.height);
+  return canvas;
+}
+
+// Shrunk to the longest side, then to the byte budget: a PNG over it becomes JPEG, and a JPEG
+// over it is drawn smaller until it fits.
 async function shrink(file) {
   const bitmap = await createImageBitmap(file);
-  const size = scaledSize(bitmap.width, bitmap.height);
-  const canvas = el('canvas', { width: size.width, height: size.height });
-  canvas.getContext('2d').drawImage(bitmap, 0, 0, size.width, size.height);
-  bitmap.close();
-  let blob = file.type === 'image/png' ? await blobOf(canvas, 'image/png') : null;
-  if (!blob || blob.size > pngBudget) blob = await blobOf(canvas, 'image/jpeg');
-  if (!blob) throw new Error('The image could not be encoded.');
+  let limit = longestSide;
+  let size, blob;
+  try {
+    do {
+      size = scaledSize(bitmap.width, bitmap.height, limit);
+      blob = file.type === 'image/png' && limit === longestSide ? await blobOf(drawn(bitmap, size), 'image/png') : null;
+      // JPEG has no transparency: what was transparent shows white.
+      if (!blob || blob.size > imageByteBudget) blob = await blobOf(drawn(bitmap, size, 'white'), 'image/jpeg');
+      if (!blob) throw new Error('The image could not be encoded.');
+      limit = Math.floor(limit * 0.75);
+    } while (blob.size > imageByteBudget && limit >= 64);
+  } finally {
+    bitmap.close();
+  }
+  if (blob.size > imageByteBudget) throw new Error('The image could not be made small enough.');
   return { id: crypto.randomUUID(), url: await dataURLOf(blob), ...size };
 }
 

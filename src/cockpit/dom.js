@@ -34,3 +34,37 @@ export function clear(element) {
 export function button(label, action, style = 'plain', id = undefined) {
   return el('button', { type: 'button', className: style, onclick: action, ...(id ? { id } : {}) }, label);
 }
+
+// Gives `container` the elements of `next` (a detached element holding the new contents), except
+// that `kept`, already in `container`, stays where `next` holds `slot`, attached all along: a long
+// text being written is not laid out again. Each element between them is kept as well, taking the
+// new one's class and id. False, and nothing changed, where the two are not built alike.
+export function replaceKeeping(container, next, kept, slot) {
+  const lineage = (node, top) => {
+    const line = [];
+    for (; node && node !== top; node = node.parentNode) line.unshift(node);
+    return node === top ? line : null;
+  };
+  const keptLine = lineage(kept, container);
+  const slotLine = lineage(slot, next);
+  if (!keptLine || !slotLine || keptLine.length !== slotLine.length ||
+      keptLine.some((node, i) => node.tagName !== slotLine[i].tagName)) return false;
+  let into = container;
+  let from = next;
+  keptLine.forEach((stay, i) => {
+    const fresh = slotLine[i];
+    for (const child of [...into.childNodes]) if (child !== stay) child.remove();
+    const children = [...from.childNodes];
+    const at = children.indexOf(fresh);
+    stay.before(...children.slice(0, at));
+    stay.after(...children.slice(at + 1));
+    if (stay !== kept) {
+      stay.className = fresh.className;
+      if (fresh.id) stay.id = fresh.id;
+      else stay.removeAttribute('id');
+    }
+    into = stay;
+    from = fresh;
+  });
+  return true;
+}

@@ -11,6 +11,15 @@ const requestLimitMs = 45000;
 const livenessEveryMs = 25000;
 const livenessLimitMs = 10000;
 const codeDelayForPairedMs = 3000;
+// The most the computer takes in one message.
+export const maximumMessageBytes = 16 * 1024 * 1024;
+
+// The refusal of a message of this many bytes, with what to do.
+export function tooLargeText(bytes) {
+  const megabytes = (n) => (n / (1024 * 1024)).toFixed(1).replace(/\.0$/, '');
+  return `This message is too large to send (${megabytes(bytes)} MB; the computer takes at most ${megabytes(maximumMessageBytes)} MB). ` +
+    'Remove an image or shorten the text, then send it again.';
+}
 
 export class BridgeLink extends EventTarget {
   constructor({ crypto, identity, name, pairedKey, rememberComputer, host }) {
@@ -73,14 +82,15 @@ export class BridgeLink extends EventTarget {
       reject(Object.assign(new Error('The connection to the computer closed before it answered.'), { lost: true }));
     }
     this.pending.clear();
-    if (this.state === 'keyChanged') return;
+    // Refused, the page waits for the person to ask again rather than asking by itself.
+    if (this.state === 'keyChanged' || this.state === 'rejected') return;
     this.setState('offline');
     this.retryTimer = setTimeout(() => this.connect(), this.retryDelayMs);
     this.retryDelayMs = Math.min(this.retryDelayMs * 2, 15000);
   }
 
   reconnectNow() {
-    if (this.state === 'keyChanged') return;
+    if (this.state === 'keyChanged' || this.state === 'rejected') return;
     this.retryDelayMs = 1000;
     if (!this.socket) this.connect();
     else this.checkLiveness();
@@ -147,9 +157,13 @@ export class BridgeLink extends EventTarget {
     else this.setState('pairing');
   }
 
+  // The computer hears one request a connection: asking again takes a new one.
   askAgain() {
-    this.send({ kind: 'pairingRequest' });
-    this.setState('pairing');
+    const refused = this.socket;
+    this.socket = null;
+    refused?.close();
+    this.retryDelayMs = 1000;
+    this.connect();
   }
 
   async accepted() {
@@ -179,12 +193,19 @@ export class BridgeLink extends EventTarget {
         return;
       }
       const id = `c-${++this.counter}`;
+      const encoded = JSON.stringify({ version: 1, ...(kind === 'ping' ? { kind, id } : { kind, id, method, body }) });
+      // Counted in bytes where it could be too large; a string never has more bytes than three per unit.
+      const bytes = encoded.length * 3 > maximumMessageBytes ? new TextEncoder().encode(encoded).length : encoded.length;
+      if (bytes > maximumMessageBytes) {
+        reject(new Error(tooLargeText(bytes)));
+        return;
+      }
       const timer = setTimeout(() => {
         this.pending.delete(id);
         reject(new Error('The computer did not answer in time.'));
       }, limitMs);
       this.pending.set(id, { resolve, reject, timer });
-      this.send(kind === 'ping' ? { kind, id } : { kind, id, method, body });
+      this.socket.send(encoded);
     });
   }
 

@@ -10,7 +10,14 @@ export const permissionModes = [
     summary: 'Reads files and runs harmless commands; asks you for anything else.' },
 ];
 
-// The page's own default, for a phone away from the computer: Codex asks first.
+// What a session shows whose approval policy and sandbox Codex reports as none of the three, and
+// one nobody has chosen a mode for yet; neither can be chosen.
+export const customMode = { key: 'custom', title: 'Custom', tint: 'gray',
+  summary: 'Codex runs this session with approval and sandbox settings that are none of these three. Choose one to change them.' };
+export const unchosenMode = { key: '', title: 'Not chosen yet', tint: 'gray',
+  summary: 'Nobody has chosen permissions for this session. Its next turn runs as Codex has it set, and this then shows which mode that is.' };
+
+// The page's own default for new sessions, for a phone away from the computer: Codex asks first.
 export const defaultModeKey = 'ask';
 
 export const modeFor = (key) => permissionModes.find((mode) => mode.key === key) || modeFor(defaultModeKey);

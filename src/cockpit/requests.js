@@ -5,23 +5,73 @@
 import { el, button, shown } from './dom.js';
 
 const text = (value) => (typeof value === 'string' ? value : '');
-const maxLines = 40;
 const maxFields = 64;
 const maxOptions = 200;
 
-// What a more-access request asks for, one line each: "Read: /path", "Write: /path", "Network access".
+// Everything a more-access request would grant, one line each: "Network access" first, then
+// "Read: <place>", "Write: <place>" and "No access: <place>", a place being a path, a pattern or a
+// special place by its name. Null where any of it cannot be read in full (a key, kind or access the
+// page does not know, too many lines, too long a path): such a request can only be declined.
+export const maxGrantLines = 1000;
+export const maxGrantPath = 4096;
+export const shownGrantLines = 12;
+
+const isObject = (value) => value !== null && typeof value === 'object' && !Array.isArray(value);
+const onlyKeys = (object, keys) => Object.keys(object).every((key) => keys.includes(key));
+const present = (value) => value !== undefined && value !== null;
+
+function specialPlace(value) {
+  const within = (name) => (text(value?.subpath) ? `${name}, within it ${text(value.subpath)}` : name);
+  switch (value?.kind) {
+    case 'root': return 'the whole disk';
+    case 'minimal': return 'the system files every command needs';
+    case 'project_roots': return within('the session’s project folders');
+    case 'tmpdir': return 'the temporary folder';
+    case 'slash_tmp': return '/tmp';
+    case 'unknown': return text(value.path) ? within(text(value.path)) : null;
+    default: return null;
+  }
+}
+
+function entryPlace(path) {
+  if (!isObject(path)) return null;
+  if (path.type === 'special') return specialPlace(path.value);
+  if ((!path.type || path.type === 'path') && text(path.path)) return path.path;
+  if ((!path.type || path.type === 'glob_pattern') && text(path.pattern)) return path.pattern;
+  return null;
+}
+
 export function requestedPermissionLines(params) {
   const lines = [];
-  const fileSystem = params?.permissions?.fileSystem;
-  for (const [key, label] of [['read', 'Read'], ['write', 'Write']])
-    for (const path of Array.isArray(fileSystem?.[key]) ? fileSystem[key] : []) if (typeof path === 'string') lines.push(`${label}: ${path}`);
-  for (const entry of Array.isArray(fileSystem?.entries) ? fileSystem.entries : []) {
-    const where = text(entry?.path?.path) || text(entry?.path?.pattern);
-    if (where && (entry.access === 'read' || entry.access === 'write'))
-      lines.push(`${entry.access === 'write' ? 'Write' : 'Read'}: ${where}`);
+  const permissions = params?.permissions;
+  if (!present(permissions)) return lines;
+  if (!isObject(permissions) || !onlyKeys(permissions, ['fileSystem', 'network'])) return null;
+  const network = permissions.network;
+  if (present(network)) {
+    if (!isObject(network) || !onlyKeys(network, ['enabled'])) return null;
+    if (present(network.enabled) && typeof network.enabled !== 'boolean') return null;
+    if (network.enabled) lines.push('Network access');
   }
-  if (params?.permissions?.network?.enabled === true) lines.push('Network access');
-  return lines.slice(0, maxLines);
+  const fileSystem = permissions.fileSystem;
+  if (!present(fileSystem)) return lines;
+  if (!isObject(fileSystem) || !onlyKeys(fileSystem, ['read', 'write', 'entries', 'globScanMaxDepth'])) return null;
+  const add = (label, place) => {
+    if (typeof place !== 'string' || !place || place.length > maxGrantPath || lines.length >= maxGrantLines) return false;
+    lines.push(`${label}: ${place}`);
+    return true;
+  };
+  for (const [key, label] of [['read', 'Read'], ['write', 'Write']]) {
+    if (!present(fileSystem[key])) continue;
+    if (!Array.isArray(fileSystem[key]) || !fileSystem[key].every((path) => add(label, path))) return null;
+  }
+  if (present(fileSystem.entries)) {
+    if (!Array.isArray(fileSystem.entries)) return null;
+    for (const entry of fileSystem.entries) {
+      const label = { read: 'Read', write: 'Write', deny: 'No access' }[entry?.access];
+      if (!label || !add(label, entryPlace(entry?.path))) return null;
+    }
+  }
+  return lines;
 }
 
 // The answer that grants what was asked, for this turn or the session, or nothing.
@@ -114,15 +164,23 @@ export function permissionsCard(id, body, deps) {
     deps.done(id);
   };
   const lines = requestedPermissionLines(body);
+  const item = (line) => el('li', {}, shown(line));
+  // The first lines, then the rest behind "and N more": all of it is on the card, nothing unseen.
+  const list = !lines ? el('p', { className: 'error' }, 'This request cannot be shown in full, so it can only be declined.')
+    : !lines.length ? el('p', { className: 'muted' }, 'Nothing named')
+      : el('div', { className: 'asked' }, el('ul', {}, lines.slice(0, shownGrantLines).map(item)),
+        lines.length > shownGrantLines ? el('details', { className: 'more-grants' },
+          el('summary', {}, `and ${lines.length - shownGrantLines} more`),
+          el('ul', {}, lines.slice(shownGrantLines).map(item))) : null);
   return el('article', { className: 'card request', dataset: { request: id } },
     el('h2', {}, 'Codex asks for more access'), deps.label(body.threadId),
     body.reason ? el('p', {}, shown(body.reason)) : null,
     body.cwd ? el('p', { className: 'muted' }, `for work in ${shown(body.cwd)}`) : null,
-    el('ul', { className: 'asked' }, lines.length ? lines.map((line) => el('li', {}, shown(line))) : el('li', {}, 'Nothing named')),
+    list,
     el('div', { className: 'actions' },
       button('Decline', () => decide('decline'), 'destructive', 'decline'),
-      button('Allow for This Session', () => decide('session'), 'plain', 'accept-session'),
-      button('Allow for This Turn', () => decide('turn'), 'prominent', 'accept')));
+      lines ? button('Allow for This Session', () => decide('session'), 'plain', 'accept-session') : null,
+      lines ? button('Allow for This Turn', () => decide('turn'), 'prominent', 'accept') : null));
 }
 
 // A tool server's request: its form, or its address with "Open" and "Done".

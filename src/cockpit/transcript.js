@@ -27,7 +27,7 @@ export function entryFromItem(item) {
     status: typeof item.status === 'string' ? item.status : null };
   switch (item.type) {
     case 'userMessage':
-      return { ...entry, kind: 'user', title: 'You',
+      return { ...entry, kind: 'user', title: 'You', clientId: text(item.clientId),
         text: Array.isArray(item.content) ? item.content.map((part) => text(part?.text)).filter((t) => t).join('\n') : '',
         images: Array.isArray(item.content) ? item.content.filter((part) => part?.type === 'image' || part?.type === 'localImage')
           .map((part) => ({ url: text(part.url), path: text(part.path) })) : [] };

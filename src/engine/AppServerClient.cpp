@@ -239,7 +239,15 @@ void AppServerClient::sendRequest(const QString& method, const JSONValue& params
         completion(AppServerError::requestTimedOut(method));
     });
     m_pending.emplace(id, PendingRequest{std::move(completion), std::move(timeout)});
-    writeLine(JSONValue::object({{"id", static_cast<double>(id)}, {"method", method}, {"params", params}}));
+    // A request that cannot be written fails at once rather than waiting for its limit.
+    const std::optional<AppServerError> error =
+        writeLine(JSONValue::object({{"id", static_cast<double>(id)}, {"method", method}, {"params", params}}));
+    const auto entry = error ? m_pending.find(id) : m_pending.end();
+    if (entry == m_pending.end())
+        return;
+    IoCompletion failed = std::move(entry->second.completion);
+    m_pending.erase(entry);
+    failed(*error);
 }
 
 AppServerClient::IoCompletion AppServerClient::onMainThread(RequestCompletion completion)
@@ -263,6 +271,8 @@ std::optional<AppServerError> AppServerClient::writeLine(const JSONValue& messag
         return fail(writeFailed(message.encode().error().message));
     line.push_back('\n');
     const auto size = static_cast<qint64>(line.size());
+    if (size > maximumLineBytes)
+        return fail(AppServerError::server(tooLargeText(size)));
     // QProcess would take more after a failed write, and never send it.
     if (m_inputBroken)
         return fail(writeFailed(*m_inputBroken));
@@ -275,6 +285,15 @@ std::optional<AppServerError> AppServerClient::writeLine(const JSONValue& messag
     if (reached)
         m_writeWaiters.emplace_back(m_bytesQueued, std::move(reached));
     return std::nullopt;
+}
+
+QString AppServerClient::tooLargeText(qint64 bytes)
+{
+    constexpr double megabyte = 1024.0 * 1024.0;
+    return QStringLiteral("This message is too large to send (%1 MB; Codex takes at most %2 MB). "
+                          "Remove an image or shorten the text, then send it again.")
+        .arg(double(bytes) / megabyte, 0, 'f', 1)
+        .arg(double(maximumLineBytes) / megabyte, 0, 'f', 0);
 }
 
 // Logs the failure and gives the error that callers get.

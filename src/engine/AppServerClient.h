@@ -39,6 +39,10 @@ public:
     static constexpr std::size_t maximumUndelivered = 4096;
     // Input written for the child that it has not read yet. Past this, writes fail at once.
     static constexpr qint64 maximumUnsentInputBytes = 16 * 1024 * 1024;
+    // The longest line Codex reads; a longer request fails at once, saying so.
+    static constexpr qint64 maximumLineBytes = 16 * 1024 * 1024;
+    // "This message is too large to send (…)", for a line of this many bytes.
+    static QString tooLargeText(qint64 bytes);
 
     explicit AppServerClient(Scheduler& scheduler, QObject* parent = nullptr);
     ~AppServerClient() override;

@@ -82,6 +82,16 @@ WebResponse respond(const QByteArray& status, const QByteArray& type, const QByt
     return {withBody ? head + body : head, keepOpen};
 }
 
+// Takes over from the worker it replaces at once, removes its registration and reloads the pages
+// it held, which then come from the bridge.
+constexpr char selfRemovingWorker[] =
+    "self.addEventListener('install', () => self.skipWaiting());\n"
+    "self.addEventListener('activate', (event) => event.waitUntil((async () => {\n"
+    "  await self.registration.unregister();\n"
+    "  for (const client of await self.clients.matchAll({ type: 'window' })) "
+    "client.navigate(client.url).catch(() => {});\n"
+    "})()));\n";
+
 } // namespace
 
 WebResponse webRefusal(const QByteArray& status)
@@ -102,6 +112,10 @@ WebResponse cockpitResponse(const WebRequest& request, bool mayKeepOpen)
         QStringLiteral("^[a-z0-9][a-z0-9-]*(\\.[a-z0-9-]+)*\\.(html|js|css|svg|png|webmanifest)$"));
     const QByteArray path = request.path();
     const QByteArray name = path == "/" ? QByteArray("index.html") : path.mid(1);
+    // A browser checking a service worker of this origin that is not the page's own: one that a
+    // look-alike page left behind. It is replaced by a worker that removes itself.
+    if (name != "sw.js" && request.values("service-worker").contains("script"))
+        return respond("200 OK", contentType(".js"), selfRemovingWorker, !head, mayKeepOpen);
     QFile file(QStringLiteral(":/cockpit/") + QString::fromLatin1(name));
     if (!path.startsWith('/') || !fileName.match(QString::fromLatin1(name)).hasMatch() ||
         !file.open(QIODevice::ReadOnly))

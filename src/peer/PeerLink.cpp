@@ -1,8 +1,10 @@
 #include "PeerLink.h"
 
 #include "peer/CockpitFiles.h"
+#include "peer/ControlFrameCounter.h"
 #include "peer/LinkCertificate.h"
 #include "peer/PeerOutbox.h"
+#include "peer/StrangerAdmission.h"
 #include "platform/Property.h"
 #include "platform/ServiceDiscovery.h"
 #include "platform/TextFormatting.h"
@@ -82,7 +84,8 @@ std::optional<QHostAddress> sourceAddressOf(qintptr descriptor)
 
 } // namespace
 
-// The listening socket; past the connection limit it closes new connections before any TLS.
+// The listening socket; past the limits it closes new connections before any TLS, and it starts
+// TLS on a connection when the link says so.
 class PeerLink::Server : public QSslServer {
 public:
     Server(PeerLink* link)
@@ -91,19 +94,22 @@ public:
     {
     }
 
+    // The socket of the descriptor, its TLS handshake begun.
+    QSslSocket* startTls(qintptr descriptor)
+    {
+        QSslServer::incomingConnection(descriptor);
+        for (QSslSocket* socket : findChildren<QSslSocket*>(Qt::FindDirectChildrenOnly))
+            if (socket->socketDescriptor() == descriptor && !m_link->connectionFor(socket))
+                return socket;
+        return nullptr;
+    }
+
 protected:
     void incomingConnection(qintptr descriptor) override
     {
         const std::optional<QHostAddress> source = sourceAddressOf(descriptor);
-        if (!source || !m_link->makeRoomFor(*source)) {
+        if (!source || !m_link->admit(descriptor, *source))
             ::close(static_cast<int>(descriptor));
-            return;
-        }
-        QSslServer::incomingConnection(descriptor);
-        // Counted from the TCP accept on, including peers that never start TLS.
-        for (QSslSocket* socket : findChildren<QSslSocket*>(Qt::FindDirectChildrenOnly))
-            if (socket->socketDescriptor() == descriptor && !m_link->connectionFor(socket))
-                m_link->acceptHandshake(socket);
     }
 
 private:
@@ -114,9 +120,10 @@ struct PeerLink::Connection {
     quint64 id = 0;              // never reused within the link
     QPointer<QSslSocket> tls;    // host mode: the TLS socket, under the WebSocket once upgraded
     QPointer<QWebSocket> socket; // once upgraded (host) or from the start (client)
+    qintptr descriptor = -1;     // host mode: the accepted socket, until TLS starts on it
+    TaskHandle tlsStart;         // host mode: when its address may start another handshake
     QString name;                // empty until the peer has said it
     QHostAddress remoteAddress;
-    QHostAddress remoteGroup; // what the per-address limit counts
     quint16 remotePort = 0;
     double acceptedAt = 0;
     int fileRequests = 0;
@@ -125,6 +132,13 @@ struct PeerLink::Connection {
     bool awaitingPairing = false;
     bool authorized = false;
     int unauthorizedMessages = 0;
+    // A stranger's control frames, followed through what the WebSocket reads: the bytes it had to
+    // read, and those it left of them last time. Not counted once authorised, or where the
+    // stream could not be followed.
+    bool countingFrames = false;
+    ControlFrameCounter frames;
+    QByteArray toRead, leftUnread;
+    TokenBucket controlBudget{controlFramesPerSecond, controlFramesPerSecond};
     double lastHeard = 0;
     TaskHandle handshakeLimit;
     TaskHandle helloLimit;
@@ -143,6 +157,9 @@ PeerLinkSettings PeerLinkSettings::fromEnvironment()
     if (const uint port = qEnvironmentVariable("NIMBREL_LINK_PORT").toUInt(&ok);
         ok && port <= 65535)
         settings.port = static_cast<quint16>(port);
+    if (const qint64 bytes = qEnvironmentVariable("NIMBREL_PEER_BACKLOG_BYTES").toLongLong(&ok); ok)
+        settings.peerBacklogBytes = std::clamp(bytes, PeerLink::minimumPeerBacklogBytes,
+                                               PeerLink::maximumPeerBacklogBytes);
     return settings;
 }
 
@@ -152,15 +169,6 @@ QSslConfiguration PeerLink::tlsConfiguration()
     configuration.setProtocol(QSsl::TlsV1_3OrLater);
     configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
     return configuration;
-}
-
-QHostAddress PeerLink::addressGroup(const QHostAddress& address)
-{
-    if (address.protocol() != QAbstractSocket::IPv6Protocol)
-        return address;
-    Q_IPV6ADDR bytes = address.toIPv6Address();
-    std::fill(std::begin(bytes.c) + 8, std::end(bytes.c), quint8(0));
-    return QHostAddress(bytes);
 }
 
 QString PeerLink::localNameFor(const QString& displayName)
@@ -200,9 +208,12 @@ PeerLink::~PeerLink()
     if (m_congestionCheck)
         m_congestionCheck->cancel();
     for (const auto& connection : m_connections) {
-        for (const TaskHandle& task : {connection->handshakeLimit, connection->helloLimit})
+        for (const TaskHandle& task :
+             {connection->handshakeLimit, connection->helloLimit, connection->tlsStart})
             if (task)
                 task->cancel();
+        if (connection->descriptor >= 0)
+            ::close(static_cast<int>(connection->descriptor));
         if (connection->socket)
             QObject::disconnect(connection->socket, nullptr, this, nullptr);
         if (connection->tls)
@@ -301,20 +312,76 @@ void PeerLink::listen()
 
 // ---- host mode: from TCP to WebSocket
 
-void PeerLink::acceptHandshake(QSslSocket* socket)
+// Whether a new connection from address is served (see admitConnection); it is counted from the
+// TCP accept on, including peers that never start TLS. Its handshake starts when its address has
+// one left to start.
+bool PeerLink::admit(qintptr descriptor, const QHostAddress& address)
 {
+    std::vector<Stranger> strangers;
+    std::vector<std::shared_ptr<Connection>> held;
+    for (const auto& connection : m_connections)
+        if (!connection->authorized) {
+            strangers.push_back({connection->remoteAddress, connection->awaitingPairing,
+                                 isIdleFileConnection(*connection)});
+            held.push_back(connection);
+        }
+    const Admission admission = admitConnection(
+        strangers, static_cast<int>(m_connections.size()), address,
+        {maximumConnections, maximumUnauthorizedConnections, maximumUnauthorizedPerAddress});
+    if (!admission.admitted)
+        return false;
+    if (admission.replacing)
+        closeConnection(held[*admission.replacing], QWebSocketProtocol::CloseCodePolicyViolated,
+                        QStringLiteral("Too many connections"));
+
     auto connection = std::make_shared<Connection>();
     connection->id = ++m_lastConnectionID;
-    connection->tls = socket;
-    connection->remoteAddress = sourceAddress(socket->peerAddress());
-    connection->remoteGroup = PeerLink::addressGroup(connection->remoteAddress);
-    connection->remotePort = socket->peerPort();
+    connection->descriptor = descriptor;
+    connection->remoteAddress = address;
     connection->acceptedAt = m_scheduler.now();
-    // Until the upgrade, what the peer sends waits in the kernel rather than in the bridge.
-    socket->setReadBufferSize(upgradeReadBufferBytes);
     m_connections.push_back(connection);
     setStatusText(QStringLiteral("Securing connection…"));
     armHandshakeLimit(connection, handshakeLimitSeconds);
+
+    const double now = m_scheduler.now();
+    if (m_handshakeBudgets.size() > 256)
+        std::erase_if(m_handshakeBudgets,
+                      [&](const auto& entry) { return entry.second.fullAt(now); });
+    auto [budget, added] = m_handshakeBudgets.try_emplace(
+        address.toString(), TokenBucket{handshakeBurst, handshakesPerSecond, handshakeBurst, now});
+    const double wait = budget->second.reserve(now);
+    if (wait <= 0) {
+        startHandshake(connection);
+    } else {
+        std::weak_ptr<Connection> weak = connection;
+        connection->tlsStart = m_scheduler.schedule(this, wait, [this, weak] {
+            if (auto waiting = weak.lock())
+                startHandshake(waiting);
+        });
+    }
+    return true;
+}
+
+void PeerLink::startHandshake(const std::shared_ptr<Connection>& connection)
+{
+    const qintptr descriptor = connection->descriptor;
+    if (descriptor < 0 || !m_server)
+        return;
+    connection->descriptor = -1;
+    QSslSocket* socket = m_server->startTls(descriptor);
+    if (!socket) {
+        closed(connection);
+        return;
+    }
+    acceptHandshake(connection, socket);
+}
+
+void PeerLink::acceptHandshake(const std::shared_ptr<Connection>& connection, QSslSocket* socket)
+{
+    connection->tls = socket;
+    connection->remotePort = socket->peerPort();
+    // Until the upgrade, what the peer sends waits in the kernel rather than in the bridge.
+    socket->setReadBufferSize(upgradeReadBufferBytes);
     connect(socket, &QAbstractSocket::disconnected, this,
             [this, connection] { closed(connection); });
     connect(socket, &QSslSocket::errorOccurred, this,
@@ -329,12 +396,14 @@ void PeerLink::armHandshakeLimit(const std::shared_ptr<Connection>& connection, 
     if (connection->handshakeLimit)
         connection->handshakeLimit->cancel();
     std::weak_ptr<Connection> weak = connection;
-    connection->handshakeLimit = m_scheduler.schedule(this, seconds, [weak] {
+    connection->handshakeLimit = m_scheduler.schedule(this, seconds, [this, weak] {
         if (auto expired = weak.lock(); expired && !expired->open) {
             if (expired->socket)
                 expired->socket->abort();
             else if (expired->tls)
                 expired->tls->abort();
+            else
+                closed(expired); // its handshake never started
         }
     });
 }
@@ -378,7 +447,10 @@ void PeerLink::readUpgradeRequest(const std::shared_ptr<Connection>& connection)
             return;
         }
         connection->name = upgrade.name;
-        socket->setReadBufferSize(0);
+        // Before the WebSocket's own reading of each piece: what it is about to read.
+        connect(socket, &QIODevice::readyRead, this,
+                [this, connection] { beforeFrames(connection); });
+        socket->setReadBufferSize(unauthorizedReadBufferBytes);
         m_upgrader->handleConnection(socket);
         return;
     }
@@ -404,7 +476,7 @@ bool PeerLink::serveFile(const std::shared_ptr<Connection>& connection, const We
         socket->disconnectFromHost();
         return false;
     }
-    armHandshakeLimit(connection, std::min(handshakeLimitSeconds, left));
+    armHandshakeLimit(connection, std::min(fileIdleLimitSeconds, left));
     return true;
 }
 
@@ -424,6 +496,68 @@ void PeerLink::adoptWebSocket(QWebSocket* socket)
     socket->setParent(this);
     watch(connection);
     opened(connection);
+    // A client waits for the upgrade's answer before it sends frames; from here on the frames it
+    // sends are followed.
+    if (connection->tls && connection->open) {
+        if (connection->tls->bytesAvailable() > 0)
+            closeConnection(connection, QWebSocketProtocol::CloseCodeProtocolError,
+                            QStringLiteral("Frames before the upgrade"));
+        else
+            connection->countingFrames = !connection->authorized;
+    }
+}
+
+// A connection before its upgrade that has fetched files and now waits with nothing asked and
+// nothing to take: a browser's spare connection, which makes room when its address needs it.
+bool PeerLink::isIdleFileConnection(const Connection& connection) const
+{
+    return !connection.socket && connection.tls && connection.name.isEmpty() &&
+           connection.fileRequests > 0 && connection.tls->bytesAvailable() == 0 &&
+           bytesInSocket(connection) == 0;
+}
+
+// Just before the WebSocket reads what arrived: keeps what it is about to read, when what came
+// before is what it left last time, else gives up following the stream.
+void PeerLink::beforeFrames(const std::shared_ptr<Connection>& connection)
+{
+    QSslSocket* tls = connection->tls;
+    if (!connection->countingFrames || !tls)
+        return;
+    connection->toRead = tls->peek(tls->bytesAvailable());
+    if (!connection->toRead.startsWith(connection->leftUnread))
+        connection->countingFrames = false;
+}
+
+// Just after the WebSocket read: counts the control frames among what it took and what they made
+// the link send. A stranger that sends too many control frames, or leaves too much unread, goes.
+void PeerLink::afterFrames(const std::shared_ptr<Connection>& connection)
+{
+    QSslSocket* tls = connection->tls;
+    if (!tls || !connection->open)
+        return;
+    if (connection->countingFrames) {
+        const qsizetype taken = connection->toRead.size() - tls->bytesAvailable();
+        if (taken < 0) {
+            connection->countingFrames = false;
+        } else {
+            const int control = connection->frames.feed(connection->toRead.left(taken));
+            connection->leftUnread = connection->toRead.mid(taken);
+            connection->toRead.clear();
+            const double now = m_scheduler.now();
+            for (int i = 0; i < control; ++i)
+                if (!connection->controlBudget.take(now)) {
+                    closeConnection(connection, QWebSocketProtocol::CloseCodePolicyViolated,
+                                    QStringLiteral("Too many control frames"));
+                    return;
+                }
+        }
+    }
+    account(*connection);
+    if (connection->backlog >
+        (connection->authorized ? m_settings.peerBacklogBytes : maximumUnauthorizedBacklogBytes))
+        dropSlowPeer(connection);
+    else if (m_totalBacklog > maximumTotalBacklogBytes)
+        enforceTotalBacklog();
 }
 
 // ---- client mode
@@ -481,6 +615,11 @@ void PeerLink::watch(const std::shared_ptr<Connection>& connection)
             });
     connect(socket, &QWebSocket::pong, this, heard);
     connect(socket, &QWebSocket::disconnected, this, [this, connection] { closed(connection); });
+    // After the WebSocket's own reading: what it read and what it answered by itself (pongs, the
+    // closing handshake) count like everything else.
+    if (connection->tls)
+        connect(connection->tls, &QIODevice::readyRead, this,
+                [this, connection] { afterFrames(connection); });
     // Room in the socket: the peer's side took data.
     auto progressed = [this, connection] {
         connection->lastProgress = m_scheduler.now();
@@ -552,9 +691,14 @@ void PeerLink::closed(std::shared_ptr<Connection> connection)
         return; // already closed
     m_connections.erase(position);
     connection->open = false;
-    for (const TaskHandle& task : {connection->handshakeLimit, connection->helloLimit})
+    for (const TaskHandle& task :
+         {connection->handshakeLimit, connection->helloLimit, connection->tlsStart})
         if (task)
             task->cancel();
+    if (connection->descriptor >= 0) {
+        ::close(static_cast<int>(connection->descriptor));
+        connection->descriptor = -1;
+    }
     connection->outbox.clear();
     m_totalBacklog -= connection->backlog;
     connection->backlog = 0;
@@ -625,7 +769,7 @@ std::optional<QString> PeerLink::send(const QByteArray& data, const QString& pee
         connection->outbox.push(data);
     pump(connection);
     if (connection->backlog > (connection->authorized || m_mode == PeerLinkMode::Client
-                                   ? maximumPeerBacklogBytes
+                                   ? m_settings.peerBacklogBytes
                                    : maximumUnauthorizedBacklogBytes))
         dropSlowPeer(connection);
     else if (m_totalBacklog > maximumTotalBacklogBytes)
@@ -646,6 +790,14 @@ qint64 PeerLink::backlog(const QString& peer) const
 {
     const auto connection = openConnectionNamed(peer);
     return connection ? connection->backlog : 0;
+}
+
+std::optional<double> PeerLink::lastHeard(const QString& peer) const
+{
+    const auto connection = openConnectionNamed(peer);
+    if (!connection)
+        return std::nullopt;
+    return connection->lastHeard;
 }
 
 // Hands queued messages to the socket while it holds less than its share.
@@ -744,7 +896,11 @@ void PeerLink::setAuthorized(const QString& peer, bool authorized)
     const qint64 limit = authorized ? maximumMessageBytes : maximumUnauthorizedMessageBytes;
     connection->socket->setMaxAllowedIncomingFrameSize(limit);
     connection->socket->setMaxAllowedIncomingMessageSize(limit);
+    if (connection->tls)
+        connection->tls->setReadBufferSize(authorized ? 0 : unauthorizedReadBufferBytes);
     if (authorized) {
+        // Its frames are no longer followed, and cannot be again: the stream is left behind.
+        connection->countingFrames = false;
         connection->awaitingPairing = false;
         connection->unauthorizedMessages = 0;
         if (connection->helloLimit)
@@ -753,36 +909,6 @@ void PeerLink::setAuthorized(const QString& peer, bool authorized)
         armHelloLimit(connection);
         account(*connection);
     }
-}
-
-// Whether a new connection from address may be served. Each address or network has its share of
-// strangers. Where the slots are taken, or strangers hold their part of them, the oldest stranger
-// makes room, one that is not waiting for the user first: a device on its way to being authorised
-// always gets in, and strangers cannot hold the slots that authorised devices may use.
-bool PeerLink::makeRoomFor(const QHostAddress& address)
-{
-    const QHostAddress group = PeerLink::addressGroup(address);
-    int strangers = 0, fromThere = 0;
-    std::shared_ptr<Connection> oldest;
-    for (const auto& connection : m_connections) {
-        if (connection->authorized)
-            continue;
-        ++strangers;
-        if (connection->remoteGroup == group)
-            ++fromThere;
-        if (!oldest || (oldest->awaitingPairing && !connection->awaitingPairing))
-            oldest = connection; // the list is in the order of arrival
-    }
-    if (fromThere >= maximumUnauthorizedPerAddress)
-        return false;
-    if (static_cast<int>(m_connections.size()) < maximumConnections &&
-        strangers < maximumUnauthorizedConnections)
-        return true;
-    if (!oldest)
-        return false;
-    closeConnection(oldest, QWebSocketProtocol::CloseCodePolicyViolated,
-                    QStringLiteral("Too many connections"));
-    return true;
 }
 
 quint64 PeerLink::connectionID(const QString& peer) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "peer/TokenBucket.h"
 #include "platform/Scheduler.h"
 
 #include <QHostAddress>
@@ -9,6 +10,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -28,10 +30,13 @@ struct WebResponse;
 enum class PeerLinkMode { Host, Client };
 
 // Where host mode listens: every interface on port 48215, unless NIMBREL_LINK_ADDRESS and
-// NIMBREL_LINK_PORT say otherwise (port 0 picks a free one).
+// NIMBREL_LINK_PORT say otherwise (port 0 picks a free one). NIMBREL_PEER_BACKLOG_BYTES lowers the
+// backlog an authorised peer may hold (at least a mebibyte), for a machine short of memory or a test
+// that needs a slow peer dropped soon.
 struct PeerLinkSettings {
     QHostAddress address = QHostAddress::Any;
     quint16 port = 48215;
+    qint64 peerBacklogBytes = 32 * 1024 * 1024; // PeerLink::maximumPeerBacklogBytes
     static PeerLinkSettings fromEnvironment();
 };
 
@@ -55,16 +60,28 @@ public:
     // at most this many of the slots; past it a newcomer takes the place of the oldest of them, so
     // the rest stay for authorised devices.
     static constexpr int maximumUnauthorizedConnections = 48;
-    // Unauthorised connections from one address; IPv6 addresses count by their /64 network.
+    // Unauthorised connections from one address (IPv6 addresses whole, as a network's hosts share
+    // its /64); at the limit the address's next connection is refused, or takes the place of one
+    // of its own idle file connections.
     static constexpr int maximumUnauthorizedPerAddress = 8;
+    // TLS handshakes a stranger's address may start: a burst as large as a page load needs, then a
+    // few a second; past them a new connection waits in the link, untouched, for its turn.
+    static constexpr double handshakeBurst = 16;
+    static constexpr double handshakesPerSecond = 8;
+    // Control frames (ping, pong, close) a stranger may send, which the link answers on its own:
+    // a burst and then this many a second, past which it is closed with 1008.
+    static constexpr double controlFramesPerSecond = 10;
     // Both one frame and one message, once authorised; before that a hello or a pairing message
     // is all a peer has to send.
     static constexpr qint64 maximumMessageBytes = 16 * 1024 * 1024;
     static constexpr qint64 maximumUnauthorizedMessageBytes = 64 * 1024;
+    // What a stranger's socket reads ahead of the WebSocket: one whole largest frame and a little.
+    static constexpr qint64 unauthorizedReadBufferBytes = 2 * maximumUnauthorizedMessageBytes;
     // Messages a connection may send before it is authorised.
     static constexpr int maximumUnauthorizedMessages = 64;
     // Data sent and not yet taken by the peer's side of the connection.
     static constexpr qint64 maximumPeerBacklogBytes = 32 * 1024 * 1024;
+    static constexpr qint64 minimumPeerBacklogBytes = 1024 * 1024;
     static constexpr qint64 maximumUnauthorizedBacklogBytes = 256 * 1024;
     static constexpr qint64 maximumTotalBacklogBytes = 128 * 1024 * 1024;
     // How much of a peer's backlog is handed to its socket at a time; the rest waits in the link.
@@ -84,6 +101,8 @@ public:
     static constexpr qint64 maximumQueuedResponseBytes = 256 * 1024;
     static constexpr int maximumFileRequests = 32;
     static constexpr double fileConnectionLifetimeSeconds = 30;
+    // How long a connection that fetched files may wait for its next request.
+    static constexpr double fileIdleLimitSeconds = 5;
     static constexpr double pingIntervalSeconds = 20;
     static constexpr double silenceLimitSeconds = 60;
     static inline const QString serviceType = QStringLiteral("_sarvane._tcp");
@@ -99,9 +118,6 @@ public:
 
     // The display name, "-" and four characters of a UUID, cut to 63 user-perceived characters.
     static QString localNameFor(const QString& displayName);
-    // What the per-address limit counts: an IPv4 address, or the /64 network of an IPv6 address,
-    // which one host is commonly given whole.
-    static QHostAddress addressGroup(const QHostAddress& address);
 
     std::function<void(const QByteArray& data, const QString& peer)> onData;
     std::function<void(const QString& peer)> onConnected;
@@ -134,6 +150,9 @@ public:
     QHostAddress peerAddress(const QString& peer) const;
     // Bytes sent to the peer that its side has not taken yet.
     qint64 backlog(const QString& peer) const;
+    // When the link last heard from the open connection of this name (a message or a pong), in the
+    // scheduler's time; nullopt where none is open.
+    std::optional<double> lastHeard(const QString& peer) const;
     // The backlogs of all connections together.
     qint64 totalBacklog() const { return m_totalBacklog; }
     // True while an authorised peer that is still taking data is far behind: whoever feeds the
@@ -168,7 +187,12 @@ private:
     class Server;
 
     void listen();
-    void acceptHandshake(QSslSocket* socket);
+    bool admit(qintptr descriptor, const QHostAddress& address);
+    void startHandshake(const std::shared_ptr<Connection>& connection);
+    void acceptHandshake(const std::shared_ptr<Connection>& connection, QSslSocket* socket);
+    bool isIdleFileConnection(const Connection& connection) const;
+    void beforeFrames(const std::shared_ptr<Connection>& connection);
+    void afterFrames(const std::shared_ptr<Connection>& connection);
     void armHandshakeLimit(const std::shared_ptr<Connection>& connection, double seconds);
     void armHelloLimit(const std::shared_ptr<Connection>& connection);
     void readUpgradeRequest(const std::shared_ptr<Connection>& connection);
@@ -181,7 +205,6 @@ private:
     void closed(std::shared_ptr<Connection> connection);
     void keepAlive();
     void expireHello(const std::shared_ptr<Connection>& connection);
-    bool makeRoomFor(const QHostAddress& address);
     bool admitsMessage(const std::shared_ptr<Connection>& connection);
     void pump(const std::shared_ptr<Connection>& connection);
     qint64 bytesInSocket(const Connection& connection) const;
@@ -207,6 +230,8 @@ private:
     ServiceDiscovery* m_discovery = nullptr;
     std::vector<std::shared_ptr<Connection>> m_connections;
     quint64 m_lastConnectionID = 0;
+    // The handshakes each address may still start, by the address's text.
+    std::map<QString, TokenBucket> m_handshakeBudgets;
     std::vector<std::pair<QString, std::pair<QHostAddress, quint16>>> m_found;
     QStringList m_discoveredPeers;
     QStringList m_connectedPeers;

@@ -25,8 +25,8 @@ struct CodexSessionState {
     TurnControlState turnControl;
     std::vector<UserInputPrompt> userInputPrompts;
     std::optional<CodexSessionUsage> tokenUsage;
-    // Sent with every resume and turn from now on; a listed session starts in full access.
-    PermissionMode permissionMode = PermissionMode::FullAccess;
+    // The composer's message is on its way to Codex: it stays in the composer until accepted.
+    bool isSendingMessage = false;
     std::vector<TurnDiff> turnDiffs; // oldest turn first
 
     friend bool operator==(const CodexSessionState&, const CodexSessionState&) = default;

@@ -20,6 +20,7 @@ CodexWorkspace::CodexWorkspace(UserDefaults& defaults, Scheduler& scheduler,
     , m_automaticRefreshInterval(automaticRefreshInterval)
     , m_historyRequestTimeout(historyRequestTimeout)
 {
+    loadSessionModes();
     m_openThreadIDs = m_defaults.stringList(m_openTabsStorageKey);
     m_openThreadIDs.removeDuplicates();
     const std::optional<QString> stored =

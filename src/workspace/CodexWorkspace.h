@@ -57,6 +57,10 @@ public:
     // The mode of the last session made here, offered first for the next one.
     static inline const QString lastPermissionModeKey =
         QStringLiteral("NimbrelNewSessionPermissionMode");
+    // Each session's permission mode, kept for the sessions changed most recently.
+    static inline const QString sessionModesKey = QStringLiteral("NimbrelSessionPermissionModes");
+    static constexpr int maximumKeptSessionModes = 2000;
+    static constexpr int maximumThreadIDLength = 200;
     static constexpr int itemsPageLimit = 20;
     static constexpr double demoReplyDelaySeconds = 0.65;
     static constexpr double deltaFlushDelaySeconds = 0.15;
@@ -171,7 +175,20 @@ public:
     std::optional<QString> effortDescription(const QString& effort, const QString& modelID) const;
     Q_INVOKABLE void setModel(const QString& modelID, const QString& threadID);
     Q_INVOKABLE void setReasoningEffort(const QString& effort, const QString& threadID);
-    // The mode the session's next resume and turn carry; an unknown key changes nothing.
+    // The session's permission mode: chosen here, by a peer, or as Codex reported it where nobody
+    // chose; nothing until one of these. Every resume and turn of the session, from the window or
+    // a peer, carries it.
+    std::optional<PermissionMode> sessionMode(const QString& threadID) const;
+    const std::map<QString, PermissionMode>& sessionModes() const { return m_sessionModes; }
+    // Records and announces a change (sessionModeChanged), and keeps it across restarts.
+    void recordSessionMode(const QString& threadID, PermissionMode mode);
+    // After a successful thread/start, thread/fork, thread/resume or turn/start (threadID its
+    // param, where it has one): the mode it asked for becomes the session's; where it asked for
+    // none and nobody chose, the mode Codex reports in result.
+    void noteSessionModeReply(const QString& method, const QString& threadID,
+                              const std::optional<PermissionMode>& asked, const JSONValue& result);
+    // The header's choice: the mode the session's next resume and turn carry; an unknown key
+    // changes nothing.
     Q_INVOKABLE void setPermissionMode(const QString& modeKey, const QString& threadID);
     // The mode last chosen for a new session; full access until one is chosen.
     PermissionMode rememberedPermissionMode() const;
@@ -213,6 +230,8 @@ signals:
     void accountUsageChanged();
     void isLoadingUsageChanged();
     void usageErrorChanged();
+    // The session's permission mode changed, from here or elsewhere.
+    void sessionModeChanged(const QString& threadID);
     // A turn of this session ended: status is "completed", "failed" or "interrupted".
     void turnEnded(const QString& threadID, const QString& status);
 
@@ -288,10 +307,17 @@ private:
     void steer(const QString& text, const QString& threadID, const QString& turnID,
                const QStringList& images);
     void handleTurnStartReply(const QString& threadID, const WorkspaceResult& outcome);
+    void adoptRunningTurn(const QString& threadID, const JSONValue& turnsPage);
     void failTurn(const QString& threadID, const QString& message);
     // Calls requester, or completion with transportUnavailable where there is none.
     void request(const QString& method, const JSONValue& params,
                  std::function<void(const WorkspaceResult&)> completion);
+
+    void loadSessionModes();
+    // After a message was accepted (or not): it leaves the composer, with its images, unless the
+    // composer was changed since.
+    void finishSending(const QString& threadID, const QString& text, const QStringList& images,
+                       bool accepted);
 
     // The offline tour.
     void sendInDemo(const QString& text, const QString& threadID);
@@ -334,6 +360,8 @@ private:
     bool m_usageRefreshPending = false;
     bool m_isRefreshingThreads = false;
     std::map<QString, CodexThread> m_threadCache;
+    std::map<QString, PermissionMode> m_sessionModes;
+    QStringList m_sessionModeOrder; // least recently changed first
 
     const QString m_openTabsStorageKey;
     const double m_automaticRefreshInterval;

@@ -105,9 +105,9 @@ void CodexWorkspace::handleCreatedSession(const WorkspaceResult& outcome, const 
     setThreads(std::move(listed));
     m_threadCache[*id] = thread;
 
+    recordSessionMode(*id, mode);
     CodexSessionState fresh;
     fresh.threadID = *id;
-    fresh.permissionMode = mode;
     fresh.model = firstPresent(
         {stringAt(*created, "model"), stringAt(outcome.value(), "model"), nonEmpty(model)});
     fresh.reasoningEffort =
@@ -275,6 +275,8 @@ void CodexWorkspace::handleFirstPage(const QString& id, const WorkspaceResult& o
     });
     if (outcome.ok())
         storePageInfo(id, outcome.value(), source);
+    if (outcome.ok() && source == TranscriptPageSource::Turns)
+        adoptRunningTurn(id, outcome.value());
     releaseBeyondBound(id);
 }
 

@@ -93,13 +93,10 @@ void CodexWorkspace::forkThread(const QString& id)
     QPointer<CodexWorkspace> self(this);
     // The copy keeps the session's permissions; its history is read page by page once its tab
     // opens.
-    const PermissionMode mode = sessionState(id).permissionMode;
+    const std::optional<PermissionMode> mode = sessionMode(id);
+    const JSONValue params = JSONValue::object({{"threadId", id}, {"excludeTurns", true}});
     requester(
-        QStringLiteral("thread/fork"),
-        JSONValue::object({{"threadId", id},
-                           {"excludeTurns", true},
-                           {"approvalPolicy", approvalPolicyOf(mode)},
-                           {"sandbox", sandboxModeOf(mode)}}),
+        QStringLiteral("thread/fork"), mode ? withPermissionMode(params, *mode, false) : params,
         [self, mode](const AppServerClient::RequestResult& outcome) {
             if (!self)
                 return;
@@ -113,8 +110,8 @@ void CodexWorkspace::forkThread(const QString& id)
                 return;
             }
             self->rememberThread(*thread);
-            self->changeSession(thread->id,
-                                [mode](CodexSessionState& state) { state.permissionMode = mode; });
+            self->noteSessionModeReply(QStringLiteral("thread/fork"), QString(), mode,
+                                       outcome.value());
             self->openThread(thread->id);
             self->refreshThreads();
         });

@@ -20,6 +20,8 @@ QString permissionModeKey(PermissionMode mode)
         return QStringLiteral("ask");
     case PermissionMode::ReadOnly:
         return QStringLiteral("read-only");
+    case PermissionMode::Custom:
+        return QStringLiteral("custom");
     }
     return {};
 }
@@ -29,6 +31,8 @@ std::optional<PermissionMode> permissionModeFromKey(const QString& key)
     for (PermissionMode mode : permissionModes())
         if (permissionModeKey(mode) == key)
             return mode;
+    if (key == permissionModeKey(PermissionMode::Custom))
+        return PermissionMode::Custom;
     return std::nullopt;
 }
 
@@ -41,6 +45,8 @@ QString permissionModeTitle(PermissionMode mode)
         return QStringLiteral("Ask before acting");
     case PermissionMode::ReadOnly:
         return QStringLiteral("Read only");
+    case PermissionMode::Custom:
+        return QStringLiteral("Custom");
     }
     return {};
 }
@@ -58,6 +64,9 @@ QString permissionModeSummary(PermissionMode mode)
     case PermissionMode::ReadOnly:
         return QStringLiteral("Codex may read files and run harmless commands; it asks you for "
                               "anything else.");
+    case PermissionMode::Custom:
+        return QStringLiteral("Codex runs this session with approval and sandbox settings that "
+                              "are none of these three. Choose one to change them.");
     }
     return {};
 }
@@ -71,6 +80,8 @@ QString permissionModeColour(PermissionMode mode)
         return QStringLiteral("green");
     case PermissionMode::ReadOnly:
         return QStringLiteral("cyan");
+    case PermissionMode::Custom:
+        return QStringLiteral("gray");
     }
     return {};
 }
@@ -84,6 +95,8 @@ QString approvalPolicyOf(PermissionMode mode)
         return QStringLiteral("untrusted");
     case PermissionMode::ReadOnly:
         return QStringLiteral("on-request");
+    case PermissionMode::Custom:
+        break;
     }
     return {};
 }
@@ -97,6 +110,8 @@ QString sandboxModeOf(PermissionMode mode)
         return QStringLiteral("workspace-write");
     case PermissionMode::ReadOnly:
         return QStringLiteral("read-only");
+    case PermissionMode::Custom:
+        break;
     }
     return {};
 }
@@ -110,8 +125,10 @@ JSONValue sandboxPolicyOf(PermissionMode mode)
         return JSONValue::object({{"type", "workspaceWrite"}});
     case PermissionMode::ReadOnly:
         return JSONValue::object({{"type", "readOnly"}});
+    case PermissionMode::Custom:
+        break;
     }
-    return JSONValue::object({});
+    return JSONValue();
 }
 
 std::optional<PermissionMode> permissionModeOf(const QString& approvalPolicy,
@@ -121,6 +138,46 @@ std::optional<PermissionMode> permissionModeOf(const QString& approvalPolicy,
         if (approvalPolicyOf(mode) == approvalPolicy && sandboxModeOf(mode) == sandbox)
             return mode;
     return std::nullopt;
+}
+
+std::optional<PermissionMode> permissionModeIn(const JSONValue& paramsOrResult)
+{
+    const JSONValue* policy = paramsOrResult.find("approvalPolicy");
+    const JSONValue* sandbox = paramsOrResult.find("sandbox");
+    if (!sandbox || sandbox->isNull())
+        sandbox = paramsOrResult.find("sandboxPolicy");
+    const bool hasPolicy = policy && !policy->isNull();
+    const bool hasSandbox = sandbox && !sandbox->isNull();
+    if (!hasPolicy && !hasSandbox)
+        return std::nullopt;
+    if (!hasPolicy || !hasSandbox || !policy->isString())
+        return PermissionMode::Custom;
+    QString sandboxMode = sandbox->isString() ? *sandbox->stringValue() : QString();
+    if (const JSONValue* type = sandbox->find("type"); type && type->isString()) {
+        const QString name = *type->stringValue();
+        for (PermissionMode mode : permissionModes())
+            if (sandboxPolicyOf(mode)["type"].value_or(JSONValue()).stringValue() == name)
+                sandboxMode = sandboxModeOf(mode);
+    }
+    return permissionModeOf(*policy->stringValue(), sandboxMode).value_or(PermissionMode::Custom);
+}
+
+JSONValue withPermissionMode(const JSONValue& params, PermissionMode mode, bool forTurn)
+{
+    if (mode == PermissionMode::Custom || !params.isObject())
+        return params;
+    std::vector<std::pair<std::string, JSONValue>> members;
+    for (const auto& member : params.members()) {
+        const std::string name(member.name());
+        if (name != "approvalPolicy" && name != "sandbox" && name != "sandboxPolicy")
+            members.emplace_back(name, member.value);
+    }
+    members.emplace_back("approvalPolicy", approvalPolicyOf(mode));
+    if (forTurn)
+        members.emplace_back("sandboxPolicy", sandboxPolicyOf(mode));
+    else
+        members.emplace_back("sandbox", sandboxModeOf(mode));
+    return JSONValue::object(std::move(members));
 }
 
 } // namespace nimbrel

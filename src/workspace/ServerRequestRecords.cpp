@@ -119,14 +119,48 @@ std::optional<bool> booleanFrom(const QString& text)
     return std::nullopt;
 }
 
-// The option a typed text names: its value or its title.
+// The option a typed text names: its value exactly, else its title exactly, else its title in any
+// case.
 std::optional<QString> optionNamed(const ElicitationField& field, const QString& typed)
 {
-    for (qsizetype index = 0; index < field.options.size(); ++index)
-        if (typed == field.options[index] ||
-            typed.compare(field.optionTitles.value(index), Qt::CaseInsensitive) == 0)
-            return field.options[index];
+    for (const auto sensitivity : {0, 1, 2})
+        for (qsizetype index = 0; index < field.options.size(); ++index) {
+            const QString& title = field.optionTitles.value(index);
+            if ((sensitivity == 0 && typed == field.options[index]) ||
+                (sensitivity == 1 && typed == title) ||
+                (sensitivity == 2 && typed.compare(title, Qt::CaseInsensitive) == 0))
+                return field.options[index];
+        }
     return std::nullopt;
+}
+
+// The options a text of several names, separated by commas, chooses: at each place the longest
+// name that ends there or at a comma, so that a value holding a comma is one choice.
+std::optional<std::vector<JSONValue>> optionsNamed(const ElicitationField& field,
+                                                   const QString& typed)
+{
+    std::vector<JSONValue> chosen;
+    QString rest = typed.trimmed();
+    while (!rest.isEmpty()) {
+        qsizetype best = -1;
+        std::optional<QString> option;
+        for (qsizetype end = rest.indexOf(QLatin1Char(','));;
+             end = rest.indexOf(QLatin1Char(','), end + 1)) {
+            const qsizetype length = end < 0 ? rest.size() : end;
+            if (const std::optional<QString> named =
+                    optionNamed(field, rest.left(length).trimmed()))
+                best = length, option = named;
+            if (end < 0)
+                break;
+        }
+        if (!option)
+            return std::nullopt;
+        chosen.emplace_back(*option);
+        rest = rest.mid(best);
+        while (rest.startsWith(QLatin1Char(',')) || rest.startsWith(QLatin1Char(' ')))
+            rest.remove(0, 1);
+    }
+    return chosen;
 }
 
 Result<JSONValue, QString> fieldValue(const ElicitationField& field, const QString& typed)
@@ -162,14 +196,10 @@ Result<JSONValue, QString> fieldValue(const ElicitationField& field, const QStri
         return JSONValue(*option);
     }
     case Kind::Choices: {
-        std::vector<JSONValue> chosen;
-        for (const QString& part : typed.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-            const std::optional<QString> option = optionNamed(field, part.trimmed());
-            if (!option)
-                return field.title + QStringLiteral(" needs its choices, separated by commas.");
-            chosen.emplace_back(*option);
-        }
-        return JSONValue::array(std::move(chosen));
+        std::optional<std::vector<JSONValue>> chosen = optionsNamed(field, typed);
+        if (!chosen)
+            return field.title + QStringLiteral(" needs its choices, separated by commas.");
+        return JSONValue::array(std::move(*chosen));
     }
     }
     return JSONValue();
@@ -254,49 +284,118 @@ Result<JSONValue, QString> elicitationContent(const ElicitationRequest& request,
     return JSONValue::object(std::move(content));
 }
 
-QStringList requestedPermissionLines(const JSONValue& params)
+namespace {
+
+// The name of a special path, or nothing for a kind this bridge does not know.
+std::optional<QString> specialPathName(const JSONValue& value)
 {
-    constexpr int maximumLines = 20;
-    constexpr int maximumPathCharacters = 300;
-    QStringList lines;
-    const JSONValue* permissions = params.find("permissions");
-    const JSONValue* fileSystem = permissions ? permissions->find("fileSystem") : nullptr;
-    const auto addPaths = [&](std::string_view key, const QString& label) {
-        if (!fileSystem)
-            return;
-        for (const JSONValue& path :
-             fileSystem->find(key) ? fileSystem->find(key)->items() : std::span<const JSONValue>())
-            if (path.isString() && lines.size() < maximumLines) {
-                QString text = *path.stringValue();
-                if (text.size() > maximumPathCharacters)
-                    text = text.left(maximumPathCharacters) + QStringLiteral("…");
-                lines.append(label + text);
-            }
+    const QString kind = textAt(value, "kind");
+    const QString subpath = textAt(value, "subpath");
+    const auto within = [&](const QString& name) {
+        return subpath.isEmpty() ? name : name + QStringLiteral(", within it ") + subpath;
     };
-    addPaths("read", QStringLiteral("Read: "));
-    addPaths("write", QStringLiteral("Write: "));
-    if (fileSystem)
-        for (const JSONValue& entry : fileSystem->find("entries")
-                                          ? fileSystem->find("entries")->items()
-                                          : std::span<const JSONValue>()) {
-            const JSONValue* path = entry.find("path");
-            const QString access = textAt(entry, "access");
-            QString where = path ? textAt(*path, "path") : QString();
-            if (where.isEmpty() && path)
-                where = textAt(*path, "pattern");
-            if (where.isEmpty() && path && path->find("value"))
-                where = textAt(*path->find("value"), "kind");
-            if (where.isEmpty() || access.isEmpty() || access == QLatin1String("none") ||
-                lines.size() >= maximumLines)
-                continue;
-            lines.append((access == QLatin1String("write") ? QStringLiteral("Write: ")
-                                                           : QStringLiteral("Read: ")) +
-                         where.left(maximumPathCharacters));
+    if (kind == QLatin1String("root"))
+        return QStringLiteral("the whole disk");
+    if (kind == QLatin1String("minimal"))
+        return QStringLiteral("the system files every command needs");
+    if (kind == QLatin1String("project_roots"))
+        return within(QStringLiteral("the session's project folders"));
+    if (kind == QLatin1String("tmpdir"))
+        return QStringLiteral("the temporary folder");
+    if (kind == QLatin1String("slash_tmp"))
+        return QStringLiteral("/tmp");
+    if (kind == QLatin1String("unknown") && !textAt(value, "path").isEmpty())
+        return within(textAt(value, "path"));
+    return std::nullopt;
+}
+
+// Where an entry's path points, or nothing where it cannot be read.
+std::optional<QString> entryPlace(const JSONValue& path)
+{
+    if (!path.isObject())
+        return std::nullopt;
+    const QString type = textAt(path, "type");
+    if (type == QLatin1String("special"))
+        return path.find("value") ? specialPathName(*path.find("value")) : std::nullopt;
+    if ((type.isEmpty() || type == QLatin1String("path")) && !textAt(path, "path").isEmpty())
+        return textAt(path, "path");
+    if ((type.isEmpty() || type == QLatin1String("glob_pattern")) &&
+        !textAt(path, "pattern").isEmpty())
+        return textAt(path, "pattern");
+    return std::nullopt;
+}
+
+bool onlyKeys(const JSONValue& object, std::initializer_list<std::string_view> keys)
+{
+    for (const JSONMember& member : object.members())
+        if (std::find(keys.begin(), keys.end(), member.name()) == keys.end())
+            return false;
+    return true;
+}
+
+const JSONValue* present(const JSONValue& object, std::string_view key)
+{
+    const JSONValue* found = object.find(key);
+    return found && !found->isNull() ? found : nullptr;
+}
+
+} // namespace
+
+std::optional<QStringList> requestedPermissionLines(const JSONValue& params)
+{
+    QStringList lines;
+    const JSONValue* permissions = present(params, "permissions");
+    if (!permissions)
+        return lines;
+    if (!permissions->isObject() || !onlyKeys(*permissions, {"fileSystem", "network"}))
+        return std::nullopt;
+    if (const JSONValue* network = present(*permissions, "network")) {
+        if (!network->isObject() || !onlyKeys(*network, {"enabled"}))
+            return std::nullopt;
+        const JSONValue* enabled = present(*network, "enabled");
+        if (enabled && !enabled->isBool())
+            return std::nullopt;
+        if (enabled && *enabled->boolValue())
+            lines.append(QStringLiteral("Network access"));
+    }
+    const JSONValue* fileSystem = present(*permissions, "fileSystem");
+    if (!fileSystem)
+        return lines;
+    if (!fileSystem->isObject() ||
+        !onlyKeys(*fileSystem, {"read", "write", "entries", "globScanMaxDepth"}))
+        return std::nullopt;
+    const auto add = [&](const QString& label, const QString& place) {
+        if (place.size() > maximumGrantPathCharacters || lines.size() >= maximumGrantLines)
+            return false;
+        lines.append(label + place);
+        return true;
+    };
+    for (const auto& [key, label] : {std::pair{"read", QStringLiteral("Read: ")},
+                                     std::pair{"write", QStringLiteral("Write: ")}}) {
+        const JSONValue* paths = present(*fileSystem, key);
+        if (!paths)
+            continue;
+        if (!paths->isArray())
+            return std::nullopt;
+        for (const JSONValue& path : paths->items())
+            if (!path.isString() || !add(label, *path.stringValue()))
+                return std::nullopt;
+    }
+    if (const JSONValue* entries = present(*fileSystem, "entries")) {
+        if (!entries->isArray())
+            return std::nullopt;
+        for (const JSONValue& entry : entries->items()) {
+            const QString access = entry.isObject() ? textAt(entry, "access") : QString();
+            const std::optional<QString> place =
+                entry.find("path") ? entryPlace(*entry.find("path")) : std::nullopt;
+            const QString label = access == QLatin1String("read")    ? QStringLiteral("Read: ")
+                                  : access == QLatin1String("write") ? QStringLiteral("Write: ")
+                                  : access == QLatin1String("deny")  ? QStringLiteral("No access: ")
+                                                                     : QString();
+            if (!place || label.isEmpty() || !add(label, *place))
+                return std::nullopt;
         }
-    const JSONValue* network = permissions ? permissions->find("network") : nullptr;
-    if (network && network->find("enabled") &&
-        network->find("enabled")->boolValue().value_or(false))
-        lines.append(QStringLiteral("Network access"));
+    }
     return lines;
 }
 

@@ -52,9 +52,17 @@ Result<ElicitationRequest, QString> parseElicitation(const JSONValue& params);
 Result<JSONValue, QString> elicitationContent(const ElicitationRequest& request,
                                               const std::map<QString, QString>& values);
 
-// The lines of `item/permissions/requestApproval` that say what is asked: "Read: /path",
-// "Write: /path", "Network access". Bounded; paths longer than 300 characters are cut.
-QStringList requestedPermissionLines(const JSONValue& params);
+// Everything `item/permissions/requestApproval` would grant, one line each: "Network access"
+// first, then "Read: <place>", "Write: <place>" and "No access: <place>", a place being a path, a
+// pattern or a special place by its name ("the whole disk"). Nothing where any of it cannot be read
+// in full (a key, kind or access this bridge does not know, more than maximumGrantLines lines, a
+// path longer than maximumGrantPathCharacters): such a request must be refused, since whatever is
+// granted must have been seen. No permissions at all give no lines.
+inline constexpr int maximumGrantLines = 1000;
+inline constexpr int maximumGrantPathCharacters = 4096;
+std::optional<QStringList> requestedPermissionLines(const JSONValue& params);
+// How many of those lines show before "and N more".
+inline constexpr int shownGrantLines = 12;
 
 // The answer to `item/permissions/requestApproval` for a decision of the approval sheet:
 // "accept" grants what was asked for this turn, "acceptForSession" for the session, anything

@@ -218,7 +218,7 @@ ApprovalPrompt makeApprovalPrompt(const QString& id, const QString& method, cons
         prompt.title = QStringLiteral("Grant additional access?");
         prompt.detail =
             reason.value_or(QStringLiteral("Codex is requesting additional permissions."));
-        prompt.access = requestedPermissionLines(params);
+        prompt.access = requestedPermissionLines(params).value_or(QStringList());
     }
     return prompt;
 }

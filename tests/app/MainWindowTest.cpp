@@ -92,6 +92,13 @@ const char* askingScenario = R"({"cues": [
        "title": {"type": "string", "title": "Title"},
        "team": {"type": "string", "oneOf": [{"const": "build", "title": "Build"}, {"const": "core", "title": "Core"}]},
        "notify": {"type": "boolean", "default": true}}}}}}]},
+  {"when": "grants", "actions": [{"send": {"id": 8, "method": "item/permissions/requestApproval",
+    "params": {"threadId": "t", "turnId": "u", "itemId": "c", "permissions": {"network": {"enabled": true},
+      "fileSystem": {"read": ["/home/ada/xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"], "write": ["/srv/0", "/srv/1", "/srv/2", "/srv/3", "/srv/4", "/srv/5", "/srv/6", "/srv/7", "/srv/8", "/srv/9", "/srv/10", "/srv/11", "/srv/12", "/srv/13", "/srv/14", "/srv/15", "/srv/16", "/srv/17", "/srv/18", "/srv/19", "/srv/20", "/srv/21", "/srv/22", "/srv/23", "/srv/24", "/srv/25", "/srv/26", "/srv/27", "/srv/28", "/srv/29", "/srv/30", "/srv/31", "/srv/32", "/srv/33", "/srv/34", "/srv/35", "/srv/36", "/srv/37", "/srv/38", "/srv/39", "/srv/40", "/srv/41", "/srv/42", "/srv/43", "/srv/44", "/srv/45", "/srv/46", "/srv/47", "/srv/48", "/srv/49", "/srv/50", "/srv/51", "/srv/52", "/srv/53", "/srv/54", "/srv/55", "/srv/56", "/srv/57"],
+        "entries": [{"access": "write", "path": {"type": "special", "value": {"kind": "root"}}}]}}}}}]},
+  {"when": "unreadable", "actions": [{"send": {"id": 9, "method": "item/permissions/requestApproval",
+    "params": {"threadId": "t", "turnId": "u", "itemId": "c", "permissions": {"fileSystem": {"entries": [
+      {"access": "write", "path": {"type": "special", "value": {"kind": "everything"}}}]}}}}}]},
   {"when": "address", "actions": [{"send": {"id": 7, "method": "mcpServer/elicitation/request",
     "params": {"threadId": "t", "serverName": "calendar", "mode": "url", "elicitationId": "e",
      "message": "Authorise", "url": "https://calendar.example/consent"}}}]}]})";
@@ -146,6 +153,46 @@ TEST(MainWindow, MoreAccessAFormAndAnAddressAreDecidedInTheSheet)
     shown.click(shown.item("acceptButton"));
     ASSERT_TRUE(engineRead(bridge, R"({"id":7,"result":{"action":"accept"}})"));
     EXPECT_TRUE(waitFor([&] { return !sheet->property("visible").toBool(); }));
+}
+
+TEST(MainWindow, MoreAccessShowsEveryGrantBeforeAnyIsGivenAndAnUnreadableRequestIsRefused)
+{
+    BridgeUnderTest bridge(json(askingScenario));
+    ShownWindow shown(bridge);
+    ASSERT_TRUE(shown.window.mainWindow());
+    ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+    QObject* sheet = shown.window.find("approvalSheet");
+
+    bridge.say("unreadable");
+    ASSERT_TRUE(waitFor([&] {
+        const auto received = bridge.engine.received();
+        return std::any_of(received.begin(), received.end(), [](const JSONValue& m) {
+            return m["id"] == JSONValue(9) && m.find("error");
+        });
+    }));
+    EXPECT_FALSE(sheet->property("opened").toBool());
+
+    bridge.say("grants");
+    ASSERT_TRUE(waitFor([&] { return sheet->property("opened").toBool(); }));
+    const QString longPath = QStringLiteral("/home/ada/") + QString(1990, QLatin1Char('x'));
+    QStringList first = shown.text("approvalAccess").split('\n');
+    ASSERT_EQ(first.size(), 12);
+    EXPECT_EQ(first[0], "Network access");
+    EXPECT_EQ(first[1], "Read: " + longPath);
+    EXPECT_EQ(shown.text("approvalAccessMore"), "and 49 more");
+    EXPECT_EQ(shown.text("approvalAccessToggle"), "Show all 61");
+    shown.click(shown.shownItem("approvalAccessToggle"));
+    ASSERT_TRUE(waitFor([&] { return shown.text("approvalAccess").count('\n') == 60; }));
+    EXPECT_TRUE(shown.text("approvalAccess").endsWith("Write: /srv/57\nWrite: the whole disk"));
+    EXPECT_EQ(shown.text("approvalAccessToggle"), "Show fewer");
+    shown.click(shown.item("acceptButton"));
+    ASSERT_TRUE(waitFor([&] {
+        const auto received = bridge.engine.received();
+        return std::any_of(received.begin(), received.end(), [](const JSONValue& m) {
+            return m["id"] == JSONValue(8) &&
+                   m["result"].value_or(JSONValue())["scope"] == JSONValue("turn");
+        });
+    }));
 }
 
 TEST(MainWindow, SignsInByBrowserCodeOrKeyAndTheKeyLeavesNoTrace)
@@ -231,40 +278,58 @@ JSONValue lastParams(BridgeUnderTest& bridge, const char* method)
 TEST(MainWindow, ANewSessionsModeAndTheHeadersChoiceReachCodex)
 {
     BridgeUnderTest bridge(json(R"({"methods": {
+        "thread/list": {"result": {"data": [{"id": "thr_new", "preview": "Look around", "cwd": "/work"}]}},
         "thread/start": {"result": {"thread": {"id": "thr_new"}}},
         "turn/start": {"result": {"turn": {"id": "T1"}}}}})"));
+    {
+        ShownWindow shown(bridge);
+        ASSERT_TRUE(shown.window.mainWindow());
+        ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
+
+        // The sheet offers full access first; the user asks to be asked.
+        shown.click(shown.shownItem("new-session"));
+        ASSERT_TRUE(waitFor([&] { return shown.shownItem("permission-mode-ask") != nullptr; }));
+        EXPECT_TRUE(shown.shownItem("permission-mode-full-access")->property("checked").toBool());
+        shown.click(shown.shownItem("permission-mode-ask"));
+        shown.click(shown.shownItem("new-session-create"));
+        ASSERT_TRUE(waitFor([&] { return bridge.received("thread/start") == 1; }));
+        EXPECT_EQ(lastParams(bridge, "thread/start")["approvalPolicy"], JSONValue("untrusted"));
+        EXPECT_EQ(lastParams(bridge, "thread/start")["sandbox"], JSONValue("workspace-write"));
+
+        // The header shows the mode; read only, chosen there, goes with the next turn.
+        ASSERT_TRUE(waitFor([&] {
+            QQuickItem* pill = shown.shownItem("session-permission-selector");
+            return pill && pill->property("label").toString() == "Ask before acting";
+        }));
+        shown.click(shown.shownItem("session-permission-selector"));
+        ASSERT_TRUE(
+            waitFor([&] { return shown.shownItem("session-permission-read-only") != nullptr; }));
+        shown.click(shown.shownItem("session-permission-read-only"));
+        ASSERT_TRUE(waitFor([&] {
+            return shown.shownItem("session-permission-selector")->property("label").toString() ==
+                   "Read only";
+        }));
+        shown.window.find("composer")->setProperty("text", "Look around");
+        shown.click(shown.shownItem("composer-send"));
+        ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
+        EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
+        EXPECT_EQ(lastParams(bridge, "turn/start")["approvalPolicy"], JSONValue("on-request"));
+        EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"],
+                  json(R"({"type":"readOnly"})"));
+    }
+
+    // After a restart the reopened tab still shows read only, and its next turn carries it.
+    bridge.restart();
     ShownWindow shown(bridge);
-    ASSERT_TRUE(shown.window.mainWindow());
     ASSERT_TRUE(waitFor([&] { return bridge.controller().appServerReady(); }));
-
-    // The sheet offers full access first; the user asks to be asked.
-    shown.click(shown.shownItem("new-session"));
-    ASSERT_TRUE(waitFor([&] { return shown.shownItem("permission-mode-ask") != nullptr; }));
-    EXPECT_TRUE(shown.shownItem("permission-mode-full-access")->property("checked").toBool());
-    shown.click(shown.shownItem("permission-mode-ask"));
-    shown.click(shown.shownItem("new-session-create"));
-    ASSERT_TRUE(waitFor([&] { return bridge.received("thread/start") == 1; }));
-    EXPECT_EQ(lastParams(bridge, "thread/start")["approvalPolicy"], JSONValue("untrusted"));
-    EXPECT_EQ(lastParams(bridge, "thread/start")["sandbox"], JSONValue("workspace-write"));
-
-    // The header shows the mode; read only, chosen there, goes with the next turn.
     ASSERT_TRUE(waitFor([&] {
         QQuickItem* pill = shown.shownItem("session-permission-selector");
-        return pill && pill->property("label").toString() == "Ask before acting";
+        return pill && pill->property("label").toString() == "Read only";
     }));
-    shown.click(shown.shownItem("session-permission-selector"));
-    ASSERT_TRUE(
-        waitFor([&] { return shown.shownItem("session-permission-read-only") != nullptr; }));
-    shown.click(shown.shownItem("session-permission-read-only"));
-    ASSERT_TRUE(waitFor([&] {
-        return shown.shownItem("session-permission-selector")->property("label").toString() ==
-               "Read only";
-    }));
-    shown.window.find("composer")->setProperty("text", "Look around");
+    shown.window.find("composer")->setProperty("text", "Go on");
     shown.click(shown.shownItem("composer-send"));
-    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 1; }));
+    ASSERT_TRUE(waitFor([&] { return bridge.received("turn/start") == 2; }));
     EXPECT_EQ(lastParams(bridge, "thread/resume")["sandbox"], JSONValue("read-only"));
-    EXPECT_EQ(lastParams(bridge, "turn/start")["approvalPolicy"], JSONValue("on-request"));
     EXPECT_EQ(lastParams(bridge, "turn/start")["sandboxPolicy"], json(R"({"type":"readOnly"})"));
 }
 
@@ -280,26 +345,59 @@ const char* changesScenario = R"({
         "echoInput": true, "reply": "## Fixed\n\nThe flags now read `-O2`. <script>alert(1)</script> <img src=\"http://127.0.0.1:9/x.png\"> [run](javascript:alert(1)) [docs](https://example.com/d)\n",
         "diff": "diff --git a/Makefile b/Makefile\n--- a/Makefile\n+++ b/Makefile\n@@ -1,2 +1,3 @@\n all:\n-CFLAGS=-O0\n+CFLAGS=-O2\n+LDFLAGS=-s\ndiff --git a/notes.txt b/notes.txt\ndeleted file mode 100644\n--- a/notes.txt\n+++ /dev/null\n@@ -1 +0,0 @@\n-old\n"}}]}]})";
 
-} // namespace
-
-TEST(MainWindow, ATurnSentWithAnImageShowsItAndItsChangesCard)
+// The listed session opened in the window, with a photo larger than the limit attached, chosen as
+// the file dialog would hand it over.
+void openWithPhoto(BridgeUnderTest& bridge, ShownWindow& shown, const QImage& photo)
 {
-    BridgeUnderTest bridge(json(changesScenario));
-    ShownWindow shown(bridge);
     ASSERT_TRUE(shown.window.mainWindow());
     ASSERT_TRUE(waitFor([&] { return bridge.workspace().threads().size() == 1; }));
     bridge.workspace().openThread("thr_1");
     bridge.workspace().selectThread("thr_1");
     ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-attach") != nullptr; }));
-
-    // A photo larger than the limit, chosen as the file dialog would hand it over.
-    QImage photo(4000, 3000, QImage::Format_RGB32);
-    photo.fill(QColor(0x20, 0x80, 0xc0));
     const QString path = bridge.home.filePath("photo.png");
     ASSERT_TRUE(photo.save(path));
-    MacSessionViewModel* session = shown.window.sessions().sessionView();
-    session->composerImages()->attachFiles({QUrl::fromLocalFile(path)});
+    shown.window.sessions().sessionView()->composerImages()->attachFiles(
+        {QUrl::fromLocalFile(path)});
     ASSERT_TRUE(waitFor([&] { return shown.window.find("composer-image-0") != nullptr; }));
+}
+
+} // namespace
+
+// A message larger than Codex reads, pasted with a photo: refused once the click is handled, before
+// anything is sent or shown as sent; the words and the photo stay in the composer.
+TEST(MainWindow, AMessageTooLargeToSendIsRefusedAtOnceAndStaysInTheComposer)
+{
+    BridgeUnderTest bridge(json(changesScenario));
+    ShownWindow shown(bridge);
+    QImage photo(4000, 3000, QImage::Format_ARGB32);
+    photo.fill(QColor(0x20, 0x80, 0xc0, 0x80));
+    ASSERT_NO_FATAL_FAILURE(openWithPhoto(bridge, shown, photo));
+    MacSessionViewModel* session = shown.window.sessions().sessionView();
+
+    const QString line =
+        QStringLiteral("A line of a log pasted whole into the message. ").repeated(20) + '\n';
+    QString huge;
+    while (huge.size() < 20 * 1024 * 1024)
+        huge += line;
+    session->setDraft(huge);
+    shown.click(shown.item("composer-send"));
+    ASSERT_TRUE(bridge.workspace().errorMessage().has_value());
+    EXPECT_TRUE(
+        shown.text("codexAlertMessage").startsWith("This message is too large to send (20."))
+        << shown.text("codexAlertMessage").left(200).toStdString();
+    EXPECT_EQ(shown.text("composer").size(), huge.size());
+    EXPECT_NE(shown.window.find("composer-image-0"), nullptr);
+    EXPECT_EQ(bridge.received("turn/start") + bridge.received("thread/resume"), 0);
+}
+
+TEST(MainWindow, ATurnSentWithAnImageShowsItAndItsChangesCard)
+{
+    BridgeUnderTest bridge(json(changesScenario));
+    ShownWindow shown(bridge);
+    QImage photo(4000, 3000, QImage::Format_RGB32);
+    photo.fill(QColor(0x20, 0x80, 0xc0));
+    ASSERT_NO_FATAL_FAILURE(openWithPhoto(bridge, shown, photo));
+    MacSessionViewModel* session = shown.window.sessions().sessionView();
     session->setDraft(QStringLiteral("Fix the build"));
     shown.click(shown.item("composer-send"));
 
@@ -503,10 +601,8 @@ TEST(MainWindow, SessionsAreRenamedForkedAndArchivedFromTheirMenus)
     ASSERT_TRUE(waitFor([&] { return shown.item("session-fork")->isVisible(); }));
     shown.click(shown.item("session-fork"));
     ASSERT_TRUE(waitFor([&] { return !lastParams(bridge, "thread/fork").isNull(); }));
-    EXPECT_EQ(
-        lastParams(bridge, "thread/fork"),
-        json(
-            R"({"threadId":"thr_a","excludeTurns":true,"approvalPolicy":"never","sandbox":"danger-full-access"})"));
+    EXPECT_EQ(lastParams(bridge, "thread/fork"),
+              json(R"({"threadId":"thr_a","excludeTurns":true})"));
     EXPECT_TRUE(waitFor([&] { return shown.window.find("tab-thr_copy") != nullptr; }));
 
     // Archiving asks first, then the session leaves the list and its tab.

@@ -296,15 +296,57 @@ TEST_F(BridgeEndToEndTest, AStrangerThatReadsSlowlyDoesNotHoldAPairedPhoneBack)
     for (int i = 0; i < 4; ++i)
         pester();
     const double attacked = medianCallMilliseconds(*phone, pester);
-    EXPECT_LT(attacked, idle + 10) << "idle median " << idle << " ms";
+    // Held back, a call waited more than a second; a loaded machine adds some milliseconds.
+    EXPECT_LT(attacked, idle + 250) << "idle median " << idle << " ms";
+}
+
+TEST_F(BridgeEndToEndTest, StrangersPingingAndNeverReadingAreClosedAndCostLittle)
+{
+    environment.insert("ASAN_OPTIONS",
+                       qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    QString portText;
+    auto bridge = startBridge(&portText);
+    const quint16 port = static_cast<quint16>(portText.toUInt());
+    auto phone = pairedPeer(*bridge, port, "Phone", "Phone");
+    const double idle = medianCallMilliseconds(*phone);
+    const double before = bridge->residentMiB();
+
+    // Four connections that never pair send ping frames for up to 15 s and read nothing.
+    std::vector<std::unique_ptr<RawWebSocket>> pingers;
+    for (int i = 0; i < 4; ++i) {
+        pingers.push_back(std::make_unique<RawWebSocket>(port));
+        ASSERT_EQ(pingers.back()->upgrade(QStringLiteral("Pinger %1").arg(i)), 101);
+        pingers.back()->stopReading();
+    }
+    const auto allClosed = [&] {
+        return std::all_of(pingers.begin(), pingers.end(),
+                           [](const auto& p) { return p->isClosed(); });
+    };
+    QElapsedTimer flooding;
+    flooding.start();
+    const auto flood = [&] {
+        for (const auto& pinger : pingers)
+            for (int i = 0; i < 200 && !pinger->isClosed(); ++i)
+                pinger->sendFrame(QByteArray(125, 'p'), 0x9);
+        settle(5);
+    };
+    const double attacked = medianCallMilliseconds(*phone, flood);
+    while (!allClosed() && flooding.elapsed() < 15000)
+        flood();
+    EXPECT_TRUE(allClosed());
+    EXPECT_LT(bridge->peakMiB() - before, 64) << "growth of the bridge's resident memory";
+    EXPECT_LT(attacked, idle + 100) << "idle median " << idle << " ms";
 }
 
 TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
 {
-    constexpr int deltas = 400000;
+    // Some 25 MB for each peer, several times what the stalled one may hold with the kernel's
+    // buffers on both sides, however fast or slowly the machine runs.
+    constexpr int deltas = 150000;
     engine.setScenario(floodScenario(deltas));
     environment.insert("ASAN_OPTIONS",
                        qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");
+    environment.insert("NIMBREL_PEER_BACKLOG_BYTES", QString::number(4 * 1024 * 1024));
     QString portText;
     auto bridge = startBridge(&portText);
     const quint16 port = static_cast<quint16>(portText.toUInt());
@@ -336,7 +378,8 @@ TEST_F(BridgeEndToEndTest, AStalledPeerIsDroppedWhileAReadingPeerGetsEveryDelta)
     reader->request("flood", "thread/read");
     ASSERT_TRUE(waitFor([&] { return received == deltas; }, 240000))
         << received << " of " << deltas;
-    EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."));
+    EXPECT_TRUE(bridge->err.contains("Stalled was disconnected: it is not keeping up."))
+        << bridge->err.toStdString();
     // About 56 MiB under the sanitiser, with the stalled peer dropped.
     EXPECT_LT(bridge->peakMiB() - before, 80) << "growth of the bridge's resident memory";
 }
@@ -589,8 +632,8 @@ TEST_F(AskingEngineTest, MoreAccessFormsAndAddressesAreDecidedOnceByPeersOrTheCo
     ASSERT_FALSE(access.isEmpty()) << bob->out.toStdString();
     ASSERT_TRUE(bridge->saysOnError(
         "Approval " + access +
-        ": Grant additional access?\n  Needs the cache\n  Folder: /srv\n  Write: "
-        "/var/cache/app\n  Network access\n"))
+        ": Grant additional access?\n  Needs the cache\n  Folder: /srv\n  Network access\n"
+        "  Write: /var/cache/app\n"))
         << bridge->err.toStdString();
     bridge->type("accept-session");
     ASSERT_TRUE(waitFor([&] { return engineAnswers().size() == 1; }));

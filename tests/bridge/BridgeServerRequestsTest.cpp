@@ -84,7 +84,8 @@ JSONValue serverRequestScenario()
              cue("crash", {JSONValue::object({{"exit", 3}})}),
              cue("deaf", {JSONValue::object({{"closeStdin", true}})}),
          })},
-        {"onEof", JSONValue::array({JSONValue::object({{"sleepMs", 3000}})})},
+        // Deaf, the engine stays until it is stopped, so a write to it fails however late it comes.
+        {"onEof", JSONValue::array({JSONValue::object({{"sleepMs", 600000}})})},
     });
 }
 
@@ -262,7 +263,7 @@ TEST_F(BridgeServerRequestsTest, MoreAccessAndToolServersRequestsAreHeldLikeAppr
     EXPECT_EQ(controller->approval()->id, *offered[0].id);
     EXPECT_EQ(controller->approval()->detail, QStringLiteral("Needs the cache"));
     EXPECT_EQ(controller->approval()->access,
-              QStringList({"Write: /var/cache/app", "Network access"}));
+              QStringList({"Network access", "Write: /var/cache/app"}));
 
     // A peer grants more access for the session; the other peer's later refusal changes nothing.
     answer(*second, *offered[0].id,

@@ -41,9 +41,11 @@ const computer = await crypto.subtle.generateKey(algorithm, false, ['sign', 'ver
 const computerHello = () => makeHello(crypto, computer, 'computer-1', 'Workshop');
 const browserIdentity = { keyPair: await crypto.subtle.generateKey(algorithm, false, ['sign', 'verify']), deviceID: 'browser-1' };
 
-// Lets WebCrypto's work, which runs off the event loop, finish until the condition holds.
-async function settle(condition) {
-  for (let i = 0; i < 1000 && !condition(); i++) await new Promise((resolve) => setImmediate(resolve));
+// Lets WebCrypto's work, which runs off the event loop, finish until the condition holds. The
+// limit is real time (the tests' timers may be mocked) and generous: a busy machine only slows it.
+async function settle(condition, limitMs = 60000) {
+  const deadline = Date.now() + limitMs;
+  while (!condition() && Date.now() < deadline) await new Promise((resolve) => setImmediate(resolve));
   assert.ok(condition(), `never true: ${condition}`);
 }
 
@@ -168,4 +170,33 @@ test('the name on the connection is the user’s, cut to 58 characters, with fou
     mock.timers.tick(15000);
   }
   assert.ok(names.size > 1);
+});
+
+test('refused, the link asks again only when told, and then on a new connection', async () => {
+  makeLink();
+  await socket().deliver({ kind: 'hello', body: await computerHello() });
+  await settle(() => socket().sent.some((m) => m.kind === 'pairingRequest'));
+  await socket().deliver({ kind: 'pairingRejected' });
+  assert.equal(link.state, 'rejected');
+  socket().drop();
+  mock.timers.tick(60000);
+  assert.equal(FakeSocket.made.length, 1, 'no new connection by itself');
+  assert.equal(link.state, 'rejected');
+
+  link.askAgain();
+  assert.equal(FakeSocket.made.length, 2);
+  await socket().deliver({ kind: 'hello', body: await computerHello() });
+  await settle(() => socket().sent.some((m) => m.kind === 'pairingRequest'));
+  assert.equal(link.state, 'pairing');
+});
+
+test('a message larger than the computer takes is refused at once, saying what to do, and nothing is sent', async () => {
+  makeLink();
+  await pair();
+  const sent = socket().sent.length;
+  await assert.rejects(link.request('turn/start', { threadId: 't', input: [{ type: 'text', text: 'x'.repeat(20 * 1024 * 1024) }] }),
+    { message: /^This message is too large to send \(20 MB; the computer takes at most 16 MB\)\. Remove an image or shorten the text, then send it again\.$/ });
+  assert.equal(socket().sent.length, sent);
+  link.request('turn/start', { threadId: 't', input: [{ type: 'text', text: 'fits' }] }).catch(() => {});
+  assert.equal(socket().last.body.input[0].text, 'fits');
 });

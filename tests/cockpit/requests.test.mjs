@@ -4,13 +4,38 @@ import { test } from 'node:test';
 
 import { formContent, formFields, permissionsAnswer, requestedPermissionLines } from '../../src/cockpit/requests.js';
 
-test('more access: what is asked, one line each, and the answers that grant it or not', () => {
-  const params = { permissions: { fileSystem: { read: ['/etc/app'], write: ['/var/cache/app', 7],
-    entries: [{ path: { path: '/srv/data' }, access: 'write' }, { path: { pattern: '**/*.log' }, access: 'none' }] },
-  network: { enabled: true } } };
-  assert.deepEqual(requestedPermissionLines(params), ['Read: /etc/app', 'Write: /var/cache/app', 'Write: /srv/data', 'Network access']);
-  for (const nothing of [undefined, {}, { permissions: 'all' }, { permissions: { network: { enabled: 'yes' } } }])
-    assert.deepEqual(requestedPermissionLines(nothing), []);
+const manyPaths = Array.from({ length: 60 }, (_, i) => `/srv/data/${i}`);
+const longPath = `/home/ada/${'x'.repeat(1990)}`;
+
+test('more access: every grant shown, special places by name and network first, or nothing where any of it is unreadable', () => {
+  const cases = [
+    [{ permissions: { fileSystem: { read: ['/etc/app'], write: ['/var/cache/app'],
+      entries: [{ path: { type: 'path', path: '/srv/data' }, access: 'write' }, { path: { type: 'glob_pattern', pattern: '**/*.log' }, access: 'deny' }] },
+    network: { enabled: true } } },
+    ['Network access', 'Read: /etc/app', 'Write: /var/cache/app', 'Write: /srv/data', 'No access: **/*.log']],
+    [{ permissions: { fileSystem: { entries: [
+      { path: { type: 'special', value: { kind: 'root' } }, access: 'write' },
+      { path: { type: 'special', value: { kind: 'project_roots', subpath: 'docs' } }, access: 'read' },
+      { path: { type: 'special', value: { kind: 'tmpdir' } }, access: 'write' },
+      { path: { type: 'special', value: { kind: 'unknown', path: '/opt/tool' } }, access: 'read' }] } } },
+    ['Write: the whole disk', 'Read: the session’s project folders, within it docs', 'Write: the temporary folder', 'Read: /opt/tool']],
+    [{ permissions: { fileSystem: { write: manyPaths }, network: { enabled: true } } }, ['Network access', ...manyPaths.map((p) => `Write: ${p}`)]],
+    [{ permissions: { fileSystem: { read: [longPath] } } }, [`Read: ${longPath}`]],
+    [{}, []],
+    [{ permissions: null }, []],
+    // What the page cannot read in full, it cannot let anyone grant.
+    [{ permissions: 'all' }, null],
+    [{ permissions: { network: { enabled: 'yes' } } }, null],
+    [{ permissions: { fileSystem: { write: ['/var/cache/app', 7] } } }, null],
+    [{ permissions: { fileSystem: { entries: [{ path: { type: 'special', value: { kind: 'everything' } }, access: 'write' }] } } }, null],
+    [{ permissions: { fileSystem: { entries: [{ path: { path: '/srv' }, access: 'none' }] } } }, null],
+    [{ permissions: { fileSystem: { read: [] }, macOS: { all: true } } }, null],
+    [{ permissions: { fileSystem: { read: [`/${'y'.repeat(5000)}`] } } }, null],
+    [{ permissions: { fileSystem: { read: Array.from({ length: 1001 }, (_, i) => `/p${i}`) } } }, null],
+  ];
+  for (const [params, expected] of cases)
+    assert.deepEqual(requestedPermissionLines(params), expected, JSON.stringify(params).slice(0, 120));
+  const params = cases[0][0];
   assert.deepEqual(permissionsAnswer(params, 'session'), { permissions: params.permissions, scope: 'session' });
   assert.deepEqual(permissionsAnswer(params, 'turn').scope, 'turn');
   assert.deepEqual(permissionsAnswer(params, 'decline'), { permissions: {}, scope: 'turn' });
@@ -34,6 +59,10 @@ test('a form: its fields, or nothing where the schema is not one the page can fi
     [{ title: 'x', count: '1', constructor: 'y' }, { content: { title: 'x', count: 1, urgent: false } }],
   ];
   for (const [values, expected] of cases) assert.deepEqual(formContent(fields, values), expected, JSON.stringify(values));
+  // A choice is sent by its value, exactly, commas and all.
+  const commas = formFields({ requestedSchema: { type: 'object', properties: {
+    pick: { type: 'string', enum: ['a, b', 'c'] }, many: { type: 'array', items: { enum: ['a, b', 'c'] } } } } });
+  assert.deepEqual(formContent(commas, { pick: 'a, b', many: ['a, b', 'c'] }), { content: { pick: 'a, b', many: ['a, b', 'c'] } });
   // Names a plain object holds already are the server's fields like any other.
   const inherited = formFields({ requestedSchema: { type: 'object', required: ['constructor'], properties: { constructor: { type: 'string' } } } });
   assert.deepEqual(formContent(inherited, Object.create(null)), { error: 'constructor is required.' });

@@ -344,33 +344,40 @@ TEST_F(AppServerClientTest, AFailedInitializeAndTheChildsExitUseUpBothAttempts)
     EXPECT_TRUE(logged("Codex app-server exited with code 1. Retry 2 of 2."));
     EXPECT_EQ(engine.launches(), 1);
 
-    // The last launch fails too: the client gives up with that child still running and read.
+    // The last launch fails too: the client gives up with that child still running and read. The
+    // first child's output was all read before its exit was reported.
+    const std::size_t heard = notifications.size();
     scheduler.advance(1.0);
     ASSERT_TRUE(waitFor([&] { return lastStatus() == "Initialization failed: no"; }));
     EXPECT_EQ(engine.launches(), 2);
     EXPECT_FALSE(isReady());
-    const std::size_t heard = notifications.size();
     ASSERT_TRUE(waitFor([&] { return notifications.size() == heard + 1; }));
 }
 
 TEST_F(AppServerClientTest, EveryCompletionRunsOnceThroughLateRepliesAndRestarts)
 {
-    engine.setScenario(handlers({{"thread/read", JSONValue::object({{"result", JSONValue::object({})}, {"delayMs", 300}})},
+    // thread/read (the client's second request, after initialize) is answered only when thread/list
+    // comes, ahead of thread/list's own answer: after its limit, whatever the machine's load.
+    const JSONValue lateReply = JSONValue::object({{"id", 2}, {"result", JSONValue::object({})}});
+    engine.setScenario(handlers({{"thread/read", JSONValue::object({{"noReply", true}})},
+                                 {"thread/list", JSONValue::object({{"result", JSONValue::object({})},
+                                                                    {"before", actions({JSONValue::object({{"send", lateReply}})})}})},
                                  {"turn/start", JSONValue::object({{"noReply", true}})}}));
     startAndWaitUntilReady();
     int completions = 0;
     std::optional<AppServerClient::RequestResult> late;
     client->request(QStringLiteral("thread/read"), JSONValue::object({}), [&](const auto& r) { late = r; ++completions; });
     ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 3; }));
+    ASSERT_EQ(engine.received()[2]["id"], JSONValue(2));
     scheduler.advance(AppServerClient::requestTimeoutSeconds);
     ASSERT_TRUE(waitFor([&] { return late.has_value(); }));
-    settle(500); // the reply comes after its limit, and runs nothing
+    EXPECT_TRUE(call(QStringLiteral("thread/list")).ok()); // the late reply came first, and ran nothing
     EXPECT_EQ(completions, 1);
     EXPECT_EQ(late->error(), AppServerError::requestTimedOut("thread/read"));
 
     std::optional<AppServerClient::RequestResult> inFlight;
     client->request(QStringLiteral("turn/start"), JSONValue::object({}), [&](const auto& r) { inFlight = r; });
-    ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 4; }));
+    ASSERT_TRUE(waitFor([&] { return engine.receivedMethods().size() == 5; }));
     client->start(FakeEngine::executablePath());
     ASSERT_TRUE(waitFor([&] { return inFlight.has_value(); }));
     EXPECT_EQ(inFlight->error().text(), "Codex app-server is still starting.");
@@ -469,17 +476,31 @@ TEST_F(AppServerClientTest, AnAnswerToAChildThatClosedItsInputFailsForItsCaller)
     ASSERT_TRUE(outcomes[0].has_value());
     EXPECT_THAT(outcomes[0]->text().toStdString(), ::testing::StartsWith("Write failed: "));
     EXPECT_TRUE(logged(outcomes[0]->text()));
-    // Every later write fails and says so; the client stays, and requests end by their limit.
+    // Every later write fails and says so; the client stays, and a request fails at once rather
+    // than by its limit.
     client->respond(JSONValue("q2"), JSONValue::object({}), [&](const auto& outcome) { outcomes.push_back(outcome); });
     ASSERT_TRUE(waitFor([&] { return outcomes.size() == 2; }));
     EXPECT_TRUE(outcomes[1].has_value());
     EXPECT_GE(std::count_if(logs.begin(), logs.end(), [](const QString& l) { return l.startsWith("Write failed: "); }), 2);
     std::optional<AppServerClient::RequestResult> outcome;
     client->request(QStringLiteral("thread/list"), JSONValue::object({}), [&](const auto& r) { outcome = r; });
-    settle(50);
-    scheduler.advance(30);
     ASSERT_TRUE(waitFor([&] { return outcome.has_value(); }));
-    EXPECT_EQ(outcome->error(), AppServerError::requestTimedOut("thread/list"));
+    EXPECT_THAT(outcome->error().text().toStdString(), ::testing::StartsWith("Write failed: "));
+}
+
+TEST_F(AppServerClientTest, ARequestLargerThanCodexReadsFailsAtOnceSayingWhatToDo)
+{
+    startAndWaitUntilReady();
+    const JSONValue params = JSONValue::object({{"text", QString(20 * 1024 * 1024, QLatin1Char('x'))}});
+    std::optional<AppServerClient::RequestResult> outcome;
+    client->request(QStringLiteral("turn/start"), params, [&](const auto& r) { outcome = r; });
+    ASSERT_TRUE(waitFor([&] { return outcome.has_value(); }));
+    EXPECT_EQ(outcome->error().text(), "This message is too large to send (20.0 MB; Codex takes at most 16 MB). "
+                                       "Remove an image or shorten the text, then send it again.");
+    // Nothing of it reached the engine, which goes on serving.
+    EXPECT_TRUE(call(QStringLiteral("model/list")).ok());
+    for (const JSONValue& record : engine.records())
+        EXPECT_NE(record["received"].value_or(JSONValue())["method"], JSONValue("turn/start"));
 }
 
 TEST_F(AppServerClientTest, AChildThatNeverReadsIsGivenAtMostSixteenMebibytes)
@@ -497,11 +518,15 @@ TEST_F(AppServerClientTest, AChildThatNeverReadsIsGivenAtMostSixteenMebibytes)
     ASSERT_TRUE(waitFor([&] { return answered.has_value(); }));
     EXPECT_EQ(answered->text(), "Write failed: Codex is not reading its input.");
     EXPECT_GE(logsEndingWith("Write failed: Codex is not reading its input."), 5); // refused requests and the answer
-    EXPECT_TRUE(outcomes.empty());
+    // The refused requests failed at once; those the pipe holds end by their limit.
+    ASSERT_GE(outcomes.size(), 4u);
+    for (const auto& outcome : outcomes)
+        EXPECT_EQ(outcome.error().text(), "Write failed: Codex is not reading its input.");
+    const std::size_t refused = outcomes.size();
     scheduler.advance(AppServerClient::requestTimeoutSeconds);
     ASSERT_TRUE(waitFor([&] { return outcomes.size() == 12; }));
-    for (const auto& outcome : outcomes)
-        EXPECT_EQ(outcome.error(), AppServerError::requestTimedOut("turn/start"));
+    for (std::size_t i = refused; i < outcomes.size(); ++i)
+        EXPECT_EQ(outcomes[i].error(), AppServerError::requestTimedOut("turn/start"));
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QProcess>
 #include <QSslConfiguration>
 #include <QSslKey>
 #include <QSslSocket>
@@ -177,10 +178,12 @@ TEST_F(PeerLinkTest, SilentPeersAreDroppedAndAnsweringOnesKept)
     host->setAuthorized("Silent", true);
     host->setAuthorized("Lively", true);
 
+    // Each ping round moves the clock on only once the lively client's pong has come back over the
+    // real socket, however long that takes.
     for (int tick = 1; tick <= 3; ++tick) {
         EXPECT_TRUE(events.disconnected.empty()) << tick;
         scheduler.advance(PeerLink::pingIntervalSeconds);
-        settle(300); // the lively client's pong comes back over the real socket
+        ASSERT_TRUE(waitFor([&] { return host->lastHeard("Lively") == scheduler.now(); })) << tick;
     }
     ASSERT_TRUE(waitFor([&] { return events.disconnected.size() == 1; }));
     EXPECT_EQ(events.disconnected[0], "Silent");
@@ -220,7 +223,11 @@ TEST_F(PeerLinkTest, StrangersHoldPartOfTheSlotsAndTheOldestMakesRoom)
     // The first newcomer found a stranger's slot free again; the others each took the oldest's.
     ASSERT_TRUE(
         waitFor([&] { return strangers[7]->state() == QAbstractSocket::UnconnectedState; }));
-    settle(200);
+    ASSERT_TRUE(waitFor([&] {
+        return connectedCount() == PeerLink::maximumUnauthorizedConnections &&
+               strangers.back()->state() == QAbstractSocket::ConnectedState;
+    }));
+    settle(200); // and no more go
     EXPECT_EQ(strangers[8]->state(), QAbstractSocket::ConnectedState);
     EXPECT_EQ(connectedCount(), PeerLink::maximumUnauthorizedConnections);
     EXPECT_EQ(trusted->state(), QAbstractSocket::ConnectedState);
@@ -232,17 +239,149 @@ TEST_F(PeerLinkTest, StrangersHoldPartOfTheSlotsAndTheOldestMakesRoom)
     EXPECT_EQ(trusted->state(), QAbstractSocket::ConnectedState);
 }
 
-TEST(PeerLinkAddressGroups, IPv6AddressesCountByTheirSlash64)
+TEST_F(PeerLinkTest, AnAddressAtItsLimitGetsInInPlaceOfItsOwnIdleFileConnections)
 {
-    const std::pair<const char*, const char*> cases[] = {
-        {"192.168.1.20", "192.168.1.20"},
-        {"2001:db8:1:2:aaaa:bbbb:cccc:dddd", "2001:db8:1:2::"},
-        {"2001:db8:1:2::1", "2001:db8:1:2::"},
-        {"fe80::1:2:3:4", "fe80::"},
-        {"::1", "::"},
+    // A browser's earlier visit left connections that fetched files and wait; its next visit comes
+    // in in their place, from the oldest.
+    std::vector<std::unique_ptr<RawWebSocket>> fetched;
+    for (int i = 0; i < PeerLink::maximumUnauthorizedPerAddress; ++i) {
+        fetched.push_back(std::make_unique<RawWebSocket>(port));
+        ASSERT_TRUE(
+            fetched.back()->exchange("HEAD /app.js HTTP/1.1\r\n\r\n").startsWith("HTTP/1.1 200"));
+    }
+    RawWebSocket next(port);
+    ASSERT_TRUE(next.encrypted());
+    ASSERT_TRUE(waitFor([&] { return fetched[0]->isClosed(); }));
+    EXPECT_FALSE(fetched[1]->isClosed());
+    EXPECT_EQ(next.upgrade("Next visit"), 101);
+
+    // Idle connections go after a few seconds.
+    scheduler.advance(PeerLink::fileIdleLimitSeconds);
+    ASSERT_TRUE(waitFor([&] { return fetched[7]->isClosed(); }));
+    EXPECT_FALSE(next.isClosed());
+}
+
+TEST_F(PeerLinkTest, AnAddressStartsAFewHandshakesASecondAndTheRestWait)
+{
+    // Connections that close at once, so that no limit of connections applies.
+    int started = 0;
+    for (; started < 40; ++started) {
+        QSslSocket socket;
+        socket.setSslConfiguration(PeerLink::tlsConfiguration());
+        socket.connectToHostEncrypted("127.0.0.1", port);
+        if (!waitFor([&] { return socket.isEncrypted(); }, 5000))
+            break;
+        socket.abort();
+        waitFor([&] { return host->statusText() == "Available on local network"; });
+    }
+    EXPECT_EQ(started, PeerLink::handshakeBurst);
+    // The waiting one starts when its turn comes; another address starts at once.
+    QSslSocket waiting, other;
+    waiting.setSslConfiguration(PeerLink::tlsConfiguration());
+    other.setSslConfiguration(PeerLink::tlsConfiguration());
+    waiting.connectToHostEncrypted("127.0.0.1", port);
+    other.bind(QHostAddress("127.0.0.2"));
+    other.connectToHostEncrypted("127.0.0.1", port);
+    ASSERT_TRUE(waitFor([&] { return other.isEncrypted(); }));
+    EXPECT_FALSE(waiting.isEncrypted());
+    ASSERT_TRUE(waitFor([&] {
+        scheduler.advance(0.05);
+        return waiting.isEncrypted();
+    }));
+}
+
+TEST_F(PeerLinkTest, StrangersSendFewControlFramesAndWhatTheyAreSentCounts)
+{
+    auto trusted = openNamed(port, "Trusted");
+    RawWebSocket pinger(port), quiet(port);
+    ASSERT_EQ(pinger.upgrade("Pinger"), 101);
+    ASSERT_EQ(quiet.upgrade("Quiet"), 101);
+    ASSERT_TRUE(waitFor([&] { return events.connected.size() == 3; }));
+    host->setAuthorized("Trusted", true);
+    int pongs = 0;
+    QObject::connect(trusted.get(), &QWebSocket::pong, [&] { ++pongs; });
+    for (int i = 0; i < 50; ++i)
+        trusted->ping("are you there");
+    ASSERT_TRUE(waitFor([&] { return pongs == 50; }));
+
+    // A stranger's burst of control frames is answered; past it, the stranger goes.
+    for (int i = 0; i < PeerLink::controlFramesPerSecond; ++i)
+        pinger.sendFrame("ping", 0x9);
+    quiet.sendFrame("ping", 0x9);
+    settle(300);
+    EXPECT_FALSE(pinger.isClosed());
+    pinger.sendFrame("one more", 0x9);
+    ASSERT_TRUE(waitFor([&] { return pinger.closeCode().has_value(); }));
+    EXPECT_EQ(*pinger.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
+    // Time restores the allowance; an authorised peer has none to keep.
+    scheduler.advance(1);
+    for (int i = 0; i < PeerLink::controlFramesPerSecond; ++i)
+        quiet.sendFrame("ping", 0x9);
+    settle(300);
+    EXPECT_FALSE(quiet.closeCode().has_value());
+    EXPECT_EQ(events.disconnected, std::vector<QString>{"Pinger"});
+    EXPECT_EQ(trusted->state(), QAbstractSocket::ConnectedState);
+}
+
+TEST(PeerLinkNeighbours, IPv6NeighboursDoNotLockEachOtherOut)
+{
+    // Addresses of one /64 on the loopback interface, as neighbours on a home network have.
+    const auto neighbour = [](int i) { return QStringLiteral("fd00::%1").arg(i); };
+    for (int i = 1; i <= 7; ++i) {
+        QProcess ip;
+        ip.start("ip", {"-6", "addr", "add", neighbour(i) + "/128", "dev", "lo"});
+        ip.waitForFinished();
+        // Already there ("File exists", "address already assigned"): from an earlier run.
+        const QByteArray error = ip.readAllStandardError();
+        if (ip.exitCode() != 0 && !error.contains("exists") && !error.contains("already"))
+            GTEST_SKIP() << "cannot add " << neighbour(i).toStdString()
+                         << " to the loopback interface (needs root)";
+    }
+    VirtualScheduler scheduler;
+    PeerLink host(PeerLinkMode::Host, "Desk", scheduler, nullptr, {QHostAddress::LocalHostIPv6, 0});
+    host.start();
+    const quint16 port = host.listeningPort();
+    ASSERT_NE(port, 0);
+
+    // One neighbour holds its eight silent connections; the ninth is refused, the other gets in.
+    std::vector<std::unique_ptr<QTcpSocket>> silent;
+    const auto connectFrom = [&](const QString& address) {
+        silent.push_back(std::make_unique<QTcpSocket>());
+        silent.back()->bind(QHostAddress(address));
+        silent.back()->connectToHost(QHostAddress::LocalHostIPv6, port);
     };
-    for (const auto& [address, group] : cases)
-        EXPECT_EQ(PeerLink::addressGroup(QHostAddress(address)), QHostAddress(group)) << address;
+    for (int i = 0; i < PeerLink::maximumUnauthorizedPerAddress; ++i)
+        connectFrom("fd00::1");
+    ASSERT_TRUE(waitFor([&] { return host.statusText() == "Securing connection…"; }));
+    settle(200);
+    RawWebSocket ninth(port, QHostAddress("fd00::1"));
+    EXPECT_FALSE(ninth.encrypted());
+    RawWebSocket phone(port, QHostAddress("fd00::2"));
+    ASSERT_TRUE(phone.encrypted());
+    ASSERT_EQ(phone.upgrade("Phone"), 101);
+    ASSERT_TRUE(waitFor([&] { return host.connectedPeers().contains("Phone"); }));
+    host.setAuthorized("Phone", true);
+
+    // With the strangers' total full, a trusted phone still comes in and is authorised.
+    for (int i = PeerLink::maximumUnauthorizedPerAddress;
+         i < PeerLink::maximumUnauthorizedConnections; ++i)
+        connectFrom(neighbour(2 + i / PeerLink::maximumUnauthorizedPerAddress));
+    ASSERT_TRUE(waitFor([&] {
+        return std::all_of(silent.begin(), silent.end(), [](const auto& socket) {
+            return socket->state() == QAbstractSocket::ConnectedState;
+        });
+    }));
+    settle(300);
+    RawWebSocket second(port, QHostAddress("fd00::2"));
+    ASSERT_TRUE(second.encrypted());
+    ASSERT_EQ(second.upgrade("Second phone"), 101);
+    ASSERT_TRUE(waitFor([&] { return host.connectedPeers().contains("Second phone"); }));
+    host.setAuthorized("Second phone", true);
+    settle(100);
+    EXPECT_EQ(host.connectedPeers(), (QStringList{"Phone", "Second phone"}));
+    EXPECT_TRUE(silent.front()->state() == QAbstractSocket::UnconnectedState || waitFor([&] {
+                    return silent.front()->state() == QAbstractSocket::UnconnectedState;
+                }));
 }
 
 TEST_F(PeerLinkTest, ANameBelongsToOneConnection)
@@ -290,12 +429,12 @@ TEST_F(PeerLinkTest, TheLinkServesThePageFilesOverTheSameConnection)
     EXPECT_TRUE(page.contains("Content-Security-Policy: default-src 'none'; script-src 'self';"));
     EXPECT_TRUE(page.contains("X-Content-Type-Options: nosniff\r\n"));
     EXPECT_TRUE(page.contains("<script type=\"module\" src=\"app.js\"></script>"));
-    // The connection stays for the next file while it is not idle for the handshake limit.
-    scheduler.advance(PeerLink::handshakeLimitSeconds - 1);
+    // The connection stays for the next file while it is not idle for the file idle limit.
+    scheduler.advance(PeerLink::fileIdleLimitSeconds - 1);
     const QByteArray head = browser.exchange("HEAD /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
     EXPECT_TRUE(head.startsWith("HTTP/1.1 200 OK\r\n") && head.endsWith("\r\n\r\n"))
         << head.toStdString();
-    scheduler.advance(PeerLink::handshakeLimitSeconds);
+    scheduler.advance(PeerLink::fileIdleLimitSeconds);
     ASSERT_TRUE(waitFor([&] { return browser.isClosed(); }));
 
     // Refusals close the connection.
@@ -425,7 +564,7 @@ TEST_F(PeerLinkTest, FilesPipelinedAndNeverReadWaitInTheKernelNotTheLink)
         requests += "GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
     browser.sendBytes(requests);
     settle(500);
-    scheduler.advance(PeerLink::handshakeLimitSeconds - 1);
+    scheduler.advance(PeerLink::fileIdleLimitSeconds - 1);
     settle(100);
     EXPECT_FALSE(browser.isClosed());
     browser.resumeReading();

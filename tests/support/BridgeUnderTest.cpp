@@ -31,6 +31,15 @@ BridgeUnderTest::BridgeUnderTest(const JSONValue& scenario)
     m_controller->startOnce();
 }
 
+void BridgeUnderTest::restart()
+{
+    m_controller.reset();
+    m_controller = std::make_unique<BridgeController>(scheduler, defaults,
+                                                      PeerLinkSettings{QHostAddress::LocalHost, 0},
+                                                      SecretStore(home.filePath("secrets")));
+    m_controller->startOnce();
+}
+
 void BridgeUnderTest::say(const char* word, const char* threadID)
 {
     m_controller->appServer().request("turn/start",

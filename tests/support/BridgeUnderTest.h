@@ -25,6 +25,8 @@ public:
     BridgeController& controller() { return *m_controller; }
     CodexWorkspace& workspace() { return m_controller->workspace(); }
     quint16 port() { return m_controller->link().listeningPort(); }
+    // The program again, in the same home: a new controller over a new engine.
+    void restart();
     // Asks the engine for a turn whose text holds word, so that its cues play.
     void say(const char* word, const char* threadID = "thr_1");
     // How many requests of method the engine has read.

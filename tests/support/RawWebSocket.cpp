@@ -15,7 +15,10 @@ RawWebSocket::RawWebSocket(quint16 port, const QHostAddress& from)
                      [this] { m_socket.ignoreSslErrors(); });
     if (!from.isNull())
         m_socket.bind(from);
-    m_socket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), port);
+    m_socket.connectToHostEncrypted(from.protocol() == QAbstractSocket::IPv6Protocol
+                                        ? QStringLiteral("::1")
+                                        : QStringLiteral("127.0.0.1"),
+                                    port);
     waitFor([&] {
         return m_socket.isEncrypted() || m_socket.state() == QAbstractSocket::UnconnectedState;
     });
@@ -42,7 +45,10 @@ int RawWebSocket::upgrade(const QString& name, bool withUpgradeHeaders,
         return 0;
     m_buffer = response.mid(headerEnd + 4);
     m_upgraded = true;
-    QObject::connect(&m_socket, &QIODevice::readyRead, [this] { readFrames(); });
+    QObject::connect(&m_socket, &QIODevice::readyRead, [this] {
+        if (m_reading)
+            readFrames();
+    });
     return response.split(' ').value(1).toInt();
 }
 
@@ -99,11 +105,15 @@ void RawWebSocket::sendFrameHeader(quint64 length)
 
 void RawWebSocket::stopReading()
 {
+    // Nothing here reads again, Qt takes a byte at most, and the kernel holds little.
+    m_reading = false;
     m_socket.setReadBufferSize(1);
+    m_socket.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 16 * 1024);
 }
 
 void RawWebSocket::resumeReading()
 {
+    m_reading = true;
     m_socket.setReadBufferSize(0);
     if (m_upgraded)
         readFrames();
@@ -120,7 +130,8 @@ void RawWebSocket::readFrames()
     if (m_socket.readBufferSize() == 1)
         return; // not reading
     m_buffer += m_socket.readAll();
-    // Server frames are not masked and, here, not fragmented; only the close frame is kept.
+    // Server frames are not masked and, here, not fragmented; text messages and the close frame
+    // are kept.
     for (;;) {
         if (m_buffer.size() < 2)
             return;
@@ -145,6 +156,8 @@ void RawWebSocket::readFrames()
             return;
         const QByteArray payload = m_buffer.mid(offset, static_cast<qsizetype>(length));
         m_buffer.remove(0, offset + static_cast<qsizetype>(length));
+        if (opcode == 0x1)
+            m_texts.append(payload);
         if (opcode == 0x8 && payload.size() >= 2)
             m_closeCode = (static_cast<quint8>(payload[0]) << 8) | static_cast<quint8>(payload[1]);
     }

@@ -13,7 +13,8 @@ namespace nimbrel::test {
 // connection from another local address.
 class RawWebSocket {
 public:
-    // Connects and finishes TLS; binds to `from` first when it is given.
+    // Connects and finishes TLS; binds to `from` first when it is given (to ::1 from an IPv6
+    // address, to 127.0.0.1 otherwise).
     RawWebSocket(quint16 port, const QHostAddress& from = {});
 
     bool encrypted() const { return m_socket.isEncrypted(); }
@@ -31,11 +32,18 @@ public:
     // Only the header of a masked text frame announcing `length` bytes.
     void sendFrameHeader(quint64 length);
     void sendBytes(const QByteArray& bytes) { m_socket.write(bytes); }
-    // Stops taking data from the network (the kernel buffers fill, then the sender's), or resumes.
+    // Stops taking data from the network for good, until resumed: neither this class nor Qt reads,
+    // the kernel's small receive buffer fills, then the sender's.
     void stopReading();
     void resumeReading();
     // The code of the close frame received, once one has come.
     std::optional<int> closeCode();
+    // The text messages received since the upgrade (unfragmented ones).
+    const QList<QByteArray>& texts()
+    {
+        readFrames();
+        return m_texts;
+    }
     bool isClosed() const { return m_socket.state() == QAbstractSocket::UnconnectedState; }
     // What the server sent on a connection that never upgraded, all of it so far.
     QByteArray received()
@@ -51,7 +59,9 @@ private:
     QByteArray m_buffer;
     QByteArray m_received;
     bool m_upgraded = false;
+    bool m_reading = true;
     std::optional<int> m_closeCode;
+    QList<QByteArray> m_texts;
 };
 
 } // namespace nimbrel::test

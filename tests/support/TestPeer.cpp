@@ -84,16 +84,14 @@ std::optional<BridgeMessage>
 TestPeer::waitFor(BridgeMessageKind kind, const std::optional<QString>& method, std::size_t from)
 {
     std::optional<BridgeMessage> found;
-    test::waitFor(
-        [&] {
-            for (std::size_t i = from; i < received.size(); ++i)
-                if (received[i].kind == kind && (!method || received[i].method == method)) {
-                    found = received[i];
-                    return true;
-                }
-            return false;
-        },
-        10000);
+    test::waitFor([&] {
+        for (std::size_t i = from; i < received.size(); ++i)
+            if (received[i].kind == kind && (!method || received[i].method == method)) {
+                found = received[i];
+                return true;
+            }
+        return false;
+    });
     return found;
 }
 

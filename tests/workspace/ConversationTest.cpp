@@ -49,7 +49,7 @@ TEST_F(ConversationTest, ASessionsPermissionModeGoesWithItsStartResumeAndNextTur
         json(
             R"({"approvalPolicy":"untrusted","sandbox":"workspace-write","serviceName":"sar_vane"})"));
     engine.last("thread/start").completion(json(R"({"thread":{"id":"t1"}})"));
-    EXPECT_EQ(session("t1").permissionMode, PermissionMode::AskBeforeActing);
+    EXPECT_EQ(workspace.sessionMode("t1"), PermissionMode::AskBeforeActing);
 
     workspace.setPermissionMode("read-only", "t1");
     workspace.setPermissionMode("everything", "t1");
@@ -70,6 +70,77 @@ TEST_F(ConversationTest, ASessionsPermissionModeGoesWithItsStartResumeAndNextTur
     EXPECT_EQ(engine.last("turn/start").params["approvalPolicy"], JSONValue("never"));
     EXPECT_EQ(engine.last("turn/start").params["sandboxPolicy"],
               json(R"({"type":"dangerFullAccess"})"));
+}
+
+TEST_F(ConversationTest, ASessionNobodyChoseAModeForRunsAsCodexReportsAndIsKeptAcrossRestarts)
+{
+    workspace.setEngineReady(true, {});
+    const auto modeAfterResume = [&](const QString& id, const char* answer) {
+        workspace.send("go on", id);
+        EXPECT_EQ(engine.last("thread/resume").params,
+                  JSONValue::object({{"threadId", id}, {"excludeTurns", true}}));
+        engine.last("thread/resume").completion(json(answer));
+        engine.last("turn/start").completion(failure("no"));
+        return workspace.sessionMode(id);
+    };
+    EXPECT_EQ(
+        modeAfterResume("r1", R"({"approvalPolicy":"on-request","sandbox":{"type":"readOnly"}})"),
+        PermissionMode::ReadOnly);
+    EXPECT_EQ(
+        modeAfterResume("r2", R"({"approvalPolicy":"on-failure","sandbox":{"type":"readOnly"}})"),
+        PermissionMode::Custom);
+    EXPECT_EQ(modeAfterResume("r3", "{}"), std::nullopt);
+
+    // Kept for the next run of the window, and carried by its next resume and turn.
+    CodexWorkspace later(defaults, scheduler, "tabs", 4, 20);
+    later.requester = workspace.requester;
+    later.setEngineReady(true, {});
+    EXPECT_EQ(later.sessionMode("r1"), PermissionMode::ReadOnly);
+    later.send("again", "r1");
+    EXPECT_EQ(engine.last("thread/resume").params["sandbox"], JSONValue("read-only"));
+    engine.last("thread/resume").completion(json("{}"));
+    EXPECT_EQ(engine.last("turn/start").params["sandboxPolicy"], json(R"({"type":"readOnly"})"));
+    // A custom combination is left as Codex has it.
+    later.send("again", "r2");
+    EXPECT_FALSE(engine.last("thread/resume").params.find("sandbox"));
+}
+
+TEST_F(ConversationTest, AMessageCodexDidNotTakeStaysInTheComposerWithItsImagesAndLeavesNoEcho)
+{
+    const QString image = QStringLiteral("data:image/png;base64,AA");
+    workspace.setDraft("describe this", "t1");
+    workspace.addDraftImage(DraftImage{"i1", "shot", image, 1, 1}, "t1");
+    const auto sendDraft = [&] {
+        workspace.send(session("t1").draft, "t1", {image});
+        engine.last("thread/resume").completion(json("{}"));
+    };
+    sendDraft();
+    EXPECT_TRUE(session("t1").isSendingMessage);
+    engine.last("turn/start").completion(failure("This message is too large to send (20.0 MB)"));
+    EXPECT_EQ(session("t1").draft, "describe this");
+    EXPECT_EQ(session("t1").draftImages.size(), 1u);
+    EXPECT_TRUE(session("t1").transcript.empty());
+    EXPECT_EQ(phase("t1"), Phase::Idle);
+    EXPECT_EQ(workspace.errorMessage(), "This message is too large to send (20.0 MB)");
+
+    sendDraft();
+    engine.last("turn/start").completion(json(R"({"turn":{"id":"T1"}})"));
+    EXPECT_EQ(session("t1").draft, "");
+    EXPECT_TRUE(session("t1").draftImages.empty());
+    EXPECT_EQ(session("t1").transcript.size(), 1u);
+}
+
+TEST_F(ConversationTest, ATurnRunningWhenTheSessionIsReadIsSteeredAndStoppedByItsId)
+{
+    workspace.openThread("h");
+    engine.last("thread/items/list").completion(failure("thread/items/list is not supported yet"));
+    engine.last("thread/turns/list")
+        .completion(json(R"({"data":[{"id":"T7","status":"inProgress","items":[]}]})"));
+    EXPECT_EQ(session("h").turnControl, (TurnControlState{Phase::Running, QStringLiteral("T7")}));
+    workspace.send("focus on the tests", "h");
+    EXPECT_EQ(engine.last("turn/steer").params["expectedTurnId"], JSONValue("T7"));
+    workspace.stopTurn("h");
+    EXPECT_EQ(engine.last("turn/interrupt").params, json(R"({"threadId":"h","turnId":"T7"})"));
 }
 
 TEST_F(ConversationTest, ANewSessionTakesItsNameModelAndFirstTurnFromWhatWasGiven)
@@ -235,10 +306,7 @@ TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
 
     // Idle: resumed first; a stop during the resume waits for the turn's id.
     workspace.send("  hello ", "s");
-    EXPECT_EQ(
-        engine.last("thread/resume").params,
-        json(
-            R"({"threadId":"s","approvalPolicy":"never","sandbox":"danger-full-access","excludeTurns":true})"));
+    EXPECT_EQ(engine.last("thread/resume").params, json(R"({"threadId":"s","excludeTurns":true})"));
     EXPECT_EQ(session("s").activityText, QStringLiteral("Opening this Codex session…"));
     workspace.send("again", "s");
     EXPECT_EQ(
@@ -248,10 +316,9 @@ TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
     workspace.stopTurn("s");
     EXPECT_EQ(phase("s"), Phase::Stopping);
     engine.last("thread/resume").completion(json("{}"));
-    EXPECT_EQ(
-        engine.last("turn/start").params,
-        json(R"({"threadId":"s","input":[{"type":"text","text":"hello"}],"approvalPolicy":"never",
-                       "sandboxPolicy":{"type":"dangerFullAccess"},"summary":"detailed","model":"gpt-5"})"));
+    EXPECT_EQ(engine.last("turn/start").params,
+              json(R"({"threadId":"s","input":[{"type":"text","text":"hello"}],"summary":"detailed",
+                       "model":"gpt-5"})"));
     EXPECT_EQ(phase("s"), Phase::Stopping);
     notify("turn/started", R"({"threadId":"s","turn":{"id":"T1"}})");
     EXPECT_EQ(engine.count("turn/interrupt"), 1);

@@ -50,6 +50,28 @@ TEST(PermissionModeRules, EachModeSendsItsPolicyAndSandboxAndIsKnownByThem)
     EXPECT_FALSE(permissionModeFromKey("Full access"));
     EXPECT_FALSE(permissionModeOf("never", "read-only"));
     EXPECT_EQ(permissionModes().front(), PermissionMode::FullAccess);
+
+    // What params ask for, or an answer reports: one of the three, Custom, or nothing.
+    const std::pair<const char*, std::optional<PermissionMode>> read[] = {
+        {R"({"approvalPolicy":"on-request","sandbox":"read-only"})", PermissionMode::ReadOnly},
+        {R"({"approvalPolicy":"untrusted","sandboxPolicy":{"type":"workspaceWrite","networkAccess":false}})",
+         PermissionMode::AskBeforeActing},
+        {R"({"approvalPolicy":"never","sandbox":{"type":"dangerFullAccess"}})",
+         PermissionMode::FullAccess},
+        {R"({"approvalPolicy":"on-failure","sandbox":"read-only"})", PermissionMode::Custom},
+        {R"({"approvalPolicy":{"granular":{}},"sandbox":"read-only"})", PermissionMode::Custom},
+        {R"({"approvalPolicy":"never"})", PermissionMode::Custom},
+        {R"({"threadId":"t","approvalPolicy":null})", std::nullopt},
+    };
+    for (const auto& [params, mode] : read)
+        EXPECT_EQ(permissionModeIn(json(params)), mode) << params;
+    EXPECT_EQ(
+        withPermissionMode(json(R"({"threadId":"t","approvalPolicy":"never"})"),
+                           PermissionMode::ReadOnly, true),
+        json(
+            R"({"threadId":"t","approvalPolicy":"on-request","sandboxPolicy":{"type":"readOnly"}})"));
+    EXPECT_EQ(withPermissionMode(json(R"({"threadId":"t"})"), PermissionMode::Custom, false),
+              json(R"({"threadId":"t"})"));
 }
 
 TEST(ElicitationParsing, ShowableRequestsAreReadAndOthersSayWhy)
@@ -111,7 +133,8 @@ TEST(ElicitationContent, TypedValuesBecomeTheContentOrSayWhatIsMissing)
                      "count":{"type":"integer","minimum":1,"maximum":5,"default":2},
                      "ok":{"type":"boolean"},
                      "size":{"type":"string","oneOf":[{"const":"s","title":"Small"},{"const":"l","title":"Large"}]},
-                     "tags":{"type":"array","items":{"type":"string","enum":["a","b"]}}})",
+                     "tags":{"type":"array","items":{"type":"string","enum":["a","b","a, b"]}},
+                     "pick":{"type":"string","oneOf":[{"const":"x","title":"Y"},{"const":"y","title":"X"}]}})",
                               R"(["name","ok"])"))
             .value();
     struct Case {
@@ -122,7 +145,14 @@ TEST(ElicitationContent, TypedValuesBecomeTheContentOrSayWhatIsMissing)
     const Case cases[] = {
         {{{"name", "Ada"}, {"ok", "yes"}}, R"({"name":"Ada","count":2,"ok":true})", nullptr},
         {{{"name", "Ada"}, {"ok", "no"}, {"count", "4"}, {"size", "large"}, {"tags", "a, b"}},
-         R"({"name":"Ada","count":4,"ok":false,"size":"l","tags":["a","b"]})",
+         R"({"name":"Ada","count":4,"ok":false,"size":"l","tags":["a, b"]})",
+         nullptr},
+        // A value with a comma is one choice; a value is matched before any title.
+        {{{"name", "Ada"}, {"ok", "yes"}, {"tags", "a, b, b"}, {"pick", "y"}},
+         R"({"name":"Ada","count":2,"ok":true,"tags":["a, b","b"],"pick":"y"})",
+         nullptr},
+        {{{"name", "Ada"}, {"ok", "yes"}, {"tags", "b, a, b"}, {"pick", "x"}},
+         R"({"name":"Ada","count":2,"ok":true,"tags":["b","a, b"],"pick":"x"})",
          nullptr},
         {{{"ok", "yes"}}, nullptr, "Name is required."},
         {{{"name", "Ada"}}, nullptr, "ok is required."},
@@ -146,18 +176,55 @@ TEST(ElicitationContent, TypedValuesBecomeTheContentOrSayWhatIsMissing)
     }
 }
 
-TEST(PermissionsRequest, ItsLinesAndAnswersFollowTheDecision)
+TEST(PermissionsRequest, EveryGrantIsShownOrTheRequestIsUnreadableAndAnswersFollowTheDecision)
 {
-    const JSONValue params = json(
-        R"({"permissions":{"fileSystem":{"read":["/etc/app"],"write":["/var/app"],
+    QString many, manyLines = QStringLiteral("Network access");
+    for (int i = 0; i < 60; ++i) {
+        many += (i ? QStringLiteral(",\"/srv/%1\"") : QStringLiteral("\"/srv/%1\"")).arg(i);
+        manyLines += QStringLiteral("\nWrite: /srv/%1").arg(i);
+    }
+    const QString longPath = QStringLiteral("/home/ada/") + QString(1990, QLatin1Char('x'));
+    struct Case {
+        QString params;
+        std::optional<QString> lines; // joined by line breaks; nothing: unreadable
+    };
+    const Case cases[] = {
+        {R"({"permissions":{"fileSystem":{"read":["/etc/app"],"write":["/var/app"],
             "entries":[{"access":"write","path":{"type":"path","path":"/srv"}},
-                       {"access":"none","path":{"type":"path","path":"/hidden"}},
-                       {"access":"read","path":{"type":"special","value":{"kind":"tmpdir"}}}]},
-            "network":{"enabled":true}}})");
-    EXPECT_EQ(requestedPermissionLines(params),
-              QStringList({"Read: /etc/app", "Write: /var/app", "Write: /srv", "Read: tmpdir",
-                           "Network access"}));
-    EXPECT_TRUE(requestedPermissionLines(json("[]")).isEmpty());
+                       {"access":"deny","path":{"type":"glob_pattern","pattern":"**/.env"}}]},
+            "network":{"enabled":true}}})",
+         "Network access\nRead: /etc/app\nWrite: /var/app\nWrite: /srv\nNo access: **/.env"},
+        {R"({"permissions":{"fileSystem":{"entries":[
+            {"access":"write","path":{"type":"special","value":{"kind":"root"}}},
+            {"access":"read","path":{"type":"special","value":{"kind":"project_roots","subpath":"docs"}}},
+            {"access":"write","path":{"type":"special","value":{"kind":"tmpdir"}}},
+            {"access":"read","path":{"type":"special","value":{"kind":"unknown","path":"/opt/x"}}}]}}})",
+         "Write: the whole disk\nRead: the session's project folders, within it docs\n"
+         "Write: the temporary folder\nRead: /opt/x"},
+        {R"({"permissions":{"fileSystem":{"write":[)" + many + R"(]},"network":{"enabled":true}}})",
+         manyLines},
+        {R"({"permissions":{"fileSystem":{"read":[")" + longPath + R"("]}}})", "Read: " + longPath},
+        {"[]", ""},
+        {R"({"permissions":{"network":{"enabled":false}}})", ""},
+        {R"({"permissions":"all"})", std::nullopt},
+        {R"({"permissions":{"fileSystem":{"write":["/var/app",7]}}})", std::nullopt},
+        {R"({"permissions":{"fileSystem":{"entries":[{"access":"none","path":{"path":"/x"}}]}}})",
+         std::nullopt},
+        {R"({"permissions":{"fileSystem":{"entries":[{"access":"write","path":{"type":"special","value":{"kind":"everything"}}}]}}})",
+         std::nullopt},
+        {R"({"permissions":{"macos":{"all":true}}})", std::nullopt},
+        {R"({"permissions":{"network":{"enabled":"yes"}}})", std::nullopt},
+        {R"({"permissions":{"fileSystem":{"read":["/)" + QString(5000, QLatin1Char('y')) +
+             R"("]}}})",
+         std::nullopt},
+    };
+    for (const Case& c : cases) {
+        const std::optional<QStringList> lines =
+            requestedPermissionLines(json(c.params.toUtf8().constData()));
+        EXPECT_EQ(lines ? std::optional(lines->join(QLatin1Char('\n'))) : std::nullopt, c.lines)
+            << c.params.left(120).toStdString();
+    }
+    const JSONValue params = json(cases[0].params.toUtf8().constData());
     EXPECT_EQ(permissionsResponse(params, "accept"),
               JSONValue::object({{"permissions", *params.find("permissions")}, {"scope", "turn"}}));
     EXPECT_EQ(

@@ -41,7 +41,7 @@ export class RunningBridge {
   }
 
   // Waits for the pattern in what the bridge wrote to standard error since it started.
-  waitFor(pattern, limitMs = 15000) {
+  waitFor(pattern, limitMs = 60000) {
     return until(() => this.err.match(pattern), (check) => { this.said = check; }, () => { this.said = null; },
       limitMs, () => `The bridge did not say ${pattern}:\n${this.err}`);
   }
@@ -60,12 +60,12 @@ export class RunningBridge {
   }
 
   // Waits until the engine has received a message for which test() holds, and returns it.
-  engineReceived(test, limitMs = 10000) {
+  engineReceived(test, limitMs = 60000) {
     return this.engineRecorded((record) => record.received && test(record.received), limitMs).then((r) => r.received);
   }
 
   // Waits until the engine has recorded something for which test() holds, and returns it.
-  engineRecorded(test, limitMs = 10000) {
+  engineRecorded(test, limitMs = 60000) {
     let watcher;
     return until(() => this.engineRecords().find(test),
       (check) => { watcher = watch(this.home, check); },

@@ -22,6 +22,8 @@ export function launch() {
 // collects uncaught exceptions and console errors of the page.
 export async function newPage(browser, options = {}) {
   const context = await browser.newContext({ ...phone, ignoreHTTPSErrors: true, ...options });
+  // A generous bound for waits on a loaded machine: it only keeps a broken test from hanging.
+  context.setDefaultTimeout(60000);
   const page = await context.newPage();
   watchErrors(page);
   return page;

@@ -28,7 +28,8 @@ export class Relay {
         socket.on('error', end);
         socket.on('close', end);
       }
-      incoming.pipe(outgoing);
+      // What the browser sends waits here while held, as on a network that stalls before it drops.
+      incoming.on('data', (chunk) => { if (!this.holding) outgoing.write(chunk); });
       outgoing.pipe(incoming);
     });
   }
@@ -39,9 +40,15 @@ export class Relay {
     return this;
   }
 
+  // Nothing more from the browser reaches the bridge until sever(); the connections stay open.
+  hold() {
+    this.holding = true;
+  }
+
   // Cuts every connection at once and refuses new ones until resume().
   sever() {
     this.open = false;
+    this.holding = false;
     for (const [incoming, outgoing] of [...this.pairs]) {
       incoming.resetAndDestroy();
       outgoing.destroy();

@@ -29,7 +29,8 @@ JSONValue failure(const JSONValue& id, const std::string& message)
 } // namespace
 
 std::optional<JSONValue> historyReply(const JSONValue& engine, const std::string& method,
-                                      const JSONValue& id, const JSONValue& params)
+                                      const JSONValue& id, const JSONValue& params,
+                                      const std::string& runningTurn)
 {
     const bool byItems = method == "thread/items/list";
     if (!byItems && method != "thread/turns/list")
@@ -55,6 +56,10 @@ std::optional<JSONValue> historyReply(const JSONValue& engine, const std::string
     if (const JSONValue* cursor = params.find("cursor"))
         newest = std::stol(std::string(cursor->stringView().value_or("0")));
     std::vector<JSONValue> page;
+    if (!byItems && !params.find("cursor") && !runningTurn.empty() &&
+        history->find("listsRunningTurn"))
+        page.push_back(JSONValue::object(
+            {{"id", runningTurn}, {"status", "inProgress"}, {"items", JSONValue::array({})}}));
     for (long number = newest; number > 0 && number > newest - limit; --number) {
         if (byItems) {
             page.push_back(JSONValue::object({{"item", item(number)}}));

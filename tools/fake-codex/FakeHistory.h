@@ -12,7 +12,9 @@
 //                               user message yet
 // Pages run newest first; a cursor is the number of the newest item (or turn) of the next page.
 // The reply to thread/items/list or thread/turns/list for such a thread, or nothing for any other.
+// runningTurn is the id of the thread's turn that has started and not completed, if any.
 std::optional<nimbrel::JSONValue> historyReply(const nimbrel::JSONValue& engine,
                                                const std::string& method,
                                                const nimbrel::JSONValue& id,
-                                               const nimbrel::JSONValue& params);
+                                               const nimbrel::JSONValue& params,
+                                               const std::string& runningTurn = {});

@@ -34,13 +34,17 @@
 //   "authUrl": "...", "verificationUrl": "...", "userCode": "..."}
 //
 //   handler: { "result": X | "error": X | "noReply": true | "raw": "text" | "reply": {...},
-//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...] }
+//              "echoParams": true, "delayMs": n, "before": [action...], "after": [action...],
+//              "replyOn": "method" }   the reply waits until a request or notification of that
+//                                      method is read, and goes ahead of that message's own answer
 //   action:  {"send": X} {"raw": "text"} {"stderr": "text"} {"stderrHex": "fffe"} {"exit": code}
 //   {"sleepMs": n}
 //            {"closeStdin": true} {"flood": {"count": n, "message": X}}
 //            {"streamTurn": {...}}   a whole turn's notifications; see FakeTurn.h
 //            {"echoUserMessage": true}   in a cue: item/completed with a userMessage whose content
 //                                        is the cueing request's input (turn/start, turn/steer)
+//            {"completeInterruptedTurn": true}   turn/completed, status "interrupted", of the turn
+//                                        the request names (turn/interrupt's threadId and turnId)
 struct FakeScenario {
     nimbrel::JSONValue version;
     nimbrel::JSONValue engine;

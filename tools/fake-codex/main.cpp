@@ -17,6 +17,7 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 using nimbrel::JSONValue;
 
@@ -61,8 +62,26 @@ std::string bytesFromHex(const JSONValue& hex)
     return bytes;
 }
 
+// The turn of each thread that has started and not completed, as the notifications sent tell.
+std::map<std::string, std::string> runningTurns;
+
+std::string textAtPath(const JSONValue& value, std::initializer_list<std::string_view> path)
+{
+    const JSONValue* at = &value;
+    for (std::string_view key : path)
+        if (!(at = at->find(key)))
+            return {};
+    return std::string(at->stringView().value_or(""));
+}
+
 void send(const JSONValue& message)
 {
+    const std::string method = textAtPath(message, {"method"});
+    const std::string thread = textAtPath(message, {"params", "threadId"});
+    if (method == "turn/started")
+        runningTurns[thread] = textAtPath(message, {"params", "turn", "id"});
+    else if (method == "turn/completed")
+        runningTurns.erase(thread);
     writeRaw(*message.encode() + "\n");
 }
 
@@ -82,12 +101,14 @@ void echoUserMessage(const JSONValue& params)
     static int echoed = 0;
     send(JSONValue::object(
         {{"method", "item/completed"},
-         {"params", JSONValue::object(
-                        {{"threadId", thread ? *thread : JSONValue("")},
-                         {"item", JSONValue::object(
-                                      {{"type", "userMessage"},
-                                       {"id", "user-" + std::to_string(++echoed)},
-                                       {"content", input ? *input : JSONValue::array({})}})}})}}));
+         {"params",
+          JSONValue::object(
+              {{"threadId", thread ? *thread : JSONValue("")},
+               {"item", JSONValue::object(
+                            {{"type", "userMessage"},
+                             {"id", "user-" + std::to_string(++echoed)},
+                             {"clientId", params["clientUserMessageId"].value_or(JSONValue())},
+                             {"content", input ? *input : JSONValue::array({})}})}})}}));
 }
 
 // The options of a turn to play: with "numbered", each turn played gets an id of its own, the
@@ -119,6 +140,15 @@ void perform(const JSONValue& actions)
             send(*message);
         if (action.find("echoUserMessage") && cueingParams)
             echoUserMessage(*cueingParams);
+        if (action.find("completeInterruptedTurn") && cueingParams)
+            send(JSONValue::object(
+                {{"method", "turn/completed"},
+                 {"params",
+                  JSONValue::object(
+                      {{"threadId", textAtPath(*cueingParams, {"threadId"})},
+                       {"turn", JSONValue::object({{"id", textAtPath(*cueingParams, {"turnId"})},
+                                                   {"status", "interrupted"},
+                                                   {"items", JSONValue::array({})}})}})}}));
         if (const JSONValue* raw = action.find("raw"))
             writeRaw(raw->stringView().value_or(""));
         if (const JSONValue* text = action.find("stderr"))
@@ -173,6 +203,31 @@ void perform(const JSONValue& actions)
 // The account/login/completed that waits for its cue, where one does.
 std::optional<JSONValue> pendingLoginCompletion;
 std::string loginCompletesOn;
+
+// Replies held back by a handler's "replyOn", with the method that releases each.
+std::vector<std::pair<std::string, JSONValue>> heldReplies;
+
+void sendOrHold(const JSONValue& handler, JSONValue reply)
+{
+    const JSONValue* on = handler.find("replyOn");
+    if (on && on->isString())
+        heldReplies.emplace_back(std::string(*on->stringView()), std::move(reply));
+    else
+        send(reply);
+}
+
+// Sends, in the order they were held, the replies that wait for a message of this method.
+void releaseHeldReplies(const std::string& method)
+{
+    std::vector<std::pair<std::string, JSONValue>> waiting;
+    for (auto& held : heldReplies) {
+        if (held.first == method)
+            send(held.second);
+        else
+            waiting.push_back(std::move(held));
+    }
+    heldReplies = std::move(waiting);
+}
 
 std::string textIn(const JSONValue& value, std::string_view key, std::string_view fallback)
 {
@@ -234,13 +289,16 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
     const JSONValue* listed = scenario.engine.find("methods");
     if (method == "account/login/start" && !(listed && listed->find(method)))
         return answerLogin(scenario, id, params, call);
+    const auto running = runningTurns.find(textAtPath(params, {"threadId"}));
     if (!(listed && listed->find(method)))
         if (const std::optional<JSONValue> page =
-                historyReply(scenario.engine, method, id, params)) {
+                historyReply(scenario.engine, method, id, params,
+                             running == runningTurns.end() ? std::string() : running->second)) {
             send(*page);
             return;
         }
     const JSONValue handler = scenario.handlerFor(method, call);
+    cueingParams = &params;
     if (const JSONValue* before = handler.find("before"))
         perform(*before);
     if (const JSONValue* delay = handler.find("delayMs"))
@@ -254,13 +312,13 @@ void answer(const FakeScenario& scenario, const JSONValue& id, const std::string
             members.emplace_back("id", id);
         for (const auto& member : reply->members())
             members.emplace_back(std::string(member.name()), member.value);
-        send(JSONValue::object(std::move(members)));
+        sendOrHold(handler, JSONValue::object(std::move(members)));
     } else if (handler.find("echoParams"))
-        send(JSONValue::object({{"id", id}, {"result", params}}));
+        sendOrHold(handler, JSONValue::object({{"id", id}, {"result", params}}));
     else if (const JSONValue* error = handler.find("error"))
-        send(JSONValue::object({{"id", id}, {"error", *error}}));
+        sendOrHold(handler, JSONValue::object({{"id", id}, {"error", *error}}));
     else if (const JSONValue* result = handler.find("result"))
-        send(JSONValue::object({{"id", id}, {"result", *result}}));
+        sendOrHold(handler, JSONValue::object({{"id", id}, {"result", *result}}));
     if (const JSONValue* after = handler.find("after"))
         perform(*after);
     cueingParams = &params;
@@ -348,6 +406,7 @@ int main(int argc, char** argv)
         const JSONValue params = given ? *given : JSONValue::object({});
         if (method && method->isString()) {
             const std::string name(*method->stringView());
+            releaseHeldReplies(name);
             if (id)
                 answer(scenario, *id, name, params, calls[name]++);
             else

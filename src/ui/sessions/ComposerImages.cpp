@@ -9,6 +9,7 @@
 #include <QGuiApplication>
 #include <QImageReader>
 #include <QMimeData>
+#include <QPainter>
 
 namespace nimbrel {
 
@@ -17,8 +18,20 @@ namespace {
 // Smaller than this many pixels, a picture stays PNG: screenshots of text stay sharp.
 constexpr qint64 pngPixelLimit = 1024 * 1024;
 
+std::optional<QByteArray> encoded(const QImage& image, const char* format)
+{
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    if (!image.save(&buffer, format, qstrcmp(format, "PNG") == 0 ? -1 : 85))
+        return std::nullopt;
+    return bytes;
+}
+
 } // namespace
 
+// Shrunk to the long side, then to the byte budget: a PNG over it becomes JPEG (transparency on
+// white), and a JPEG over it is made smaller until it fits.
 std::optional<DraftImage> preparedImage(const QImage& original, const QString& name)
 {
     if (original.isNull())
@@ -27,16 +40,27 @@ std::optional<DraftImage> preparedImage(const QImage& original, const QString& n
     if (std::max(image.width(), image.height()) > imageLongSideLimit)
         image = image.scaled(imageLongSideLimit, imageLongSideLimit, Qt::KeepAspectRatio,
                              Qt::SmoothTransformation);
-    const bool png =
-        image.hasAlphaChannel() || qint64(image.width()) * image.height() <= pngPixelLimit;
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    if (!image.save(&buffer, png ? "PNG" : "JPEG", png ? -1 : 85))
+    bool png = image.hasAlphaChannel() || qint64(image.width()) * image.height() <= pngPixelLimit;
+    std::optional<QByteArray> bytes = encoded(image, png ? "PNG" : "JPEG");
+    if (bytes && bytes->size() > imageByteBudget && png) {
+        png = false;
+        QImage flat(image.size(), QImage::Format_RGB32);
+        flat.fill(Qt::white);
+        QPainter(&flat).drawImage(0, 0, image);
+        image = flat;
+        bytes = encoded(image, "JPEG");
+    }
+    while (bytes && bytes->size() > imageByteBudget &&
+           std::max(image.width(), image.height()) > 64) {
+        image = image.scaled(image.width() * 3 / 4, image.height() * 3 / 4, Qt::KeepAspectRatio,
+                             Qt::SmoothTransformation);
+        bytes = encoded(image, "JPEG");
+    }
+    if (!bytes || bytes->size() > imageByteBudget)
         return std::nullopt;
     return DraftImage{randomUUIDText(), name,
                       QStringLiteral("data:image/%1;base64,").arg(png ? "png" : "jpeg") +
-                          QString::fromLatin1(bytes.toBase64()),
+                          QString::fromLatin1(bytes->toBase64()),
                       image.width(), image.height()};
 }
 

@@ -15,11 +15,14 @@ namespace nimbrel {
 inline constexpr int imageLongSideLimit = 2048;
 // At most this many images go with one message.
 inline constexpr int draftImageLimit = 8;
+// An image sent takes at most this many bytes (before base64), so that a message with the most
+// images, each growing by a third as text, stays under the 16 MB Codex reads: 8 × 1.25 MB × 4/3.
+inline constexpr qint64 imageByteBudget = 1280 * 1024;
 // A file larger than this is not read.
 inline constexpr qint64 imageFileByteLimit = 64 * 1024 * 1024;
 
 // An image made ready to send: shrunk to the limit, as PNG where it has transparency or is small,
-// else as JPEG; nothing for an empty image.
+// else as JPEG, and to the byte budget; nothing for an empty image.
 std::optional<DraftImage> preparedImage(const QImage& image, const QString& name);
 // The image in a file, read with a bounded allocation; nothing where it is no image or too big.
 std::optional<DraftImage> preparedImageFile(const QString& path);

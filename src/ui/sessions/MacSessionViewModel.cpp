@@ -348,9 +348,7 @@ void MacSessionViewModel::submit()
     if (const CodexSessionState* state = session())
         for (const DraftImage& image : state->draftImages)
             images.append(image.url);
-    m_workspace.setDraft(QString(), m_threadID);
-    m_workspace.changeSession(m_threadID,
-                              [](CodexSessionState& state) { state.draftImages.clear(); });
+    // The text and images stay in the composer until Codex has taken the message.
     m_workspace.send(text, m_threadID, images);
 }
 

@@ -51,7 +51,9 @@ SessionStateBlock sessionStateBlock(const CodexSessionState& session)
 
 bool composerCanSend(const CodexSessionState& session)
 {
-    if (session.draft.trimmed().isEmpty() && session.draftImages.empty())
+    // A view: a long draft is not copied each time the button asks.
+    if ((QStringView(session.draft).trimmed().isEmpty() && session.draftImages.empty()) ||
+        session.isSendingMessage)
         return false;
     const TurnControlState& turn = session.turnControl;
     return turn.phase == TurnControlState::Phase::Idle ||

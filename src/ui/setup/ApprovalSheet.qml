@@ -98,8 +98,23 @@ Dialog {
             text: sheet.prompt.access || ""
             textFormat: Text.PlainText
             font.family: "monospace"
-            wrapMode: Text.Wrap
+            wrapMode: Text.WrapAtWordBoundaryOrAnywhere
             Layout.fillWidth: true
+        }
+        RowLayout {
+            visible: (sheet.prompt.accessToggle || "") !== ""
+            Label {
+                objectName: "approvalAccessMore"
+                text: sheet.prompt.accessMore || ""
+                textFormat: Text.PlainText
+                opacity: 0.7
+            }
+            Button {
+                objectName: "approvalAccessToggle"
+                text: sheet.prompt.accessToggle || ""
+                flat: true
+                onClicked: sheet.setup.toggleAllAccess()
+            }
         }
         ColumnLayout {
             objectName: "approvalAddress"

@@ -51,8 +51,10 @@ BridgeSetupModel::BridgeSetupModel(BridgeController& controller, UserDefaults& d
             &BridgeSetupModel::refreshPairing);
     connect(&m_controller, &BridgeController::trustedPeersChanged, this,
             &BridgeSetupModel::refreshTrusted);
-    connect(&m_controller, &BridgeController::approvalChanged, this,
-            &BridgeSetupModel::approvalChanged);
+    connect(&m_controller, &BridgeController::approvalChanged, this, [this] {
+        m_showsAllAccess = false;
+        emit approvalChanged();
+    });
     connect(&m_controller, &BridgeController::approvalChanged, this,
             &BridgeSetupModel::refreshApprovalButtons);
     connect(&m_controller, &BridgeController::signInChanged, this,
@@ -230,6 +232,10 @@ QVariantMap BridgeSetupModel::approval() const
             escaped.append(shown(text));
         return escaped;
     };
+    // A long list shows its first lines and says how many more there are, until asked for all.
+    const QStringList shownAccess =
+        m_showsAllAccess ? prompt->access : prompt->access.mid(0, shownGrantLines);
+    const qsizetype hidden = prompt->access.size() - shownAccess.size();
     QVariantList fields;
     QString url;
     if (prompt->elicitation) {
@@ -244,15 +250,27 @@ QVariantMap BridgeSetupModel::approval() const
                                       {"options", field.options},
                                       {"optionTitles", shownAll(field.optionTitles)}});
     }
-    return QVariantMap{{"id", prompt->id},
-                       {"kind", promptKind(*prompt)},
-                       {"title", shown(prompt->title)},
-                       {"detail", shown(prompt->detail)},
-                       {"command", shown(prompt->command)},
-                       {"cwd", shown(prompt->cwd)},
-                       {"access", shown(prompt->access.join(QLatin1Char('\n')))},
-                       {"url", url},
-                       {"fields", fields}};
+    return QVariantMap{
+        {"id", prompt->id},
+        {"kind", promptKind(*prompt)},
+        {"title", shown(prompt->title)},
+        {"detail", shown(prompt->detail)},
+        {"command", shown(prompt->command)},
+        {"cwd", shown(prompt->cwd)},
+        {"access", shown(shownAccess.join(QLatin1Char('\n')))},
+        {"accessMore", hidden > 0 ? QStringLiteral("and %1 more").arg(hidden) : QString()},
+        {"accessToggle", prompt->access.size() <= shownGrantLines ? QString()
+                         : m_showsAllAccess
+                             ? QStringLiteral("Show fewer")
+                             : QStringLiteral("Show all %1").arg(prompt->access.size())},
+        {"url", url},
+        {"fields", fields}};
+}
+
+void BridgeSetupModel::toggleAllAccess()
+{
+    m_showsAllAccess = !m_showsAllAccess;
+    emit approvalChanged();
 }
 
 void BridgeSetupModel::refreshApprovalButtons()

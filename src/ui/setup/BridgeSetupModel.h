@@ -93,10 +93,15 @@ public:
     // tone (destructive, plain or prominent).
     RecordListModel* approvalButtons() { return &m_approvalButtons; }
     // The approval the sheet shows (empty when none): id, kind ("approval", "permissions",
-    // "form" or "address"), title, detail, command, cwd, access (lines), url and fields (name,
+    // "form" or "address"), title, detail, command, cwd, access (the first lines of what is
+    // granted, or all once asked), accessMore ("and N more" while some are hidden), accessToggle
+    // (the label of the control that shows them all or fewer; empty for a short list), url and
+    // fields (name,
     // kind, title, description, required, value, options, optionTitles), the engine's texts with
     // their controls escaped, line breaks kept.
     QVariantMap approval() const;
+    // Shows every line of what a request for more access would grant, or its first lines again.
+    Q_INVOKABLE void toggleAllAccess();
     // The form's answer (values by field name, as text); empty when sent, else why not.
     Q_INVOKABLE QString answerForm(const QString& action, const QVariantMap& values);
     // The user's click on the address a tool server asks them to visit.
@@ -168,6 +173,7 @@ private:
     RecordListModel m_activityLines{{"line"}};
     RecordListModel m_installCommands{{"label", "command"}};
     RecordListModel m_approvalButtons{{"label", "decision", "tone"}};
+    bool m_showsAllAccess = false;
     RecordListModel m_permissionModes{{"id", "label", "summary", "colour", "selected"}};
 };
 

@@ -6,6 +6,8 @@ import NimbrelBridgeTest
 TestCase {
     name: "SessionViews"
     when: windowShown
+    // Only a broken test waits this long: the window under a loaded machine may take its time.
+    readonly property int patience: 60000
 
     property var gallery
 
@@ -27,7 +29,7 @@ TestCase {
 
     function init() {
         gallery = Fixture.openGallery()
-        tryVerify(() => find("card-c1") !== null)
+        tryVerify(() => find("card-c1") !== null, patience)
     }
     function cleanup() {
         Fixture.setTurnRunning(false)
@@ -40,14 +42,14 @@ TestCase {
         verify(toggle.visible)
         compare(toggle.text, "Show complete output")
         toggle.clicked()
-        tryCompare(find("toggle-c1"), "text", "Collapse output")
+        tryCompare(find("toggle-c1"), "text", "Collapse output", patience)
         compare(find("output-c1").text.length, 4500)
         find("processing-c1").clicked()
-        tryVerify(() => find("card-c1") === null)
+        tryVerify(() => find("card-c1") === null, patience)
         compare(find("processing-c1").Accessible.description, "Collapsed")
         find("toggle-session-activity").clicked()
         find("toggle-session-activity").clicked()
-        tryVerify(() => find("card-c1") !== null)
+        tryVerify(() => find("card-c1") !== null, patience)
     }
 
     function test_theWrittenAnswerShowsItsFieldAndEnablesSending() {
@@ -55,15 +57,15 @@ TestCase {
         verify(!send.enabled)
         verify(!find("question-db-response").visible)
         find("question-db-custom").clicked()
-        tryVerify(() => find("question-db-response").visible)
+        tryVerify(() => find("question-db-response").visible, patience)
         find("question-db-response").forceActiveFocus()
         find("question-db-response").text = "SQLite"
-        tryVerify(() => send.enabled)
+        tryVerify(() => send.enabled, patience)
     }
 
     function test_theStripShowsOnlyDuringATurn() {
         verify(!find("codex-activity-strip").visible)
         Fixture.setTurnRunning(true)
-        tryVerify(() => find("codex-activity-strip").visible)
+        tryVerify(() => find("codex-activity-strip").visible, patience)
     }
 }

@@ -48,6 +48,24 @@ TEST(ComposerImages, ShrunkToTheLimitAsPngOrJpeg)
     EXPECT_FALSE(preparedImage(QImage(), "none"));
 }
 
+TEST(ComposerImages, TheMostImagesOfNoisyScreenshotsWithTransparencyFitInOneMessage)
+{
+    QImage shot(4000, 3000, QImage::Format_ARGB32);
+    quint32 noise = 12345;
+    for (int y = 0; y < shot.height(); ++y) {
+        auto* line = reinterpret_cast<quint32*>(shot.scanLine(y));
+        for (int x = 0; x < shot.width(); ++x)
+            line[x] = (noise = noise * 1664525u + 1013904223u) | 0x80000000u;
+    }
+    const std::optional<DraftImage> prepared = preparedImage(shot, "shot.png");
+    ASSERT_TRUE(prepared);
+    EXPECT_LE(QByteArray::fromBase64(prepared->url.section(',', 1).toLatin1()).size(),
+              imageByteBudget);
+    // Each of the most a message takes is this one at worst.
+    EXPECT_LT(qint64(prepared->url.size()) * draftImageLimit + 64 * 1024,
+              AppServerClient::maximumLineBytes);
+}
+
 class ComposerImagesTest : public ScriptedWorkspace {};
 
 TEST_F(ComposerImagesTest, FilesThatAreNoImagesAreRefusedAndAnImageAloneCanBeSent)

@@ -203,9 +203,22 @@ TEST_F(SessionPageTest, ComposerSendsOrSteersInThePhasesThatTakeAMessage)
     EXPECT_EQ(session.placeholder(), "Steer the active turn…");
     EXPECT_EQ(session.sendSymbol(), "mail-forward-symbolic");
     EXPECT_TRUE(session.sendEnabled());
+    // The message stays in the composer until Codex takes it; once refused it is still there.
     session.send();
-    EXPECT_EQ(session.draft(), "");
     EXPECT_EQ(engine.count("turn/steer"), 1);
+    EXPECT_EQ(session.draft(), "Run the tests");
+    EXPECT_FALSE(session.sendEnabled());
+    engine.last("turn/steer")
+        .completion(AppServerError::server(AppServerClient::tooLargeText(20 << 20)));
+    EXPECT_EQ(session.draft(), "Run the tests");
+    EXPECT_EQ(workspace.errorMessage().value_or(""), AppServerClient::tooLargeText(20 << 20));
+    session.send();
+    session.setDraft("Run the tests, then lint");
+    engine.last("turn/steer").completion(JSONValue::object({}));
+    EXPECT_EQ(session.draft(), "Run the tests, then lint") << "written after sending, kept";
+    session.send();
+    engine.last("turn/steer").completion(JSONValue::object({}));
+    EXPECT_EQ(session.draft(), "");
 
     // The tab cannot close while the turn runs.
     const RecordListModel* tabs = page.tabs();

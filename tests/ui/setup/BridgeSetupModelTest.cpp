@@ -103,15 +103,22 @@ TEST(BridgeSetupModel, ApprovingTheFirstOfTwoRequestsCatchesUpThatConnectionOnly
     BridgeController& controller = bridge.controller();
     BridgeSetupModel model(controller, bridge.defaults);
     ASSERT_TRUE(waitFor([&] { return controller.appServerReady(); }));
-    TestPeer first(bridge.port(), "First", "First Phone"),
-        second(bridge.port(), "Second", "Second Phone");
-    for (TestPeer* phone : {&first, &second}) {
+    TestPeer first(bridge.port(), "First", "First Phone");
+    std::unique_ptr<TestPeer> later;
+    for (int i = 0; i < 2; ++i) {
+        // One address asks at most every half minute.
+        if (i == 1) {
+            bridge.scheduler.advance(PairingHistory::requestSpacingSeconds);
+            later = std::make_unique<TestPeer>(bridge.port(), "Second", "Second Phone");
+        }
+        TestPeer* phone = i == 0 ? &first : later.get();
         ASSERT_TRUE(phone->waitFor(BridgeMessageKind::Hello));
         phone->sendHello();
         phone->send({1, BridgeMessageKind::PairingRequest, {}, {}, {}});
         ASSERT_TRUE(
             waitFor([&] { return model.pairingRows()->rowCount() == (phone == &first ? 1 : 2); }));
     }
+    TestPeer& second = *later;
     ASSERT_EQ(model.pairingRows()->value(0, "name"), "First Phone");
     model.pair(model.pairingRows()->value(0, "requestID").toString());
 

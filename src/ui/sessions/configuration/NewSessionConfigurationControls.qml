@@ -17,7 +17,28 @@ ColumnLayout {
         Layout.fillWidth: true
         Label { text: controls.texts.modelPicker }
         ComboBox {
+            id: modelCombo
             objectName: "new-session-model"
+            // The engine's names, drawn as plain text.
+            contentItem: Label {
+                text: modelCombo.displayText
+                textFormat: Text.PlainText
+                leftPadding: 6
+                verticalAlignment: Text.AlignVCenter
+                elide: Text.ElideRight
+            }
+            delegate: ItemDelegate {
+                id: row
+                required property int index
+                required property string label
+                width: modelCombo.width
+                highlighted: modelCombo.highlightedIndex === index
+                contentItem: Label {
+                    text: row.label
+                    textFormat: Text.PlainText
+                    elide: Text.ElideRight
+                }
+            }
             model: controls.configuration.modelRows
             textRole: "label"
             valueRole: "id"
@@ -27,7 +48,28 @@ ColumnLayout {
         }
         Label { text: controls.texts.effortPicker }
         ComboBox {
+            id: effortCombo
             objectName: "new-session-effort"
+            // The engine's names, drawn as plain text.
+            contentItem: Label {
+                text: effortCombo.displayText
+                textFormat: Text.PlainText
+                leftPadding: 6
+                verticalAlignment: Text.AlignVCenter
+                elide: Text.ElideRight
+            }
+            delegate: ItemDelegate {
+                id: row
+                required property int index
+                required property string label
+                width: effortCombo.width
+                highlighted: effortCombo.highlightedIndex === index
+                contentItem: Label {
+                    text: row.label
+                    textFormat: Text.PlainText
+                    elide: Text.ElideRight
+                }
+            }
             model: controls.configuration.effortRows
             textRole: "label"
             valueRole: "id"

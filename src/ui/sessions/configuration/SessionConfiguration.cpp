@@ -22,7 +22,7 @@ QString effortDisplayName(const QString& effort)
     return words;
 }
 
-QList<ListRecord> permissionModeRecords(PermissionMode selected)
+QList<ListRecord> permissionModeRecords(std::optional<PermissionMode> selected)
 {
     QList<ListRecord> records;
     for (PermissionMode mode : permissionModes())

@@ -15,7 +15,7 @@ QString effortDisplayName(const QString& effort);
 
 // The permission modes in the order offered, keyed by their keys: roles id, label, summary,
 // colour and selected (the one given).
-QList<ListRecord> permissionModeRecords(PermissionMode selected);
+QList<ListRecord> permissionModeRecords(std::optional<PermissionMode> selected);
 
 // The effort a session shows as selected: its own, its thread's, or its model's default.
 QString displayedEffort(const CodexWorkspace& workspace, const QString& threadID);

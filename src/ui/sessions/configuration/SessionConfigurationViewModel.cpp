@@ -51,10 +51,30 @@ QString SessionConfigurationViewModel::effectiveModelID() const
     return m_workspace.effectiveModelID(m_threadID);
 }
 
-PermissionMode SessionConfigurationViewModel::permissionMode() const
+std::optional<PermissionMode> SessionConfigurationViewModel::permissionMode() const
 {
-    const CodexSessionState* state = m_workspace.session(m_threadID);
-    return state ? state->permissionMode : PermissionMode::FullAccess;
+    return m_workspace.sessionMode(m_threadID);
+}
+
+QString SessionConfigurationViewModel::permissionTitle() const
+{
+    const std::optional<PermissionMode> mode = permissionMode();
+    return mode ? permissionModeTitle(*mode) : QStringLiteral("Not chosen yet");
+}
+
+QString SessionConfigurationViewModel::permissionColour() const
+{
+    const std::optional<PermissionMode> mode = permissionMode();
+    return mode ? permissionModeColour(*mode) : QStringLiteral("gray");
+}
+
+QString SessionConfigurationViewModel::permissionSummary() const
+{
+    const std::optional<PermissionMode> mode = permissionMode();
+    return mode ? permissionModeSummary(*mode)
+                : QStringLiteral("Nobody has chosen permissions for this session. Its next turn "
+                                 "runs as Codex has it set, and this then shows which mode that "
+                                 "is.");
 }
 
 void SessionConfigurationViewModel::choosePermissionMode(const QString& key)

@@ -85,9 +85,9 @@ public:
 
     Q_INVOKABLE void chooseModel(const QString& modelID);
     Q_INVOKABLE void chooseEffort(const QString& effort);
-    QString permissionTitle() const { return permissionModeTitle(permissionMode()); }
-    QString permissionColour() const { return permissionModeColour(permissionMode()); }
-    QString permissionSummary() const { return permissionModeSummary(permissionMode()); }
+    QString permissionTitle() const;
+    QString permissionColour() const;
+    QString permissionSummary() const;
     RecordListModel* permissionOptions() { return &m_permissionOptions; }
 
     Q_INVOKABLE void reloadModels();
@@ -100,7 +100,8 @@ signals:
 private:
     void refresh();
     QString effectiveModelID() const;
-    PermissionMode permissionMode() const;
+    // Nothing while nobody has chosen one and Codex has not reported one.
+    std::optional<PermissionMode> permissionMode() const;
 
     CodexWorkspace& m_workspace;
     QString m_threadID;

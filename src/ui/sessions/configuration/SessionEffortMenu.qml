@@ -1,5 +1,7 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Controls.impl
+import QtQuick.Layouts
 import "../../common"
 
 // The thinking effort of a session as a pill that opens its menu.
@@ -20,6 +22,7 @@ PillMenuButton {
         Repeater {
             model: pill.configuration.effortOptions
             MenuItem {
+                id: option
                 required property string id
                 required property string label
                 required property bool selected
@@ -27,6 +30,22 @@ PillMenuButton {
                 icon.name: selected ? pill.configuration.texts.selectedSymbol : ""
                 enabled: pill.configuration.isIdle
                 onTriggered: pill.configuration.chooseEffort(id)
+                // The engine's names, drawn as plain text.
+                contentItem: RowLayout {
+                    spacing: 6
+                    IconImage {
+                        name: option.icon.name
+                        sourceSize: Qt.size(16, 16)
+                        Layout.preferredWidth: 16
+                    }
+                    Label {
+                        text: option.text
+                        textFormat: Text.PlainText
+                        elide: Text.ElideRight
+                        opacity: option.enabled ? 1 : 0.5
+                        Layout.fillWidth: true
+                    }
+                }
             }
         }
     }

@@ -21,6 +21,7 @@ PillMenuButton {
         Repeater {
             model: pill.configuration.modelOptions
             MenuItem {
+                id: option
                 required property string id
                 required property string label
                 required property bool selected
@@ -28,6 +29,22 @@ PillMenuButton {
                 icon.name: selected ? pill.configuration.texts.selectedSymbol : ""
                 enabled: pill.configuration.isIdle
                 onTriggered: pill.configuration.chooseModel(id)
+                // The engine's names, drawn as plain text.
+                contentItem: RowLayout {
+                    spacing: 6
+                    IconImage {
+                        name: option.icon.name
+                        sourceSize: Qt.size(16, 16)
+                        Layout.preferredWidth: 16
+                    }
+                    Label {
+                        text: option.text
+                        textFormat: Text.PlainText
+                        elide: Text.ElideRight
+                        opacity: option.enabled ? 1 : 0.5
+                        Layout.fillWidth: true
+                    }
+                }
             }
         }
         MenuItem { visible: pill.configuration.modelLoadError !== ""; height: visible ? implicitHeight : 0; enabled: false; text: pill.configuration.modelLoadError }

@@ -111,10 +111,17 @@ TEST_F(SessionConfigurationTest, TheHeaderShowsTheModeInItsColourAndChangesTheNe
 {
     workspace.openThread("s");
     SessionConfigurationViewModel header(workspace, "s");
+    // Nobody chose yet: no mode is claimed, and none of the menu's is marked.
+    EXPECT_EQ(header.permissionTitle(), "Not chosen yet");
+    EXPECT_EQ(header.permissionColour(), "gray");
+    header.choosePermissionMode("custom");
+    EXPECT_EQ(header.permissionTitle(), "Not chosen yet");
+    // Chosen elsewhere, it shows here.
+    workspace.recordSessionMode("s", PermissionMode::FullAccess);
     EXPECT_EQ(header.permissionTitle(), "Full access");
     EXPECT_EQ(header.permissionColour(), "orange");
     header.choosePermissionMode("read-only");
     EXPECT_EQ(header.permissionTitle(), "Read only");
     EXPECT_EQ(header.permissionColour(), "cyan");
-    EXPECT_EQ(workspace.sessionState("s").permissionMode, PermissionMode::ReadOnly);
+    EXPECT_EQ(workspace.sessionMode("s"), PermissionMode::ReadOnly);
 }
