@@ -162,6 +162,13 @@ void CodexWorkspace::setEngineReady(bool ready, const std::optional<QString>& me
                                     {}});
         });
     cancelAllDeltaFlushes();
+    // Turns that ended with the engine let go of what no tab shows.
+    QStringList held;
+    for (const auto& [id, session] : m_sessions)
+        if (!m_openThreadIDs.contains(id))
+            held.append(id);
+    for (const QString& id : held)
+        releaseBeyondBound(id);
 }
 
 // ---- storing

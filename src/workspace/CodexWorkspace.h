@@ -4,6 +4,7 @@
 #include "platform/Scheduler.h"
 #include "platform/UserDefaults.h"
 #include "workspace/CodexSessionState.h"
+#include "workspace/TranscriptPaging.h"
 #include "workspace/WorkspaceError.h"
 
 #include <QObject>
@@ -14,6 +15,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 
 namespace nimbrel {
 
@@ -138,6 +140,15 @@ public:
                                    const QString& modeKey = {});
     Q_INVOKABLE void loadTranscript(const QString& id, bool force = false);
     void loadEarlierTranscript(const QString& id, EarlierPageCompletion completion);
+
+    // ---- what stays in memory
+    // A session in a tab keeps its newest entries within the bound, and those a view has on
+    // screen; what is older goes, and is read back from the engine when a view pages back. A
+    // session in no tab keeps only its running turn, and lets that go too once the turn ends.
+    const TranscriptBound& transcriptBound() const { return m_transcriptBound; }
+    void setTranscriptBound(const TranscriptBound& bound);
+    // The newest entries of a session that a view has on screen, kept whatever the bound.
+    void setShownDepth(const QString& id, std::size_t entries);
 
     // ---- turns
     Q_INVOKABLE void send(const QString& text, const QString& threadID);
@@ -274,6 +285,8 @@ private:
     int handleEarlierPage(const QString& id, const WorkspaceResult& outcome,
                           TranscriptPageSource source);
     void storePageInfo(const QString& id, const JSONValue& result, TranscriptPageSource source);
+    void releaseBeyondBound(const QString& id);
+    void releaseUnshownSession(const QString& id);
     void handleCreatedSession(const WorkspaceResult& outcome, const QString& cwd,
                               const QString& prompt, const QString& model, const QString& effort,
                               PermissionMode mode);
@@ -334,6 +347,11 @@ private:
     std::map<QString, std::map<QString, QString>> m_pendingTranscriptDeltas;
     std::map<QString, std::map<QString, qint64>> m_reasoningSummaryIndexes;
     std::map<QString, TaskHandle> m_transcriptDeltaFlushTasks;
+    TranscriptBound m_transcriptBound;
+    std::map<QString, std::size_t> m_shownDepths;
+    // Sessions that let entries go: their history is found again from the newest page, passing
+    // over pages whose entries are all still held.
+    std::set<QString> m_transcriptWalks;
     TaskHandle m_automaticRefreshTask;
     TaskHandle m_usageRefreshTask;
     TaskHandle m_usageTimeoutTask;

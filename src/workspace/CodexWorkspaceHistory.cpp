@@ -153,13 +153,16 @@ void CodexWorkspace::loadTranscript(const QString& id, bool force)
 void CodexWorkspace::loadEarlierTranscript(const QString& id, EarlierPageCompletion completion)
 {
     const auto cursor = m_transcriptNextCursors.find(id);
+    // Entries let go are found again from the newest page on.
+    const bool walking = m_transcriptWalks.count(id) > 0;
     const CodexSessionState* held = session(id);
-    if (cursor == m_transcriptNextCursors.end() || !held || held->isLoadingTranscript ||
-        held->isLoadingEarlierTranscript) {
+    if ((cursor == m_transcriptNextCursors.end() && !walking) || !held ||
+        held->isLoadingTranscript || held->isLoadingEarlierTranscript) {
         completion(0);
         return;
     }
-    const QString from = cursor->second;
+    const std::optional<QString> from =
+        cursor == m_transcriptNextCursors.end() ? std::nullopt : std::optional(cursor->second);
     changeSession(id, [](CodexSessionState& session) {
         session.isLoadingEarlierTranscript = true;
         session.transcriptLoadError.reset();
@@ -172,7 +175,12 @@ void CodexWorkspace::loadEarlierTranscript(const QString& id, EarlierPageComplet
     const QUuid loadID = beginTranscriptLoad(
         id,
         [this, id, completion](const WorkspaceResult& outcome, TranscriptPageSource used) {
-            completion(handleEarlierPage(id, outcome, used));
+            const int added = handleEarlierPage(id, outcome, used);
+            // A page of entries still held is passed over on the way to those let go.
+            if (added == 0 && outcome.ok() && m_transcriptWalks.count(id) &&
+                m_transcriptNextCursors.count(id))
+                return loadEarlierTranscript(id, completion);
+            completion(added);
         },
         completion);
     requestTranscriptPage(id, from, source, loadID);
@@ -269,6 +277,7 @@ void CodexWorkspace::handleFirstPage(const QString& id, const WorkspaceResult& o
         storePageInfo(id, outcome.value(), source);
     if (outcome.ok() && source == TranscriptPageSource::Turns)
         adoptRunningTurn(id, outcome.value());
+    releaseBeyondBound(id);
 }
 
 int CodexWorkspace::handleEarlierPage(const QString& id, const WorkspaceResult& outcome,
@@ -290,12 +299,18 @@ int CodexWorkspace::handleEarlierPage(const QString& id, const WorkspaceResult& 
             if (!known.count(entry.id))
                 older.push_back(std::move(entry));
         added = static_cast<int>(older.size());
+        // What a view paged back to stays while the view moves onto it.
+        if (added > 0)
+            m_shownDepths[id] += older.size();
         session.transcript.insert(session.transcript.begin(),
                                   std::make_move_iterator(older.begin()),
                                   std::make_move_iterator(older.end()));
     });
     if (outcome.ok())
         storePageInfo(id, outcome.value(), source);
+    // Past what was let go, pages follow on from each other again.
+    if (added > 0)
+        m_transcriptWalks.erase(id);
     return added;
 }
 
@@ -303,13 +318,98 @@ void CodexWorkspace::storePageInfo(const QString& id, const JSONValue& result,
                                    TranscriptPageSource source)
 {
     const std::optional<QString> next = stringAt(result, "nextCursor");
-    if (next)
+    if (next) {
         m_transcriptNextCursors[id] = *next;
-    else
+    } else {
         m_transcriptNextCursors.erase(id);
+        m_transcriptWalks.erase(id);
+    }
     m_transcriptPageSources[id] = source;
     changeSession(id, [&](CodexSessionState& session) {
         session.canLoadEarlierTranscript = next.has_value();
+    });
+}
+
+// ---- what stays in memory
+
+void CodexWorkspace::setTranscriptBound(const TranscriptBound& bound)
+{
+    m_transcriptBound = bound;
+    QStringList ids;
+    for (const auto& [id, session] : m_sessions)
+        ids.append(id);
+    for (const QString& id : ids)
+        releaseBeyondBound(id);
+}
+
+void CodexWorkspace::setShownDepth(const QString& id, std::size_t entries)
+{
+    const auto found = m_shownDepths.find(id);
+    const std::size_t before = found == m_shownDepths.end() ? 0 : found->second;
+    if (entries == 0)
+        m_shownDepths.erase(id);
+    else
+        m_shownDepths[id] = entries;
+    if (entries < before)
+        releaseBeyondBound(id);
+}
+
+// The oldest entries beyond the bound go, with the changes shown after them; while a page is on
+// its way nothing goes, so that what it brings follows on from what is held.
+void CodexWorkspace::releaseBeyondBound(const QString& id)
+{
+    const CodexSessionState* held = session(id);
+    if (m_isDemoMode || !held || held->isLoadingTranscript || held->isLoadingEarlierTranscript)
+        return;
+    if (!m_openThreadIDs.contains(id) && held->turnControl.phase == TurnControlState::Phase::Idle)
+        return releaseUnshownSession(id);
+    const auto shown = m_shownDepths.find(id);
+    const std::size_t drop = entriesBeyondBound(held->transcript, m_transcriptBound,
+                                                shown == m_shownDepths.end() ? 0 : shown->second);
+    if (drop == 0)
+        return;
+    m_transcriptNextCursors.erase(id);
+    m_transcriptWalks.insert(id);
+    changeSession(id, [&](CodexSessionState& session) {
+        std::unordered_set<QString> gone;
+        for (std::size_t index = 0; index < drop; ++index)
+            gone.insert(session.transcript[index].id);
+        session.transcript.erase(session.transcript.begin(),
+                                 session.transcript.begin() + static_cast<std::ptrdiff_t>(drop));
+        std::erase_if(session.turnDiffs, [&](const TurnDiff& diff) {
+            return diff.afterEntryID && gone.count(*diff.afterEntryID);
+        });
+        session.canLoadEarlierTranscript = true;
+    });
+}
+
+// A session no tab shows and no turn runs in keeps what a catch-up needs: its turn state, its
+// questions, its settings and usage. Its history is read again when a tab opens it.
+void CodexWorkspace::releaseUnshownSession(const QString& id)
+{
+    m_transcriptNextCursors.erase(id);
+    m_transcriptPageSources.erase(id);
+    m_transcriptWalks.erase(id);
+    m_shownDepths.erase(id);
+    m_pendingTranscriptDeltas.erase(id);
+    m_reasoningSummaryIndexes.erase(id);
+    if (auto flush = m_transcriptDeltaFlushTasks.find(id);
+        flush != m_transcriptDeltaFlushTasks.end()) {
+        flush->second->cancel();
+        m_transcriptDeltaFlushTasks.erase(flush);
+    }
+    const CodexSessionState* held = session(id);
+    if (!held ||
+        (held->transcript.empty() && held->turnDiffs.empty() && !held->hasLoadedTranscript &&
+         !held->canLoadEarlierTranscript && held->draft.isEmpty() && held->draftImages.empty()))
+        return;
+    changeSession(id, [](CodexSessionState& session) {
+        session.transcript = {};
+        session.turnDiffs = {};
+        session.hasLoadedTranscript = false;
+        session.canLoadEarlierTranscript = false;
+        session.draft.clear();
+        session.draftImages = {};
     });
 }
 

@@ -54,6 +54,8 @@ void CodexWorkspace::handleNotification(const QString& method, const JSONValue& 
         handleTurnStarted(threadID, params);
     } else if (method == QLatin1String("turn/completed")) {
         flushDeltas(threadID);
+        // Reasoning parts of items that never completed end with the turn.
+        m_reasoningSummaryIndexes.erase(threadID);
         handleTurnCompleted(threadID, params);
         refreshThreads();
     } else if (method == QLatin1String("item/started") ||
@@ -87,6 +89,9 @@ void CodexWorkspace::handleNotification(const QString& method, const JSONValue& 
     } else if (method.startsWith(QLatin1String("thread/"))) {
         refreshThreads();
     }
+    // A delta's text reaches the transcript at the flush, which bounds it then.
+    if (!method.endsWith(QLatin1String("Delta")) && !method.endsWith(QLatin1String("/delta")))
+        releaseBeyondBound(threadID);
 }
 
 // The activity line, stored only when it changes: a stream of deltas writes it once.
@@ -284,6 +289,7 @@ void CodexWorkspace::flushDeltas(const QString& threadID)
                 entry->text += text;
         }
     });
+    releaseBeyondBound(threadID);
 }
 
 void CodexWorkspace::cancelAllDeltaFlushes()

@@ -161,7 +161,8 @@ void CodexWorkspace::removeTab(const QString& id)
     dropTranscriptLoad(id);
     m_transcriptNextCursors.erase(id);
     m_transcriptPageSources.erase(id);
-    // The transcript stays: reopening the tab merges a fresh first page with it.
+    m_shownDepths.erase(id);
+    // Reopening the tab reads the history again; a running turn's entries stay until it ends.
     if (state)
         changeSession(id, [](CodexSessionState& session) {
             session.isLoadingTranscript = false;
@@ -185,6 +186,7 @@ void CodexWorkspace::removeTab(const QString& id)
             setSelectedThreadID(m_openThreadIDs.at(std::min(index, m_openThreadIDs.size() - 1)));
     }
     persistOpenTabs();
+    releaseBeyondBound(id);
 }
 
 void CodexWorkspace::setDraft(const QString& text, const QString& id)

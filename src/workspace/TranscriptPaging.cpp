@@ -65,6 +65,34 @@ std::vector<TranscriptEntry> mergeTranscript(std::span<const TranscriptEntry> pa
     return merged;
 }
 
+std::size_t transcriptEntryBytes(const TranscriptEntry& entry)
+{
+    auto bytes = [](const QString& text) { return static_cast<std::size_t>(text.size()) * 2; };
+    std::size_t total = sizeof(TranscriptEntry) + bytes(entry.id) + bytes(entry.title) +
+                        bytes(entry.text) + bytes(entry.status.value_or(QString())) +
+                        bytes(entry.phase.value_or(QString()));
+    for (const QString& line : entry.progressMessages)
+        total += bytes(line);
+    for (const QString& image : entry.images)
+        total += bytes(image);
+    return total;
+}
+
+std::size_t entriesBeyondBound(std::span<const TranscriptEntry> transcript,
+                               const TranscriptBound& bound, std::size_t shown)
+{
+    const std::size_t keptAnyway = std::max<std::size_t>(shown, 1);
+    std::size_t kept = 0;
+    std::size_t bytes = 0;
+    for (auto entry = transcript.rbegin(); entry != transcript.rend(); ++entry) {
+        bytes += transcriptEntryBytes(*entry);
+        if (kept >= keptAnyway && (kept + 1 > bound.entries || bytes > bound.bytes))
+            break;
+        ++kept;
+    }
+    return transcript.size() - kept;
+}
+
 bool shouldFallBackToTurns(const QString& errorText)
 {
     const QString text = errorText.toLower();

@@ -289,6 +289,10 @@ TEST_F(ConversationTest, ARunningSessionLoadsItsHistoryOnceAndAThreadWithoutAUse
 
 TEST_F(ConversationTest, MessagesStartSteerOrWaitAndAStopIsNeverLost)
 {
+    // The composer sends from the session's tab.
+    workspace.rememberThread({"s", "S", "", "", "cli", "idle", 0, {}, {}});
+    workspace.openThread("s");
+    engine.last("thread/items/list").completion(json(R"({"data":[]})"));
     workspace.setEngineReady(false, {});
     workspace.send(" \n ", "s");
     EXPECT_FALSE(workspace.errorMessage());

@@ -111,6 +111,25 @@ void echoUserMessage(const JSONValue& params)
                              {"content", input ? *input : JSONValue::array({})}})}})}}));
 }
 
+// The options of a turn to play: with "numbered", each turn played gets an id of its own, the
+// turnId followed by its number, and so do its items.
+JSONValue turnToPlay(const JSONValue& options)
+{
+    if (!options.find("numbered"))
+        return options;
+    static long played = 0;
+    std::string turnID = "turn";
+    std::vector<std::pair<std::string, JSONValue>> members;
+    for (const auto& member : options.members()) {
+        if (member.name() == "turnId")
+            turnID = std::string(member.value.stringView().value_or("turn"));
+        else
+            members.emplace_back(std::string(member.name()), member.value);
+    }
+    members.emplace_back("turnId", turnID + "-" + std::to_string(++played));
+    return JSONValue::object(std::move(members));
+}
+
 void perform(const JSONValue& actions)
 {
     const auto list = actions.arrayValue();
@@ -153,7 +172,9 @@ void perform(const JSONValue& actions)
             }
             writeRaw(block);
         }
-        if (const JSONValue* turn = action.find("streamTurn")) {
+        if (const JSONValue* options = action.find("streamTurn")) {
+            const JSONValue played = turnToPlay(*options);
+            const JSONValue* turn = &played;
             const double pause =
                 (*turn)["delayMs"].value_or(JSONValue(0)).numberValue().value_or(0);
             const bool recordDeltas = turn->find("recordDeltas") != nullptr;

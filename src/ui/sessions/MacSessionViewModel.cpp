@@ -79,6 +79,9 @@ void MacSessionViewModel::followSelection()
     }
     if (!thread && !present())
         return;
+    // The session left on screen keeps no more than its bound.
+    if (present())
+        m_workspace.setShownDepth(m_threadID, 0);
     retire(m_transcript);
     retire(m_configuration);
     retire(m_usage);
@@ -275,6 +278,10 @@ void MacSessionViewModel::setPageOffset(qint64 offset)
     m_pageOffset = std::max<qint64>(offset, 0);
     if (m_transcript)
         m_transcript->setPageOffset(m_pageOffset);
+    // What this page shows stays in memory, however far back it is.
+    if (present())
+        m_workspace.setShownDepth(m_threadID,
+                                  static_cast<std::size_t>(m_pageOffset + transcriptPageSize));
     emit changed();
 }
 

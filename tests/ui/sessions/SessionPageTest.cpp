@@ -260,3 +260,77 @@ TEST_F(SessionPageTest, ATabOutlivesItsThreadInTheList)
     EXPECT_EQ(session.title(), "Tidy the docs");
     EXPECT_EQ(page.tabs()->value(page.selectedTab(), "threadID"), "thr_x");
 }
+
+// A thousand entries stream in while the window shows the session: it holds no more than its
+// bound, and scrolling back reads the rest from the engine, every entry once and in order.
+TEST_F(SessionPageTest, ScrollingBackThroughAThousandLiveEntriesShowsEachOnceInOrder)
+{
+    const TranscriptBound bound{100, 1 << 20};
+    const int live = 1000;
+    workspace.setTranscriptBound(bound);
+    // The engine holds item-1 to item-<holds> and answers every page asked for.
+    int holds = 0;
+    std::size_t answered = 0;
+    const auto answerPages = [&] {
+        while (answered < engine.calls.size()) {
+            const RequesterDouble::Call call = engine.calls[answered++];
+            if (call.method != "thread/items/list")
+                continue;
+            const JSONValue* cursor = call.params.find("cursor");
+            const int from = cursor ? std::stoi(std::string(*cursor->stringView())) : holds;
+            const int down = std::max(from - 19, 1);
+            const std::string more = std::to_string(down - 1);
+            call.completion(itemsPage(from, down, down > 1 ? more.c_str() : nullptr));
+        }
+    };
+    answerPages();
+    workspace.handleNotification(
+        "turn/started",
+        JSONValue::decode(R"({"threadId":"thr_1","turn":{"id":"turn-1"}})").value());
+    for (holds = 1; holds <= live; ++holds) {
+        workspace.handleNotification(
+            "item/completed",
+            JSONValue::object(
+                {{"threadId", "thr_1"},
+                 {"item", JSONValue::object({{"type", "agentMessage"},
+                                             {"id", "item-" + std::to_string(holds)},
+                                             {"text", "message " + std::to_string(holds)}})}}));
+        ASSERT_LE(workspace.session("thr_1")->transcript.size(), bound.entries);
+    }
+    holds = live;
+    workspace.handleNotification(
+        "turn/completed",
+        JSONValue::decode(R"({"threadId":"thr_1","turn":{"id":"turn-1","status":"completed"}})")
+            .value());
+    answerPages();
+
+    const auto number = [](const QString& id) { return id.mid(5).toInt(); };
+    QStringList page = shownEntries();
+    ASSERT_EQ(page.last(), QStringLiteral("item-%1").arg(live));
+    int oldestShown = number(page.first());
+    int presses = 0;
+    while (session.showsEarlier() && presses++ < 2000) {
+        session.showEarlier();
+        answerPages();
+        page = shownEntries();
+        ASSERT_FALSE(page.isEmpty());
+        // In order within the page, and each page reaches back to the one before without a gap.
+        for (qsizetype index = 1; index < page.size(); ++index)
+            ASSERT_EQ(number(page[index]), number(page[index - 1]) + 1)
+                << page.join(' ').toStdString();
+        ASSERT_LT(number(page.first()), oldestShown);
+        ASSERT_GE(number(page.last()), oldestShown - 1);
+        oldestShown = number(page.first());
+    }
+    EXPECT_EQ(oldestShown, 1);
+    // Held once each, in order.
+    const std::vector<TranscriptEntry>& held = workspace.session("thr_1")->transcript;
+    ASSERT_EQ(held.size(), static_cast<std::size_t>(live));
+    for (std::size_t index = 0; index < held.size(); ++index)
+        ASSERT_EQ(number(held[index].id), static_cast<int>(index) + 1);
+
+    // Back on the newest page, the session keeps no more than its bound again.
+    session.followLive();
+    EXPECT_LE(workspace.session("thr_1")->transcript.size(), bound.entries);
+    EXPECT_EQ(shownEntries().last(), QStringLiteral("item-%1").arg(live));
+}

@@ -296,7 +296,8 @@ bool TranscriptViewModel::refresh()
         else if (!state->transcript.empty() && page.end == qsizetype(state->transcript.size()))
             changesAfter[state->transcript.back().id].push_back(&diff);
     }
-    // The cards of every turn's changes stay, so that file change cards can link to them.
+    // The cards of every turn's changes the session holds stay, so that file change cards can link
+    // to them; the others go once no row shows them.
     for (const TurnDiff& diff : state->turnDiffs) {
         std::unique_ptr<ChangesCard>& card = m_changesCards[diff.turnID];
         if (!card)
@@ -368,6 +369,10 @@ bool TranscriptViewModel::refresh()
     // A card's blocks go once no row shows them.
     std::erase_if(m_markdownCards,
                   [&](const auto& card) { return !m_outputs.contains(card.first); });
+    std::erase_if(m_changesCards, [&](const auto& card) {
+        return std::none_of(state->turnDiffs.begin(), state->turnDiffs.end(),
+                            [&](const TurnDiff& diff) { return diff.turnID == card.first; });
+    });
     return changed;
 }
 
