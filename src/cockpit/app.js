@@ -572,15 +572,14 @@ function fileLinks(entry, session) {
     }, 'plain file-link'));
 }
 
-// A growing answer is drawn at most once a frame, however many deltas the frame brought: the first
-// delta of a frame at once, so that it waits for no frame, and the ones after it at the next frame.
+// A growing answer is drawn at most once a frame, however many deltas the frame brought, just
+// before the frame paints: drawn at once, a delta would wait for the same frame and cost the page
+// one more layout.
 const redrawsDue = new Map();
 let framePending = false;
 function redrawSoon(threadID, entry) {
-  if (framePending) {
-    redrawsDue.set(entry, threadID);
-    return;
-  }
+  redrawsDue.set(entry, threadID);
+  if (framePending) return;
   framePending = true;
   requestAnimationFrame(() => {
     framePending = false;
@@ -588,7 +587,6 @@ function redrawSoon(threadID, entry) {
     redrawsDue.clear();
     for (const [held, thread] of due) redrawEntry(thread, held);
   });
-  redrawEntry(threadID, entry);
 }
 
 // An entry that changed while its session is on screen: only its own node is redrawn.
