@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcessEnvironment>
 #include <QTemporaryDir>
 
 #include <functional>
@@ -34,6 +35,21 @@ inline QString installFakeCodex(const QTemporaryDir& home, const QString& fakeCo
     scenario.open(QIODevice::WriteOnly);
     scenario.write(QByteArray::fromStdString(*JSONValue::object({{"methods", methods}}).encode()));
     return scenario.fileName();
+}
+
+// The environment a bridge under measure runs in: home as its home and configuration, the fake
+// engine of home's bin on its PATH playing scenario, its link on a free loopback port.
+inline QProcessEnvironment bridgeEnvironment(const QTemporaryDir& home, const QString& scenario)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", home.path());
+    environment.insert("PATH", home.filePath("bin") + ":/usr/bin:/bin");
+    environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
+    environment.insert("XDG_DATA_HOME", home.filePath("data"));
+    environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
+    environment.insert("NIMBREL_LINK_PORT", "0");
+    environment.insert("FAKE_CODEX_SCENARIO", scenario);
+    return environment;
 }
 
 // A handler that answers {} and then sends count agent-message deltas for threadID.

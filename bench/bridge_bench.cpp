@@ -52,14 +52,7 @@ int main(int argc, char** argv)
              {"thread/read", deltaFlood(floodCount, "thr_0193a1b2c3d4e5f6", "item-a42",
                                         "the build passes over the tests ")}}));
 
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("HOME", home.path());
-    environment.insert("PATH", home.filePath("bin") + ":/usr/bin:/bin");
-    environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
-    environment.insert("XDG_DATA_HOME", home.filePath("data"));
-    environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
-    environment.insert("NIMBREL_LINK_PORT", "0");
-    environment.insert("FAKE_CODEX_SCENARIO", scenario);
+    QProcessEnvironment environment = bridgeEnvironment(home, scenario);
 
     // (a, baseline) straight to the fake engine over its pipe.
     std::vector<double> direct;

@@ -182,14 +182,7 @@ int main(int argc, char** argv)
         scenario.write(QByteArray::fromStdString(*JSONValue::object(std::move(members)).encode()));
     }
 
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("HOME", home.path());
-    environment.insert("PATH", home.filePath("bin") + ":/usr/bin:/bin");
-    environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
-    environment.insert("XDG_DATA_HOME", home.filePath("data"));
-    environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
-    environment.insert("NIMBREL_LINK_PORT", "0");
-    environment.insert("FAKE_CODEX_SCENARIO", scenarioPath);
+    QProcessEnvironment environment = bridgeEnvironment(home, scenarioPath);
     environment.remove("DISPLAY");
     environment.remove("WAYLAND_DISPLAY");
 

@@ -142,14 +142,7 @@ int main(int argc, char** argv)
         home, QStringLiteral(FAKE_CODEX_PATH),
         JSONValue::object(
             {{"thread/list", JSONValue::decode(R"({"result":{"data":[]}})").value()}}));
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("HOME", home.path());
-    environment.insert("PATH", home.filePath("bin") + ":/usr/bin:/bin");
-    environment.insert("XDG_CONFIG_HOME", home.filePath("config"));
-    environment.insert("XDG_DATA_HOME", home.filePath("data"));
-    environment.insert("NIMBREL_LINK_ADDRESS", "127.0.0.1");
-    environment.insert("NIMBREL_LINK_PORT", "0");
-    environment.insert("FAKE_CODEX_SCENARIO", scenario);
+    QProcessEnvironment environment = bridgeEnvironment(home, scenario);
     // Memory that the bridge frees counts as freed under the sanitiser too.
     environment.insert("ASAN_OPTIONS",
                        qEnvironmentVariable("ASAN_OPTIONS") + ":quarantine_size_mb=1");

@@ -133,6 +133,8 @@ public:
                     const QString& title, const QString& status);
     void flushDeltas(const QString& threadID);
     void cancelAllDeltaFlushes();
+    // One session's buffered live output and reasoning indexes go, unflushed.
+    void dropLiveDeltas(const QString& threadID);
 
     // ---- new sessions and their history
     Q_INVOKABLE void createSession(const QString& cwd, const QString& prompt = {},

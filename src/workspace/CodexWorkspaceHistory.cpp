@@ -391,13 +391,7 @@ void CodexWorkspace::releaseUnshownSession(const QString& id)
     m_transcriptPageSources.erase(id);
     m_transcriptWalks.erase(id);
     m_shownDepths.erase(id);
-    m_pendingTranscriptDeltas.erase(id);
-    m_reasoningSummaryIndexes.erase(id);
-    if (auto flush = m_transcriptDeltaFlushTasks.find(id);
-        flush != m_transcriptDeltaFlushTasks.end()) {
-        flush->second->cancel();
-        m_transcriptDeltaFlushTasks.erase(flush);
-    }
+    dropLiveDeltas(id);
     const CodexSessionState* held = session(id);
     if (!held ||
         (held->transcript.empty() && held->turnDiffs.empty() && !held->hasLoadedTranscript &&

@@ -300,6 +300,17 @@ void CodexWorkspace::cancelAllDeltaFlushes()
     m_pendingTranscriptDeltas.clear();
 }
 
+void CodexWorkspace::dropLiveDeltas(const QString& threadID)
+{
+    m_pendingTranscriptDeltas.erase(threadID);
+    m_reasoningSummaryIndexes.erase(threadID);
+    if (auto flush = m_transcriptDeltaFlushTasks.find(threadID);
+        flush != m_transcriptDeltaFlushTasks.end()) {
+        flush->second->cancel();
+        m_transcriptDeltaFlushTasks.erase(flush);
+    }
+}
+
 // ---- reasoning, tools and plans
 
 void CodexWorkspace::handleReasoningPartAdded(const QString& threadID, const JSONValue& params)

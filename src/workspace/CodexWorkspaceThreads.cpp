@@ -171,13 +171,7 @@ void CodexWorkspace::removeTab(const QString& id)
             session.hasLoadedTranscript = false;
         });
     // Buffered live output is dropped, not flushed.
-    m_pendingTranscriptDeltas.erase(id);
-    m_reasoningSummaryIndexes.erase(id);
-    if (auto flush = m_transcriptDeltaFlushTasks.find(id);
-        flush != m_transcriptDeltaFlushTasks.end()) {
-        flush->second->cancel();
-        m_transcriptDeltaFlushTasks.erase(flush);
-    }
+    dropLiveDeltas(id);
 
     if (m_selectedThreadID == id) {
         if (m_openThreadIDs.isEmpty())
