@@ -9,7 +9,9 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QProcessEnvironment>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <functional>
@@ -50,6 +52,20 @@ inline QProcessEnvironment bridgeEnvironment(const QTemporaryDir& home, const QS
     environment.insert("NIMBREL_LINK_PORT", "0");
     environment.insert("FAKE_CODEX_SCENARIO", scenario);
     return environment;
+}
+
+// Starts the bridge under measure headless (NIMBREL_BENCH_BRIDGE names another build of it, for
+// figures side by side; else builtPath) and waits until its engine is ready and its link listens.
+// errors is what the bridge has printed, kept up to date by the caller. Returns the link's port, 0
+// where the bridge did not start.
+inline quint16 startBridge(QProcess& bridge, const QString& errors, const QString& builtPath)
+{
+    bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", builtPath), {"--headless"});
+    pump([&] {
+        return errors.contains("Codex app-server ready") && errors.contains("Listening on");
+    });
+    return static_cast<quint16>(
+        QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
 }
 
 // A handler that answers {} and then sends count agent-message deltas for threadID.

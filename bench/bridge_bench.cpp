@@ -13,7 +13,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QSslConfiguration>
 #include <QTemporaryDir>
 #include <QThread>
@@ -85,14 +84,7 @@ int main(int argc, char** argv)
     QString errors;
     QObject::connect(&bridge, &QProcess::readyReadStandardError,
                      [&] { errors += QString::fromUtf8(bridge.readAllStandardError()); });
-    // NIMBREL_BENCH_BRIDGE runs another build of the bridge, for figures side by side.
-    bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", QStringLiteral(NIMBREL_BRIDGE_PATH)),
-                 {"--headless"});
-    pump([&] {
-        return errors.contains("Codex app-server ready") && errors.contains("Listening on");
-    });
-    const quint16 port = static_cast<quint16>(
-        QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
+    const quint16 port = startBridge(bridge, errors, QStringLiteral(NIMBREL_BRIDGE_PATH));
 
     // Four paired peers.
     std::vector<std::unique_ptr<BenchPeer>> peers;

@@ -19,7 +19,6 @@
 #include <QFile>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QWebSocket>
@@ -195,13 +194,7 @@ int main(int argc, char** argv)
         if (errors.size() > 65536)
             errors = errors.right(16384);
     });
-    bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", QStringLiteral(NIMBREL_BRIDGE_PATH)),
-                 {"--headless"});
-    pump([&] {
-        return errors.contains("Codex app-server ready") && errors.contains("Listening on");
-    });
-    const quint16 port = static_cast<quint16>(
-        QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
+    const quint16 port = startBridge(bridge, errors, QStringLiteral(NIMBREL_BRIDGE_PATH));
     if (port == 0) {
         std::fprintf(stderr, "the bridge did not start: %s\n", qPrintable(errors));
         return 1;

@@ -14,7 +14,6 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QSslSocket>
 #include <QTemporaryDir>
 #include <QThread>
@@ -152,13 +151,7 @@ int main(int argc, char** argv)
     QString errors;
     QObject::connect(&bridge, &QProcess::readyReadStandardError,
                      [&] { errors += QString::fromUtf8(bridge.readAllStandardError()); });
-    bridge.start(qEnvironmentVariable("NIMBREL_BENCH_BRIDGE", QStringLiteral(NIMBREL_BRIDGE_PATH)),
-                 {"--headless"});
-    pump([&] {
-        return errors.contains("Codex app-server ready") && errors.contains("Listening on");
-    });
-    const quint16 port = static_cast<quint16>(
-        QRegularExpression("wss://127\\.0\\.0\\.1:(\\d+)").match(errors).captured(1).toUInt());
+    const quint16 port = startBridge(bridge, errors, QStringLiteral(NIMBREL_BRIDGE_PATH));
 
     BenchPeer phone(home.filePath("phone"), port, QStringLiteral("Phone"));
     pump([&] { return phone.bridgeHello.has_value(); });
